@@ -1,0 +1,53 @@
+// marlowick: the command-line tool for Marlowick project packages.
+
+#include "Commands.h"
+#include "Errors.h"
+
+#include <iostream>
+#include <string_view>
+
+namespace {
+
+constexpr std::string_view usage = R"(Usage: marlowick COMMAND [ARGUMENTS]
+
+Works on Marlowick project packages (directories ending in .marlowick).
+
+Commands:
+  info PACKAGE [--json]   Summarise a package, or print its project as the package stores it.
+  resave IN OUT           Read the package IN and write it to OUT, bringing older files up to date.
+
+Run 'marlowick COMMAND --help' for more about a command.
+)";
+
+} // namespace
+
+bool marlowick::cli::wantsHelp(const std::vector<std::string>& args) {
+    for (const std::string& a : args) {
+        if (a == "--help" || a == "-h") {
+            return true;
+        }
+    }
+    return false;
+}
+
+int main(int argc, char** argv) {
+    using namespace marlowick::cli;
+    if (argc < 2) {
+        std::cerr << usage;
+        return exitUsage;
+    }
+    const std::string_view command = argv[1];
+    const std::vector<std::string> args(argv + 2, argv + argc);
+    if (command == "--help" || command == "-h" || command == "help") {
+        std::cout << usage;
+        return 0;
+    }
+    if (command == "info") {
+        return runInfo(args);
+    }
+    if (command == "resave") {
+        return runResave(args);
+    }
+    report("unknown command '" + std::string(command) + "'; see 'marlowick --help'");
+    return exitUsage;
+}

@@ -1,0 +1,117 @@
+#pragma once
+
+// The few file-system steps a package save needs that std::filesystem doesn't offer: durable writes,
+// hard links that follow symbolic links, and the atomic exchange of two directories. Failures are thrown
+// as std::filesystem::filesystem_error carrying the path and the system's reason.
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace marlowick::fileops {
+
+namespace fs = std::filesystem;
+
+// One open file descriptor, closed when it goes.
+class UniqueFd {
+public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd)
+        : m_fd(fd) {}
+    ~UniqueFd() { reset(); }
+    UniqueFd(UniqueFd&& other) noexcept
+        : m_fd(std::exchange(other.m_fd, -1)) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept {
+        reset(std::exchange(other.m_fd, -1));
+        return *this;
+    }
+
+    int get() const { return m_fd; }
+    // Closes the descriptor held, if any, and returns what close said (0 when there was none).
+    int reset(int fd = -1);
+
+private:
+    int m_fd = -1;
+};
+
+// Reads a whole file.
+std::string readFile(const fs::path& path);
+
+// A whole file mapped read-only into memory, for reading large files without copying them.
+class MappedFile {
+public:
+    // Throws filesystem_error when the file can't be opened or mapped. An empty file maps to no bytes.
+    explicit MappedFile(const fs::path& path);
+    ~MappedFile();
+    MappedFile(const MappedFile&) = delete;
+    MappedFile& operator=(const MappedFile&) = delete;
+
+    std::string_view bytes() const { return {m_data, m_size}; }
+
+private:
+    const char* m_data = nullptr;
+    std::size_t m_size = 0;
+};
+
+// Writes a new file through a buffer, for output too large to build in memory first. The file must not
+// exist yet. Nothing is durable until `finish`, which flushes the bytes to the disk.
+class FileWriter {
+public:
+    explicit FileWriter(const fs::path& path);
+    ~FileWriter();
+    FileWriter(const FileWriter&) = delete;
+    FileWriter& operator=(const FileWriter&) = delete;
+
+    void append(std::string_view bytes);
+    void finish();
+
+private:
+    void flush();
+
+    fs::path m_path;
+    UniqueFd m_fd;
+    std::string m_buffer;
+};
+
+// Creates the file (it must not exist yet), writes the bytes and flushes them to the disk.
+void writeNewFile(const fs::path& path, std::string_view bytes);
+
+// Brings `from` to `to` by a hard link, or where linking fails (another file system, no permission) by a
+// copy that is flushed to the disk. Returns true when it linked.
+bool placeFile(const fs::path& from, const fs::path& to);
+
+// Flushes a directory's entries, so that files created or renamed in it survive a power loss.
+void syncDirectory(const fs::path& path);
+
+// Renames `from` to `to`, failing if `to` exists. Where the file system can't refuse atomically, a plain
+// rename is used after checking that `to` is absent.
+void renameNoReplace(const fs::path& from, const fs::path& to);
+
+// Swaps two existing entries in one step, so that a crash at any instant leaves each name holding one of
+// the two. Where the file system has no atomic exchange, `a` is moved aside first and put back if the
+// second rename fails; a crash between the two renames then leaves `b` under a hidden name beside it.
+void exchange(const fs::path& a, const fs::path& b);
+
+// Marks a directory as not worth backing up, for the backup tools that honour the freedesktop attribute.
+// Best effort: returns false where the file system has no user attributes.
+bool markExcludedFromBackup(const fs::path& directory);
+
+// Enough of a file's identity to tell that a later look finds the very same file, unchanged.
+struct FileIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::int64_t size = 0;
+    std::int64_t modifiedNanoseconds = 0;
+
+    friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+};
+
+std::optional<FileIdentity> identityOf(const fs::path& path);
+
+// Whether `path`, with every link resolved, lies inside `directory`.
+bool isInside(const fs::path& path, const fs::path& directory);
+
+} // namespace marlowick::fileops

@@ -1,0 +1,176 @@
+// The marlowick tool as a user runs it: its output, its exit status, and that a failure says what is
+// wrong in one line and leaves the files alone.
+
+#include "model/MarlowickDocument.h"
+#include "model/ModelCoding.h"
+#include "support/Samples.h"
+
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+using namespace marlowick;
+using namespace marlowick::test;
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Result {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+std::string quoted(const std::string& s) {
+    std::string q = "'";
+    for (char c : s) {
+        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return q + "'";
+}
+
+class Cli : public ::testing::Test {
+protected:
+    TempDir dir;
+    fs::path movie = writeMovie(dir / "take-3.mov");
+
+    Result run(const std::vector<std::string>& args) {
+        std::string command = quoted(MARLOWICK_CLI);
+        for (const auto& a : args) {
+            command += " " + quoted(a);
+        }
+        command += " >" + quoted((dir / "out.txt").string()) + " 2>" + quoted((dir / "err.txt").string());
+        const int raw = std::system(command.c_str());
+        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readText(dir / "out.txt"), readText(dir / "err.txt")};
+    }
+
+    fs::path samplePackage() {
+        Project p = sampleProject(movie);
+        p.manualCuts = {Span(Uuid::random(), 10, 12)};
+        p.captions =
+            CaptionTrack{CaptionTrack::cuesFromWords({{"Hi", 1, 1.2, 1}, {"there.", 1.3, 1.6, 1}}, 8, 0.6),
+                         CaptionStyle{}, true};
+        const fs::path package = dir / "Sample.marlowick";
+        MarlowickDocument(p, sampleEvents(240)).write(package);
+        return package;
+    }
+
+    static std::size_t lineCount(const std::string& text) {
+        return std::count(text.begin(), text.end(), '\n');
+    }
+};
+
+} // namespace
+
+TEST_F(Cli, HelpAndUsage) {
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"--help"}, {"info", "--help"}, {"resave", "--help"}}) {
+        const Result r = run(args);
+        EXPECT_EQ(r.status, 0);
+        EXPECT_NE(r.out.find("Usage: marlowick"), std::string::npos);
+    }
+    EXPECT_EQ(run({}).status, 2);
+    const Result unknown = run({"render"});
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_EQ(lineCount(unknown.err), 1u);
+    EXPECT_EQ(run({"resave", "only-one.marlowick"}).status, 2);
+    EXPECT_EQ(run({"info", "a", "b"}).status, 2);
+    EXPECT_EQ(run({"info", "--yaml", "a"}).status, 2);
+}
+
+TEST_F(Cli, InfoSummarisesThePackage) {
+    const Result r = run({"info", samplePackage().string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("Name        Demo\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Duration    0:30.0 (30.00 s)"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Frame       1920 × 1080 at 60 fps"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Zoom        Dynamic, 1 beat (1 generated, 0 edited)"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Cuts        1 by hand (2.0 s); silence not analysed"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Output      0:28.0 after cuts"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Captions    1 cue, 2 words, on"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Telemetry   240 events: 236 move, 2 down, 2 up, 0 drag, 0 scroll, 0 keyPress"),
+              std::string::npos)
+        << r.out;
+}
+
+TEST_F(Cli, InfoJsonIsTheStoredProject) {
+    const fs::path package = samplePackage();
+    const Result r = run({"info", package.string(), "--json"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const Json stored = Json::parse(readText(package / "Document.json"))["project"];
+    EXPECT_EQ(Json::parse(r.out), stored);
+}
+
+TEST_F(Cli, ResaveBringsAnOldPackageUpToDate) {
+    const fs::path old = dir / "Old.marlowick";
+    writeMovie(old / "Media" / "clip.mov");
+    writeText(old / "Telemetry" / "events.json",
+              R"([{"time": 0.5, "kind": "down", "location": {"x": 3, "y": 4}}])");
+    writeText(old / "Document.json", R"({
+      "formatVersion": 1, "mediaRelativePath": "Media/clip.mov",
+      "project": {"id": "0B7E5A2C-1111-4222-8333-944455556666", "name": "Old one",
+                  "source": {"mediaURL": "file:///Users/someone/clip.mov", "size": {"width": 1280, "height": 720},
+                             "frameRate": 30, "duration": 8},
+                  "camera": {"keyframes": [{"time": 1, "center": {"x": 0.2, "y": 0.3}, "scale": 1},
+                                           {"time": 2, "center": {"x": 0.2, "y": 0.3}, "scale": 1.6},
+                                           {"time": 4, "center": {"x": 0.2, "y": 0.3}, "scale": 1}]}}})");
+    const fs::path out = dir / "New.marlowick";
+    const Result r = run({"resave", old.string(), out.string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+
+    const Json doc = Json::parse(readText(out / "Document.json"));
+    EXPECT_EQ(doc["formatVersion"], 3);
+    EXPECT_EQ(doc["project"]["camera"]["beats"].size(), 1u);
+    EXPECT_FALSE(doc["project"]["camera"].contains("keyframes"));
+    EXPECT_EQ(doc["project"]["canvas"]["contentMode"], "fill");
+    EXPECT_EQ(MarlowickDocument::read(out).telemetry().size(), 1u);
+
+    // Saving what we wrote gives the very same bytes.
+    const fs::path again = dir / "Again.marlowick";
+    ASSERT_EQ(run({"resave", out.string(), again.string()}).status, 0);
+    EXPECT_EQ(readText(again / "Document.json"), readText(out / "Document.json"));
+    ASSERT_EQ(run({"resave", again.string(), again.string()}).status, 0);
+    EXPECT_EQ(readText(again / "Document.json"), readText(out / "Document.json"));
+}
+
+TEST_F(Cli, FailuresAreOneLineAndTouchNothing) {
+    fs::create_directories(dir / "Empty.marlowick");
+    Result r = run({"info", (dir / "Empty.marlowick").string()});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(lineCount(r.err), 1u);
+    EXPECT_NE(r.err.find((dir / "Empty.marlowick").string() + ": not a Marlowick package"), std::string::npos)
+        << r.err;
+
+    const fs::path package = samplePackage();
+    Json doc = Json::parse(readText(package / "Document.json"));
+    doc["formatVersion"] = 9;
+    writeText(package / "Document.json", doc.dump());
+    r = run({"info", package.string()});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("format version 9"), std::string::npos) << r.err;
+
+    doc["formatVersion"] = 3;
+    doc["project"]["canvas"]["ratio"] = {{"square", Json::object()}, {"classic", Json::object()}};
+    writeText(package / "Document.json", doc.dump());
+    r = run({"resave", package.string(), (dir / "Out.marlowick").string()});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(lineCount(r.err), 1u);
+    EXPECT_NE(r.err.find("Document.json is damaged: project.canvas.ratio: Invalid number of keys found"),
+              std::string::npos)
+        << r.err;
+    EXPECT_FALSE(fs::exists(dir / "Out.marlowick"));
+
+    // Saving over something that isn't a package leaves it alone.
+    const fs::path good = dir / "Good.marlowick";
+    MarlowickDocument(sampleProject(movie), {}).write(good);
+    writeText(dir / "Folder" / "keep.txt", "keep");
+    r = run({"resave", good.string(), (dir / "Folder").string()});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("is not a Marlowick package; it was left as it is"), std::string::npos) << r.err;
+    EXPECT_EQ(readText(dir / "Folder" / "keep.txt"), "keep");
+
+    fs::remove(good / "Media" / "take-3.mov");
+    r = run({"info", good.string()});
+    EXPECT_NE(r.err.find("the movie Media/take-3.mov is missing from the package"), std::string::npos)
+        << r.err;
+}
