@@ -1,5 +1,7 @@
 #include "model/TelemetryFile.h"
 
+#include "model/Hex.h"
+
 #include "model/Coding.h"
 #include "model/FileOps.h"
 
@@ -111,26 +113,13 @@ private:
         return true;
     }
 
-    static int hexValue(char c) {
-        if (c >= '0' && c <= '9') {
-            return c - '0';
-        }
-        if (c >= 'a' && c <= 'f') {
-            return c - 'a' + 10;
-        }
-        if (c >= 'A' && c <= 'F') {
-            return c - 'A' + 10;
-        }
-        return -1;
-    }
-
     bool readHex4(unsigned& out) {
         if (m_end - m_p < 4) {
             return false;
         }
         out = 0;
         for (int i = 0; i < 4; ++i) {
-            const int v = hexValue(*m_p++);
+            const int v = hexDigitValue(*m_p++);
             if (v < 0) {
                 return false;
             }

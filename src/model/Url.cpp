@@ -1,5 +1,7 @@
 #include "model/Url.h"
 
+#include "model/Hex.h"
+
 #include <string_view>
 
 namespace marlowick {
@@ -13,19 +15,6 @@ bool keptInPath(unsigned char c) {
         return true;
     }
     return std::string_view("-._~/!$&'()*+,;=:@").find(static_cast<char>(c)) != std::string_view::npos;
-}
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
 }
 
 } // namespace
@@ -74,9 +63,10 @@ std::filesystem::path Url::path() const {
     std::string decoded;
     decoded.reserve(rest.size());
     for (std::size_t i = 0; i < rest.size(); ++i) {
-        if (rest[i] == '%' && i + 2 < rest.size() && hexValue(rest[i + 1]) >= 0 &&
-            hexValue(rest[i + 2]) >= 0) {
-            decoded.push_back(static_cast<char>(hexValue(rest[i + 1]) * 16 + hexValue(rest[i + 2])));
+        if (rest[i] == '%' && i + 2 < rest.size() && hexDigitValue(rest[i + 1]) >= 0 &&
+            hexDigitValue(rest[i + 2]) >= 0) {
+            decoded.push_back(
+                static_cast<char>(hexDigitValue(rest[i + 1]) * 16 + hexDigitValue(rest[i + 2])));
             i += 2;
         } else {
             decoded.push_back(rest[i]);
