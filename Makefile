@@ -23,6 +23,7 @@ demo: build
 
 bench: build
 	$(BUILD)/bench/marlowick-bench
+	$(BUILD)/bench/marlowick-trajectory-bench
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

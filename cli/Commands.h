@@ -9,6 +9,7 @@ namespace marlowick::cli {
 // 0 on success, 1 when the work failed, 2 when the command line was wrong.
 int runInfo(const std::vector<std::string>& args);
 int runResave(const std::vector<std::string>& args);
+int runZoom(const std::vector<std::string>& args);
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;

@@ -15,6 +15,8 @@ Works on Marlowick project packages (directories ending in .marlowick).
 Commands:
   info PACKAGE [--json]   Summarise a package, or print its project as the package stores it.
   resave IN OUT           Read the package IN and write it to OUT, bringing older files up to date.
+  zoom PACKAGE [--style S] [--json] [--write]
+                          Direct the zooms again from the telemetry, keeping the beats a person edited.
 
 Run 'marlowick COMMAND --help' for more about a command.
 )";
@@ -47,6 +49,9 @@ int main(int argc, char** argv) {
     }
     if (command == "resave") {
         return runResave(args);
+    }
+    if (command == "zoom") {
+        return runZoom(args);
     }
     report("unknown command '" + std::string(command) + "'; see 'marlowick --help'");
     return exitUsage;

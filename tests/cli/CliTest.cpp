@@ -174,3 +174,38 @@ TEST_F(Cli, FailuresAreOneLineAndTouchNothing) {
     EXPECT_NE(r.err.find("the movie Media/take-3.mov is missing from the package"), std::string::npos)
         << r.err;
 }
+
+TEST_F(Cli, ZoomRedirectsFromTheTelemetryKeepingEditedBeats) {
+    Project p = sampleProject(movie); // one generated beat from 2 to 5
+    const ZoomBeat mine(Uuid::random(), 20, 24, {0.1, 0.9}, 1.3, 0.5, 0.5, Easing::linear, false);
+    p.camera.beats.push_back(mine);
+    const fs::path package = dir / "Zoom.marlowick";
+    MarlowickDocument(p,
+                      {{1, InputEvent::Kind::down, {480, 270}}, {10, InputEvent::Kind::keyPress, {960, 540}}})
+        .write(package);
+    const std::string before = readText(package / "Document.json");
+
+    Result r = run({"zoom", package.string(), "--style", "cinematic", "--json"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const Json track = Json::parse(r.out);
+    EXPECT_EQ(track["style"], "cinematic");
+    ASSERT_EQ(track["beats"].size(), 3u);
+    EXPECT_EQ(track["beats"][0]["scale"], 2.6);
+    EXPECT_EQ(track["beats"][0]["center"], Json::parse(R"({"x": 0.25, "y": 0.25})"));
+    EXPECT_EQ(track["beats"][2]["id"], mine.id.toString());
+    EXPECT_EQ(readText(package / "Document.json"), before); // nothing written without --write
+
+    r = run({"zoom", package.string(), "--style=subtle", "--write"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("3 beats (2 by the director, 1 edited)"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("person"), std::string::npos) << r.out;
+    const MarlowickDocument saved = MarlowickDocument::read(package);
+    EXPECT_EQ(saved.project.camera.style, CameraTrack::Style::subtle);
+    EXPECT_EQ(saved.project.camera.beats.size(), 3u);
+    EXPECT_EQ(saved.project.camera.beats[0].scale, 1.4);
+    EXPECT_EQ(saved.telemetry().size(), 2u);
+
+    EXPECT_EQ(run({"zoom", package.string(), "--style", "wild"}).status, 2);
+    EXPECT_EQ(run({"zoom", package.string(), "--style"}).status, 2);
+    EXPECT_EQ(run({"zoom", (dir / "Missing.marlowick").string()}).status, 1);
+}

@@ -1,0 +1,134 @@
+#include "Commands.h"
+#include "Errors.h"
+
+#include "model/MarlowickDocument.h"
+#include "model/ModelCoding.h"
+#include "trajectory/ZoomDirector.h"
+
+#include <cstdio>
+#include <iostream>
+#include <sstream>
+
+namespace marlowick::cli {
+
+namespace {
+
+constexpr std::string_view help =
+    R"(Usage: marlowick zoom PACKAGE [--style off|subtle|dynamic|cinematic] [--json] [--write]
+
+Directs the camera again from the package's telemetry: the beats the director made before are replaced,
+the beats a person edited are kept. Prints the resulting beats as a table.
+
+Options:
+  --style S   The zoom style to direct with: off, subtle, dynamic or cinematic. The package's own by
+              default. With --write the package keeps the new style.
+  --json      Print the camera track as the package stores it, {"beats": [...], "style": ...}.
+  --write     Save the new camera track into the package.
+)";
+
+void printTable(const CameraTrack& track) {
+    std::size_t generated = 0;
+    for (const ZoomBeat& b : track.beats) {
+        generated += b.isGenerated ? 1 : 0;
+    }
+    std::ostringstream out;
+    out << "Style " << displayName(track.style) << ": " << summary(track.style) << '\n'
+        << track.beats.size() << (track.beats.size() == 1 ? " beat" : " beats") << " (" << generated
+        << " by the director, " << track.beats.size() - generated << " edited)\n";
+    if (!track.beats.empty()) {
+        out << "\n   #     start       end   scale   center           ramps        easing      made by\n";
+    }
+    int index = 0;
+    for (const ZoomBeat& b : track.beats) {
+        char line[256];
+        std::snprintf(line, sizeof line,
+                      "%4d  %8.3f  %8.3f  %5.2f×   (%5.3f, %5.3f)   %4.2f / %4.2f  %-10s  %s\n", ++index,
+                      b.start, b.end, b.scale, b.center.x, b.center.y, b.rampIn, b.rampOut,
+                      std::string(enumName(b.easing)).c_str(), b.isGenerated ? "director" : "person");
+        out << line;
+    }
+    std::cout << out.str();
+}
+
+} // namespace
+
+int runZoom(const std::vector<std::string>& args) {
+    if (wantsHelp(args)) {
+        std::cout << help;
+        return 0;
+    }
+    std::optional<CameraTrack::Style> style;
+    bool json = false;
+    bool write = false;
+    std::vector<std::string> packages;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (a == "--json") {
+            json = true;
+        } else if (a == "--write") {
+            write = true;
+        } else if (a == "--style" || a.starts_with("--style=")) {
+            std::string name;
+            if (a == "--style") {
+                if (i + 1 == args.size()) {
+                    report("zoom: --style needs a value: off, subtle, dynamic or cinematic");
+                    return exitUsage;
+                }
+                name = args[++i];
+            } else {
+                name = a.substr(std::string_view("--style=").size());
+            }
+            style = enumFromName<CameraTrack::Style>(name);
+            if (!style) {
+                report("zoom: unknown style '" + name + "'; choose off, subtle, dynamic or cinematic");
+                return exitUsage;
+            }
+        } else if (a.starts_with("-")) {
+            report("zoom: unknown option '" + a + "'; see 'marlowick zoom --help'");
+            return exitUsage;
+        } else {
+            packages.push_back(a);
+        }
+    }
+    if (packages.size() != 1) {
+        report("zoom takes one package; see 'marlowick zoom --help'");
+        return exitUsage;
+    }
+    const std::filesystem::path package = packages.front();
+
+    std::optional<MarlowickDocument> document;
+    try {
+        document = MarlowickDocument::read(package);
+    } catch (const std::exception& e) {
+        report(describe(e, package, Operation::opening));
+        return exitFailure;
+    }
+
+    // The director reads the telemetry from the recording it is given.
+    Recording recording = document->project.source;
+    recording.inputEvents = document->telemetry();
+    ZoomDirector director;
+    director.style = style.value_or(document->project.camera.style);
+    CameraTrack track = director.regenerate(document->project.camera, recording);
+    track.style = director.style;
+
+    if (json) {
+        std::cout << toJson(track).dump(2) << '\n';
+    } else {
+        printTable(track);
+    }
+    if (write) {
+        document->project.camera = track;
+        try {
+            document->write(package);
+        } catch (const std::exception& e) {
+            report(describe(e, package, Operation::saving));
+            return exitFailure;
+        }
+        // With --json standard output holds the track alone; the confirmation goes beside it.
+        (json ? std::cerr : std::cout) << "Saved " << package.string() << '\n';
+    }
+    return 0;
+}
+
+} // namespace marlowick::cli
