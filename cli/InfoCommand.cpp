@@ -1,5 +1,5 @@
+#include "Arguments.h"
 #include "Commands.h"
-#include "Errors.h"
 
 #include "model/MarlowickDocument.h"
 
@@ -154,33 +154,18 @@ int runInfo(const std::vector<std::string>& args) {
         std::cout << help;
         return 0;
     }
-    bool json = false;
-    std::vector<std::string> packages;
-    for (const std::string& a : args) {
-        if (a == "--json") {
-            json = true;
-        } else if (a.starts_with("-")) {
-            report("info: unknown option '" + a + "'; see 'marlowick info --help'");
-            return exitUsage;
-        } else {
-            packages.push_back(a);
-        }
-    }
-    if (packages.size() != 1) {
-        report("info takes one package; see 'marlowick info --help'");
+    const auto parsed = parseArguments("info", args, {"--json"}, {}, 1);
+    if (!parsed) {
         return exitUsage;
     }
-    const std::filesystem::path package = packages.front();
-    try {
-        const MarlowickDocument document = MarlowickDocument::read(package);
-        if (json) {
-            std::cout << document.storedProjectJson() << '\n';
-        } else {
-            printSummary(document);
-        }
-    } catch (const std::exception& e) {
-        report(describe(e, package, Operation::opening));
+    const auto document = openPackage(parsed->words.front());
+    if (!document) {
         return exitFailure;
+    }
+    if (parsed->has("--json")) {
+        std::cout << document->storedProjectJson() << '\n';
+    } else {
+        printSummary(*document);
     }
     return 0;
 }

@@ -1,5 +1,5 @@
+#include "Arguments.h"
 #include "Commands.h"
-#include "Errors.h"
 
 #include "model/MarlowickDocument.h"
 
@@ -24,23 +24,13 @@ int runResave(const std::vector<std::string>& args) {
         std::cout << help;
         return 0;
     }
-    if (args.size() != 2 || args[0].starts_with("-") || args[1].starts_with("-")) {
-        report("resave takes two packages, IN and OUT; see 'marlowick resave --help'");
+    const auto parsed = parseArguments("resave", args, {}, {}, 2);
+    if (!parsed) {
         return exitUsage;
     }
-    const std::filesystem::path in = args[0];
-    const std::filesystem::path out = args[1];
-    std::optional<MarlowickDocument> document;
-    try {
-        document = MarlowickDocument::read(in);
-    } catch (const std::exception& e) {
-        report(describe(e, in, Operation::opening));
-        return exitFailure;
-    }
-    try {
-        document->write(out);
-    } catch (const std::exception& e) {
-        report(describe(e, out, Operation::saving));
+    const std::filesystem::path out = parsed->words[1];
+    const auto document = openPackage(parsed->words[0]);
+    if (!document || !savePackage(*document, out)) {
         return exitFailure;
     }
     std::cout << "Saved " << out.string() << '\n';

@@ -1,3 +1,4 @@
+#include "Arguments.h"
 #include "Commands.h"
 #include "Errors.h"
 
@@ -57,50 +58,21 @@ int runZoom(const std::vector<std::string>& args) {
         std::cout << help;
         return 0;
     }
-    std::optional<CameraTrack::Style> style;
-    bool json = false;
-    bool write = false;
-    std::vector<std::string> packages;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        if (a == "--json") {
-            json = true;
-        } else if (a == "--write") {
-            write = true;
-        } else if (a == "--style" || a.starts_with("--style=")) {
-            std::string name;
-            if (a == "--style") {
-                if (i + 1 == args.size()) {
-                    report("zoom: --style needs a value: off, subtle, dynamic or cinematic");
-                    return exitUsage;
-                }
-                name = args[++i];
-            } else {
-                name = a.substr(std::string_view("--style=").size());
-            }
-            style = enumFromName<CameraTrack::Style>(name);
-            if (!style) {
-                report("zoom: unknown style '" + name + "'; choose off, subtle, dynamic or cinematic");
-                return exitUsage;
-            }
-        } else if (a.starts_with("-")) {
-            report("zoom: unknown option '" + a + "'; see 'marlowick zoom --help'");
-            return exitUsage;
-        } else {
-            packages.push_back(a);
-        }
-    }
-    if (packages.size() != 1) {
-        report("zoom takes one package; see 'marlowick zoom --help'");
+    const auto parsed = parseArguments("zoom", args, {"--json", "--write"}, {"--style"}, 1);
+    if (!parsed) {
         return exitUsage;
     }
-    const std::filesystem::path package = packages.front();
-
-    std::optional<MarlowickDocument> document;
-    try {
-        document = MarlowickDocument::read(package);
-    } catch (const std::exception& e) {
-        report(describe(e, package, Operation::opening));
+    std::optional<CameraTrack::Style> style;
+    if (const auto name = parsed->value("--style")) {
+        style = enumFromName<CameraTrack::Style>(*name);
+        if (!style) {
+            report("zoom: unknown style '" + *name + "'; choose off, subtle, dynamic or cinematic");
+            return exitUsage;
+        }
+    }
+    const std::filesystem::path package = parsed->words.front();
+    auto document = openPackage(package);
+    if (!document) {
         return exitFailure;
     }
 
@@ -112,21 +84,18 @@ int runZoom(const std::vector<std::string>& args) {
     CameraTrack track = director.regenerate(document->project.camera, recording);
     track.style = director.style;
 
-    if (json) {
+    if (parsed->has("--json")) {
         std::cout << toJson(track).dump(2) << '\n';
     } else {
         printTable(track);
     }
-    if (write) {
+    if (parsed->has("--write")) {
         document->project.camera = track;
-        try {
-            document->write(package);
-        } catch (const std::exception& e) {
-            report(describe(e, package, Operation::saving));
+        if (!savePackage(*document, package)) {
             return exitFailure;
         }
         // With --json standard output holds the track alone; the confirmation goes beside it.
-        (json ? std::cerr : std::cout) << "Saved " << package.string() << '\n';
+        (parsed->has("--json") ? std::cerr : std::cout) << "Saved " << package.string() << '\n';
     }
     return 0;
 }

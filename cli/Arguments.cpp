@@ -1,0 +1,73 @@
+#include "Arguments.h"
+
+#include "Errors.h"
+
+#include <algorithm>
+
+namespace marlowick::cli {
+
+std::optional<std::string> Arguments::value(std::string_view name) const {
+    const auto it = values.find(name);
+    return it == values.end() ? std::nullopt : std::optional<std::string>(it->second);
+}
+
+std::optional<Arguments> parseArguments(std::string_view command, const std::vector<std::string>& args,
+                                        std::initializer_list<std::string_view> switches,
+                                        std::initializer_list<std::string_view> options, std::size_t words) {
+    const std::string see = "; see 'marlowick " + std::string(command) + " --help'";
+    auto known = [](std::initializer_list<std::string_view> names, std::string_view name) {
+        return std::find(names.begin(), names.end(), name) != names.end();
+    };
+    Arguments parsed;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (!a.starts_with("-")) {
+            parsed.words.push_back(a);
+            continue;
+        }
+        const auto equals = a.find('=');
+        const std::string name = a.substr(0, equals);
+        if (equals == std::string::npos && known(switches, name)) {
+            parsed.switches.insert(name);
+        } else if (known(options, name)) {
+            if (equals != std::string::npos) {
+                parsed.values[name] = a.substr(equals + 1);
+            } else if (i + 1 < args.size()) {
+                parsed.values[name] = args[++i];
+            } else {
+                report(std::string(command) + ": " + name + " needs a value" + see);
+                return std::nullopt;
+            }
+        } else {
+            report(std::string(command) + ": unknown option '" + a + "'" + see);
+            return std::nullopt;
+        }
+    }
+    if (parsed.words.size() != words) {
+        report(std::string(command) + " takes " +
+               (words == 1 ? "one package" : std::to_string(words) + " packages") + see);
+        return std::nullopt;
+    }
+    return parsed;
+}
+
+std::optional<MarlowickDocument> openPackage(const std::filesystem::path& package) {
+    try {
+        return MarlowickDocument::read(package);
+    } catch (const std::exception& e) {
+        report(describe(e, package, Operation::opening));
+        return std::nullopt;
+    }
+}
+
+bool savePackage(const MarlowickDocument& document, const std::filesystem::path& package) {
+    try {
+        document.write(package);
+        return true;
+    } catch (const std::exception& e) {
+        report(describe(e, package, Operation::saving));
+        return false;
+    }
+}
+
+} // namespace marlowick::cli
