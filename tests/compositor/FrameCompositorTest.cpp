@@ -1,0 +1,262 @@
+// The compositor drawn for real on the machine's GL (Mesa's llvmpipe here), on small canvases: the
+// program's uniform block, and the pixels where a fault would show.
+
+#include "compositor/FrameCompositor.h"
+#include "compositor/CaptionRenderer.h"
+#include "compositor/EglContext.h"
+
+#include <array>
+#include <cmath>
+
+#include <gtest/gtest.h>
+
+using namespace marlowick;
+
+namespace {
+
+using Pixel = std::array<int, 4>; // straight B, G, R, A
+
+struct Gpu {
+    EglContext context;
+    FrameCompositor compositor;
+    BgraTexture source;
+
+    // A 64×36 recording: red on the left half, blue on the right.
+    Gpu() {
+        std::vector<std::uint8_t> bgra(64 * 36 * 4);
+        for (int y = 0; y < 36; ++y) {
+            for (int x = 0; x < 64; ++x) {
+                std::uint8_t* p = &bgra[static_cast<std::size_t>((y * 64 + x) * 4)];
+                p[0] = x < 32 ? 0 : 255;
+                p[1] = 0;
+                p[2] = x < 32 ? 255 : 0;
+                p[3] = 255;
+            }
+        }
+        source.upload(bgra.data(), 64, 36, 64 * 4);
+    }
+};
+
+Gpu& gpu() {
+    static Gpu instance;
+    return instance;
+}
+
+struct Image {
+    int width;
+    int height;
+    std::vector<std::uint8_t> bgra;
+
+    Pixel at(int x, int y) const {
+        const std::uint8_t* p = &bgra[static_cast<std::size_t>((y * width + x) * 4)];
+        return {p[0], p[1], p[2], p[3]};
+    }
+};
+
+Image draw(const Project& project, double t = 0, const std::optional<CursorFrame>& cursor = std::nullopt,
+           int width = 160, int height = 90) {
+    Gpu& g = gpu();
+    RenderTarget target(width, height);
+    target.bind();
+    g.compositor.render(g.source, width, height, project, t, cursor, true);
+    return {width, height, target.readBgra()};
+}
+
+Project project(Canvas canvas) {
+    Project p;
+    p.source.size = {64, 36};
+    p.source.duration = 10;
+    p.canvas = std::move(canvas);
+    return p;
+}
+
+// A transparent canvas without shadow or rounding, the recording inset by 20% of each side.
+Canvas bare(double inset = 0.2) {
+    Canvas c;
+    c.background = Background::transparent();
+    c.inset = inset;
+    c.cornerRadius = 0;
+    c.shadow = {0, 0, {0, 0}};
+    c.contentMode = ContentMode::fit;
+    return c;
+}
+
+} // namespace
+
+TEST(FrameCompositor, TheProgramsBlockMatchesTheRecord) {
+    const auto offsets = gpu().compositor.uniformBlockOffsets();
+    const auto& fields = frameUniformFields();
+    ASSERT_EQ(offsets.size(), fields.size());
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        EXPECT_EQ(offsets[i], fields[i].offset) << fields[i].name;
+    }
+}
+
+TEST(FrameCompositor, ATransparentCanvasStaysEmptyAroundTheRecording) {
+    const Image image = draw(project(bare()));
+    EXPECT_EQ(image.at(2, 2), (Pixel{0, 0, 0, 0}));
+    EXPECT_EQ(image.at(157, 87), (Pixel{0, 0, 0, 0}));
+    EXPECT_EQ(image.at(40, 45), (Pixel{0, 0, 255, 255}));  // red half, opaque
+    EXPECT_EQ(image.at(120, 45), (Pixel{255, 0, 0, 255})); // blue half
+    // Row 0 is the canvas's top: the surface starts 20% down, its edge smoothed over a pixel each way.
+    EXPECT_EQ(image.at(80, 16)[3], 0);
+    EXPECT_GT(image.at(80, 17)[3], 0);
+    EXPECT_LT(image.at(80, 17)[3], 128);
+    EXPECT_EQ(image.at(80, 19)[3], 255);
+}
+
+TEST(FrameCompositor, AShadowOnATransparentCanvasKeepsItsOwnAlpha) {
+    Canvas c = bare();
+    c.shadow = {12, 0.5, {0, 6}};
+    const Image image = draw(project(c));
+    const Pixel below = image.at(80, 74); // just under the surface, inside the shadow's reach
+    EXPECT_EQ(below[0], 0);
+    EXPECT_EQ(below[1], 0);
+    EXPECT_EQ(below[2], 0);
+    EXPECT_GT(below[3], 0);
+    EXPECT_LE(below[3], 128);
+    EXPECT_EQ(image.at(2, 2), (Pixel{0, 0, 0, 0})); // beyond its reach
+}
+
+TEST(FrameCompositor, SolidAndGradientBackgrounds) {
+    Canvas c = bare();
+    c.background = Background::solid("#336699");
+    EXPECT_EQ(draw(project(c)).at(2, 2), (Pixel{0x99, 0x66, 0x33, 255}));
+
+    // Left to right: the ramp is measured from the canvas's top-left corner, so it starts halfway at the
+    // left edge and reaches its end colour in the middle.
+    c.background = Background::linearGradient("#000000", "#FFFFFF", 0);
+    const Image gradient = draw(project(c));
+    EXPECT_NEAR(gradient.at(0, 5)[2], 128, 2);
+    EXPECT_NEAR(gradient.at(40, 5)[2], 192, 2);
+    EXPECT_EQ(gradient.at(80, 5)[2], 255);
+    EXPECT_EQ(gradient.at(159, 85)[2], 255);
+}
+
+TEST(FrameCompositor, TheZoomedWindowSamplesTheBeatsSide) {
+    Project p = project(bare(0));
+    p.camera.beats = {ZoomBeat(Uuid::random(), 0, 5, {0.75, 0.5}, 2, 0, 0, Easing::linear, false)};
+    const Image zoomed = draw(p, 1);
+    EXPECT_EQ(zoomed.at(10, 45), (Pixel{255, 0, 0, 255})); // all blue: the window is on the right half
+    EXPECT_EQ(zoomed.at(150, 45), (Pixel{255, 0, 0, 255}));
+}
+
+TEST(FrameCompositor, RipplesGrowFromTheClickAndFade) {
+    Canvas c = bare(0);
+    c.background = Background::solid("#000000");
+    const Project p = project(c);
+    const Image plain = draw(p);
+    auto ripple = [&](double progress) {
+        return draw(p, 0, CursorFrame{{0.5, 0.5}, 0, 1, progress, {0.25, 0.5}});
+    };
+    // At 0 a ring of radius two around the click (at (40, 45) on the canvas), nine tenths white at its
+    // strongest over the red.
+    const Image start = ripple(0);
+    int strongest = 0;
+    for (int y = 40; y <= 50; ++y) {
+        for (int x = 35; x <= 45; ++x) {
+            strongest = std::max(strongest, start.at(x, y)[1]);
+        }
+    }
+    EXPECT_NEAR(strongest, 0.9 * 255, 12);
+    EXPECT_EQ(start.at(40 + 8, 45), plain.at(40 + 8, 45));
+    EXPECT_EQ(ripple(1).bgra, plain.bgra);
+    EXPECT_EQ(ripple(-1).bgra, plain.bgra);
+}
+
+TEST(FrameCompositor, TheCursorIsClippedToTheSurface) {
+    const Project p = project(bare());
+    const Image none = draw(p);
+    const Image inside = draw(p, 0, CursorFrame{{0.5, 0.5}, 1, 1, -1, {}});
+    EXPECT_NE(inside.bgra, none.bgra);
+    // Its tip at the surface's right edge: nothing of it shows beyond the surface.
+    const Image edge = draw(p, 0, CursorFrame{{0.999, 0.3}, 1, 1, -1, {}});
+    for (int y = 0; y < 90; ++y) {
+        for (int x = 130; x < 160; ++x) {
+            ASSERT_EQ(edge.at(x, y), none.at(x, y)) << x << "," << y;
+        }
+    }
+    EXPECT_EQ(draw(p, 0, CursorFrame{{0.5, 0.5}, 0, 1, -1, {}}).bgra, none.bgra); // faded out
+}
+
+TEST(FrameCompositor, NothingIsDrawnBeyondTheHorizon) {
+    Canvas c = bare();
+    c.background = Background::solid("#808080");
+    c.tilt = {85, 0};
+    const Image image = draw(project(c));
+    EXPECT_EQ(image.at(80, 1), (Pixel{0, 0, 0, 0}));
+    EXPECT_EQ(image.at(80, 88), (Pixel{0x80, 0x80, 0x80, 255}));
+}
+
+TEST(FrameCompositor, DevicesStandOnTheirBases) {
+    Canvas c = bare(0.05);
+    c.background = Background::solid("#FFFFFF");
+    c.deviceFrame = DeviceFrame::studioDisplay();
+    Project p = project(c);
+    FrameUniforms u = frameUniforms(p, 0, {160, 90}, std::nullopt);
+    const Float4 body = colorFromHex(DeviceFrame::studioDisplay().bodyColor);
+    const Pixel bodyPixel{static_cast<int>(std::lround(body.z * 255)),
+                          static_cast<int>(std::lround(body.y * 255)),
+                          static_cast<int>(std::lround(body.x * 255)), 255};
+    Image image = draw(p);
+    // The neck, right under the body's middle.
+    const int cx = static_cast<int>(u.bodyOrigin.x + u.bodySize.x / 2);
+    const int below = static_cast<int>(u.bodyOrigin.y + u.bodySize.y + u.bodySize.y * 0.04);
+    EXPECT_EQ(image.at(cx, below), bodyPixel);
+    EXPECT_EQ(image.at(static_cast<int>(u.bodyOrigin.x) + 1, below), (Pixel{255, 255, 255, 255}));
+
+    // A tablet's screen well is near-black around a recording of another shape.
+    p.canvas.deviceFrame = DeviceFrame::iPadPro();
+    u = frameUniforms(p, 0, {160, 90}, std::nullopt);
+    image = draw(p);
+    const Pixel well = image.at(static_cast<int>(u.screenOrigin.x + u.screenSize.x / 2),
+                                static_cast<int>(u.screenOrigin.y) + 3);
+    EXPECT_LT(well[2], 12);
+    EXPECT_EQ(well[3], 255);
+
+    // A laptop's slab reaches a little past the lid on both sides.
+    p.canvas.deviceFrame = DeviceFrame::macBookPro();
+    u = frameUniforms(p, 0, {160, 90}, std::nullopt);
+    image = draw(p);
+    const Float4 lid = colorFromHex(DeviceFrame::macBookPro().bodyColor);
+    const int slabY = static_cast<int>(u.bodyOrigin.y + u.bodySize.y + u.bodySize.y * 0.014);
+    const Pixel slab = image.at(static_cast<int>(u.bodyOrigin.x + u.bodySize.x / 2), slabY);
+    EXPECT_NEAR(slab[2], lid.x * 255, 2);
+}
+
+TEST(FrameCompositor, CaptionsStayLevelAndInPlace) {
+    Canvas c = bare(0.4); // the recording stays clear of the caption
+    c.background = Background::solid("#204060");
+    Project p = project(c);
+    p.captions = CaptionTrack{
+        {CaptionTrack::Cue{Uuid::random(), {{"Hello", 0, 1, 1}, {"there.", 1, 2, 1}}}}, CaptionStyle{}, true};
+    p.captions->style.fontScale = 0.12;
+    const Image flat = draw(p, 0.5, std::nullopt, 320, 180);
+
+    CaptionRenderer renderer;
+    const auto layout = renderer.layout(*p.captions, 0.5, {320, 180});
+    ASSERT_TRUE(layout.has_value());
+    EXPECT_NEAR(layout->origin.y + layout->size.height, 180 * 0.94, 1e-9);
+    const int x0 = static_cast<int>(layout->origin.x);
+    const int y0 = static_cast<int>(layout->origin.y);
+    bool marked = false;
+    for (int y = y0; y < y0 + static_cast<int>(layout->size.height); ++y) {
+        for (int x = x0; x < x0 + static_cast<int>(layout->size.width); ++x) {
+            marked = marked || flat.at(x, y) != flat.at(2, 2);
+        }
+    }
+    EXPECT_TRUE(marked) << "no caption drawn";
+
+    Project tilted = p;
+    tilted.canvas.tilt = {0, 25};
+    tilted.camera.beats = {ZoomBeat(Uuid::random(), 0, 5, {0.3, 0.3}, 2.5, 0, 0, Easing::linear, false)};
+    const Image moved = draw(tilted, 0.5, std::nullopt, 320, 180);
+    for (int y = y0; y < y0 + static_cast<int>(layout->size.height); ++y) {
+        for (int x = x0; x < x0 + static_cast<int>(layout->size.width); ++x) {
+            ASSERT_EQ(moved.at(x, y), flat.at(x, y)) << x << "," << y;
+        }
+    }
+
+    p.captions->isEnabled = false;
+    EXPECT_FALSE(renderer.layout(*p.captions, 0.5, {320, 180}).has_value());
+}
