@@ -10,6 +10,7 @@ namespace marlowick::cli {
 int runInfo(const std::vector<std::string>& args);
 int runResave(const std::vector<std::string>& args);
 int runZoom(const std::vector<std::string>& args);
+int runFrame(const std::vector<std::string>& args);
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;

@@ -17,6 +17,8 @@ Commands:
   resave IN OUT           Read the package IN and write it to OUT, bringing older files up to date.
   zoom PACKAGE [--style S] [--json] [--write]
                           Direct the zooms again from the telemetry, keeping the beats a person edited.
+  frame PACKAGE --at SECONDS [--size WxH] -o FILE.png
+                          Draw one finished frame of the project as a picture.
 
 Run 'marlowick COMMAND --help' for more about a command.
 )";
@@ -52,6 +54,9 @@ int main(int argc, char** argv) {
     }
     if (command == "zoom") {
         return runZoom(args);
+    }
+    if (command == "frame") {
+        return runFrame(args);
     }
     report("unknown command '" + std::string(command) + "'; see 'marlowick --help'");
     return exitUsage;

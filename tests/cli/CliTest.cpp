@@ -1,6 +1,7 @@
 // The marlowick tool as a user runs it: its output, its exit status, and that a failure says what is
 // wrong in one line and leaves the files alone.
 
+#include "media/VideoDecoder.h"
 #include "model/MarlowickDocument.h"
 #include "model/ModelCoding.h"
 #include "support/Samples.h"
@@ -208,4 +209,42 @@ TEST_F(Cli, ZoomRedirectsFromTheTelemetryKeepingEditedBeats) {
     EXPECT_EQ(run({"zoom", package.string(), "--style", "wild"}).status, 2);
     EXPECT_EQ(run({"zoom", package.string(), "--style"}).status, 2);
     EXPECT_EQ(run({"zoom", (dir / "Missing.marlowick").string()}).status, 1);
+}
+
+TEST_F(Cli, FrameDrawsTheFinishedPicture) {
+    const fs::path clip = dir / "clip.mov";
+    ASSERT_EQ(std::system(("ffmpeg -v error -f lavfi -i testsrc2=size=128x72:rate=10 -t 1 -pix_fmt yuv420p " +
+                           quoted(clip.string()))
+                              .c_str()),
+              0);
+    Project p = sampleProject(clip);
+    p.source.size = {128, 72};
+    p.source.frameRate = 10;
+    p.source.duration = 1;
+    const fs::path package = dir / "Frame.marlowick";
+    MarlowickDocument(p, sampleEvents(120)).write(package);
+
+    const fs::path png = dir / "frame.png";
+    const Result r = run({"frame", package.string(), "--at", "0.5", "--size", "160x90", "-o", png.string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    VideoDecoder picture(png);
+    EXPECT_EQ(picture.width(), 160);
+    EXPECT_EQ(picture.height(), 90);
+    const auto image = picture.next();
+    ASSERT_TRUE(image.has_value());
+    // The fresh-recording canvas: a violet gradient around the recording.
+    const std::uint8_t* corner = image->image.row(2) + 4 * 2;
+    EXPECT_GT(corner[0], corner[1]);
+
+    EXPECT_EQ(run({"frame", package.string(), "--at", "0.5", "--size", "160by90", "-o", png.string()}).status,
+              2);
+    EXPECT_EQ(run({"frame", package.string(), "--at", "soon", "-o", png.string()}).status, 2);
+    EXPECT_EQ(run({"frame", package.string(), "--at", "0.5"}).status, 2);
+    fs::remove(clip.string());
+    fs::remove(package / "Media" / "clip.mov");
+    writeText(package / "Media" / "clip.mov", "not a movie");
+    const Result broken = run({"frame", package.string(), "--at", "0.5", "-o", (dir / "x.png").string()});
+    EXPECT_EQ(broken.status, 1);
+    EXPECT_EQ(lineCount(broken.err), 1u);
+    EXPECT_FALSE(fs::exists(dir / "x.png"));
 }

@@ -1,0 +1,129 @@
+#include "Arguments.h"
+#include "Commands.h"
+#include "Errors.h"
+
+#include "compositor/EglContext.h"
+#include "compositor/FrameCompositor.h"
+#include "compositor/PngFile.h"
+#include "media/MediaError.h"
+#include "media/VideoDecoder.h"
+#include "trajectory/CursorSampler.h"
+
+#include <charconv>
+#include <cmath>
+#include <iostream>
+
+namespace marlowick::cli {
+
+namespace {
+
+constexpr std::string_view help = R"(Usage: marlowick frame PACKAGE --at SECONDS [--size WxH] -o FILE.png
+
+Draws one finished frame of the project, as the export would: the recording at that moment on its
+canvas, with the camera, the cursor and the captions of that moment. SECONDS is a time on the finished
+video, after the cuts. The frame has the size of the project's shape (1920x1080 for widescreen) unless
+--size gives another.
+)";
+
+std::optional<double> parseNumber(const std::string& text) {
+    double value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<std::pair<int, int>> parseSize(const std::string& text) {
+    const auto x = text.find('x');
+    if (x == std::string::npos) {
+        return std::nullopt;
+    }
+    int w = 0;
+    int h = 0;
+    const char* begin = text.data();
+    const auto a = std::from_chars(begin, begin + x, w);
+    const auto b = std::from_chars(begin + x + 1, begin + text.size(), h);
+    if (a.ec != std::errc() || b.ec != std::errc() || a.ptr != begin + x || b.ptr != begin + text.size() ||
+        w < 1 || h < 1 || w > 16384 || h > 16384) {
+        return std::nullopt;
+    }
+    return std::pair{w, h};
+}
+
+} // namespace
+
+int runFrame(const std::vector<std::string>& args) {
+    if (wantsHelp(args)) {
+        std::cout << help;
+        return 0;
+    }
+    const auto parsed = parseArguments("frame", args, {}, {"--at", "--size", "-o"}, 1);
+    if (!parsed) {
+        return exitUsage;
+    }
+    const auto atText = parsed->value("--at");
+    const auto at = atText ? parseNumber(*atText) : std::nullopt;
+    const auto output = parsed->value("-o");
+    if (!at || !output) {
+        report("frame needs --at SECONDS and -o FILE.png; see 'marlowick frame --help'");
+        return exitUsage;
+    }
+    const double time = *at;
+    std::optional<std::pair<int, int>> canvasSize;
+    if (const auto sizeText = parsed->value("--size")) {
+        canvasSize = parseSize(*sizeText);
+        if (!canvasSize) {
+            report("frame: --size takes WIDTHxHEIGHT, as 1280x720");
+            return exitUsage;
+        }
+    }
+
+    const std::filesystem::path package = parsed->words.front();
+    const auto document = openPackage(package);
+    if (!document) {
+        return exitFailure;
+    }
+    const Project& project = document->project;
+    if (!canvasSize) {
+        const Size s = size(project.canvas.ratio);
+        canvasSize = std::pair{static_cast<int>(s.width), static_cast<int>(s.height)};
+    }
+
+    try {
+        // The finished video's clock: the source frame comes from before the cuts, everything drawn over
+        // it from the project moved onto output time.
+        const double sourceTime = project.effectiveTrim().sourceTimeForOutput(time);
+        const auto trimmed = project.applyingTrim(document->telemetry());
+        const CursorSampler cursor(trimmed.telemetry, trimmed.project.source, project.cursor);
+
+        VideoDecoder decoder(project.source.mediaURL.path());
+        const auto frame = decoder.frameAt(sourceTime);
+        if (!frame) {
+            report(package.string() + ": the movie has no frames");
+            return exitFailure;
+        }
+
+        const EglContext context;
+        FrameCompositor compositor;
+        BgraTexture source;
+        source.upload(frame->image.bytes.data(), frame->image.width, frame->image.height,
+                      frame->image.stride);
+        RenderTarget target(canvasSize->first, canvasSize->second);
+        target.bind();
+        compositor.render(source, target.width(), target.height(), trimmed.project, time,
+                          cursor.frameAt(time), true);
+        const std::vector<std::uint8_t> pixels = target.readBgra();
+        writePng(*output, target.width(), target.height(), pixels.data(), target.width() * 4);
+    } catch (const MediaError& e) {
+        report(e.what()); // names the movie
+        return exitFailure;
+    } catch (const std::exception& e) {
+        report(package.string() + ": " + e.what());
+        return exitFailure;
+    }
+    std::cout << "Wrote " << *output << " (" << canvasSize->first << "×" << canvasSize->second << ")\n";
+    return 0;
+}
+
+} // namespace marlowick::cli

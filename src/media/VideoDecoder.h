@@ -1,0 +1,44 @@
+#pragma once
+
+#include "media/BgraImage.h"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+namespace marlowick {
+
+// Reads the first video stream of a movie, frame by frame. Times are seconds on the recording's clock:
+// the stream's timestamps in its time base, less the stream's start. One thread at a time.
+class VideoDecoder {
+public:
+    // Opens the movie; throws MediaError when it can't be read or has no decodable video.
+    explicit VideoDecoder(const std::filesystem::path& movie);
+    ~VideoDecoder();
+    VideoDecoder(const VideoDecoder&) = delete;
+    VideoDecoder& operator=(const VideoDecoder&) = delete;
+
+    int width() const;
+    int height() const;
+    double frameRate() const; // the stream's average, or its nominal rate
+    double duration() const;  // seconds
+
+    struct Frame {
+        double time; // seconds on the recording's clock
+        BgraImage image;
+    };
+
+    // The next frame in presentation order, or none at the end of the stream.
+    std::optional<Frame> next();
+    // Moves so that `next` yields the frame showing at `time` (the last one starting at or before it).
+    void seek(double time);
+    // The frame showing at `time`: the last frame that starts at or before it, or the first frame for a
+    // time before the start. None for an empty stream.
+    std::optional<Frame> frameAt(double time);
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
+
+} // namespace marlowick
