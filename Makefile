@@ -24,6 +24,7 @@ demo: build
 bench: build
 	$(BUILD)/bench/marlowick-bench
 	$(BUILD)/bench/marlowick-trajectory-bench
+	$(BUILD)/bench/marlowick-compositor-bench
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -111,71 +111,76 @@ void main() {
         scenePixel = mapped.xy / mapped.z + tiltCenter;
     }
 
-    vec4 colour;
-    if (backgroundMode > 1.5) {
-        colour = vec4(0.0);
-    } else if (backgroundMode < 0.5) {
-        colour = premul(backgroundTop, 1.0);
-    } else {
-        vec2 dir = vec2(cos(gradientAngle), sin(gradientAngle));
-        float extent = abs(dir.x) * canvasSize.x + abs(dir.y) * canvasSize.y;
-        float t = clamp(dot(pixel, dir) / max(extent, 1.0) + 0.5, 0.0, 1.0);
-        colour = premul(mix(backgroundTop, backgroundBottom, t), 1.0);
-    }
-
     vec2 halfSize = surfaceSize * 0.5;
     vec2 centre = surfaceOrigin + halfSize;
     bool hasDevice = deviceMode > 0.5;
+    float surfaceDist = roundedBoxSDF(scenePixel - centre, halfSize, cornerRadius);
 
-    // The shadow of what the viewer sees as the object: the device's body, or the surface.
-    if (shadowRadius > 0.0) {
-        vec2 shadowHalf = hasDevice ? bodySize * 0.5 : halfSize;
-        vec2 shadowCentre = hasDevice ? bodyOrigin + shadowHalf : centre;
-        float shadowCorner = hasDevice ? bodyRadius : cornerRadius;
-        float shadowDist = roundedBoxSDF(scenePixel - shadowCentre - shadowOffset, shadowHalf, shadowCorner);
-        // Only pixels within the blur's reach of the object get a shadow; smoothstep is 1 beyond it.
-        if (shadowDist < shadowRadius) {
-            float shadow = 1.0 - smoothstep(0.0, shadowRadius, shadowDist);
-            colour = over(premul(shadowColor, shadow), colour);
+    // Where the recording covers the pixel fully (coverage exactly 1 over an opaque frame), whatever lies
+    // beneath it is multiplied by zero: the background, shadow and device passes are skipped there.
+    vec4 colour = vec4(0.0);
+    if (surfaceDist > -1.0) {
+        if (backgroundMode > 1.5) {
+            colour = vec4(0.0);
+        } else if (backgroundMode < 0.5) {
+            colour = premul(backgroundTop, 1.0);
+        } else {
+            vec2 dir = vec2(cos(gradientAngle), sin(gradientAngle));
+            float extent = abs(dir.x) * canvasSize.x + abs(dir.y) * canvasSize.y;
+            float t = clamp(dot(pixel, dir) / max(extent, 1.0) + 0.5, 0.0, 1.0);
+            colour = premul(mix(backgroundTop, backgroundBottom, t), 1.0);
         }
-    }
 
-    if (hasDevice) {
-        if (deviceMode > 2.5) {
-            float baseHeight = bodySize.y * 0.10;
-            vec2 bodyBottom = vec2(bodyOrigin.x + bodySize.x * 0.5, bodyOrigin.y + bodySize.y);
-            if (deviceMode > 3.5) {
-                // A display: a neck into a foot.
-                float neckWidth = bodySize.x * 0.10;
-                float baseWidth = bodySize.x * 0.34;
-                vec2 neckHalf = vec2(neckWidth * 0.5, baseHeight * 0.55);
-                float neck = roundedBoxSDF(scenePixel - (bodyBottom + vec2(0.0, neckHalf.y)), neckHalf,
-                                           baseHeight * 0.06);
-                vec2 footHalf = vec2(baseWidth * 0.5, baseHeight * 0.10);
-                vec2 footCentre = bodyBottom + vec2(0.0, baseHeight * 1.05);
-                float foot = roundedBoxSDF(scenePixel - footCentre, footHalf, footHalf.y);
-                colour = over(premul(bodyColor, fillOf(min(neck, foot))), colour);
-            } else {
-                // A laptop: a shallow slab slightly wider than the lid.
-                float baseWidth = bodySize.x * 1.02;
-                vec2 baseHalf = vec2(baseWidth * 0.5, baseHeight * 0.28);
-                vec2 baseCentre = bodyBottom + vec2(0.0, baseHalf.y);
-                float slab = roundedBoxSDF(scenePixel - baseCentre, baseHalf, baseHalf.y * 0.7);
-                colour = over(premul(bodyColor, fillOf(slab)), colour);
+
+        // The shadow of what the viewer sees as the object: the device's body, or the surface.
+        if (shadowRadius > 0.0) {
+            vec2 shadowHalf = hasDevice ? bodySize * 0.5 : halfSize;
+            vec2 shadowCentre = hasDevice ? bodyOrigin + shadowHalf : centre;
+            float shadowCorner = hasDevice ? bodyRadius : cornerRadius;
+            float shadowDist = roundedBoxSDF(scenePixel - shadowCentre - shadowOffset, shadowHalf, shadowCorner);
+            // Only pixels within the blur's reach of the object get a shadow; smoothstep is 1 beyond it.
+            if (shadowDist < shadowRadius) {
+                float shadow = 1.0 - smoothstep(0.0, shadowRadius, shadowDist);
+                colour = over(premul(shadowColor, shadow), colour);
             }
         }
-        vec2 bodyHalf = bodySize * 0.5;
-        colour = over(premul(bodyColor, fillOf(roundedBoxSDF(scenePixel - (bodyOrigin + bodyHalf), bodyHalf,
-                                                             bodyRadius))),
-                      colour);
-        // The screen well: black behind the recording, so a capture of another shape letterboxes.
-        vec2 screenHalf = screenSize * 0.5;
-        colour = over(premul(screenBlack, fillOf(roundedBoxSDF(scenePixel - (screenOrigin + screenHalf),
-                                                               screenHalf, screenRadius))),
-                      colour);
+
+        if (hasDevice) {
+            if (deviceMode > 2.5) {
+                float baseHeight = bodySize.y * 0.10;
+                vec2 bodyBottom = vec2(bodyOrigin.x + bodySize.x * 0.5, bodyOrigin.y + bodySize.y);
+                if (deviceMode > 3.5) {
+                    // A display: a neck into a foot.
+                    float neckWidth = bodySize.x * 0.10;
+                    float baseWidth = bodySize.x * 0.34;
+                    vec2 neckHalf = vec2(neckWidth * 0.5, baseHeight * 0.55);
+                    float neck = roundedBoxSDF(scenePixel - (bodyBottom + vec2(0.0, neckHalf.y)), neckHalf,
+                                               baseHeight * 0.06);
+                    vec2 footHalf = vec2(baseWidth * 0.5, baseHeight * 0.10);
+                    vec2 footCentre = bodyBottom + vec2(0.0, baseHeight * 1.05);
+                    float foot = roundedBoxSDF(scenePixel - footCentre, footHalf, footHalf.y);
+                    colour = over(premul(bodyColor, fillOf(min(neck, foot))), colour);
+                } else {
+                    // A laptop: a shallow slab slightly wider than the lid.
+                    float baseWidth = bodySize.x * 1.02;
+                    vec2 baseHalf = vec2(baseWidth * 0.5, baseHeight * 0.28);
+                    vec2 baseCentre = bodyBottom + vec2(0.0, baseHalf.y);
+                    float slab = roundedBoxSDF(scenePixel - baseCentre, baseHalf, baseHalf.y * 0.7);
+                    colour = over(premul(bodyColor, fillOf(slab)), colour);
+                }
+            }
+            vec2 bodyHalf = bodySize * 0.5;
+            colour = over(premul(bodyColor, fillOf(roundedBoxSDF(scenePixel - (bodyOrigin + bodyHalf), bodyHalf,
+                                                                 bodyRadius))),
+                          colour);
+            // The screen well: black behind the recording, so a capture of another shape letterboxes.
+            vec2 screenHalf = screenSize * 0.5;
+            colour = over(premul(screenBlack, fillOf(roundedBoxSDF(scenePixel - (screenOrigin + screenHalf),
+                                                                   screenHalf, screenRadius))),
+                          colour);
+        }
     }
 
-    float surfaceDist = roundedBoxSDF(scenePixel - centre, halfSize, cornerRadius);
     if (surfaceDist < 1.0) {
         vec2 local = (scenePixel - surfaceOrigin) / surfaceSize;
         // The crop first, then the camera. Past the source's edge the edge pixels repeat.
