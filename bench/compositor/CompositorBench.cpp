@@ -51,7 +51,8 @@ in vec2 uv;
 out vec4 fragColor;
 void main() { fragColor = texture(source, uv); })";
         const GLuint program = glCreateProgram();
-        for (const auto& [stage, text] : {std::pair{GL_VERTEX_SHADER, vertex}, std::pair{GL_FRAGMENT_SHADER, fragment}}) {
+        for (const auto& [stage, text] :
+             {std::pair{GL_VERTEX_SHADER, vertex}, std::pair{GL_FRAGMENT_SHADER, fragment}}) {
             const GLuint shader = glCreateShader(stage);
             glShaderSource(shader, 1, &text, nullptr);
             glCompileShader(shader);
@@ -108,7 +109,8 @@ void Compositor(benchmark::State& state) {
         g.compositor.render(source, width, height, project, 5, cursor, true);
         glFinish();
     }
-    state.counters["fps"] = benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["fps"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
 void Blit(benchmark::State& state) {
@@ -131,7 +133,8 @@ void Blit(benchmark::State& state) {
         glDrawArrays(GL_TRIANGLES, 0, 3);
         glFinish();
     }
-    state.counters["fps"] = benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["fps"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
 void CompositorWithReadback(benchmark::State& state) {

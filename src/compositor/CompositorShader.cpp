@@ -17,6 +17,9 @@ void main() {
 )glsl";
 
 const char* const compositorFragmentSource = R"glsl(#version 330 core
+// Each pass sits under a feature switch (MW_TILT, MW_UNDER, MW_SHADOW, MW_DEVICE, MW_RIPPLE, MW_CURSOR,
+// MW_CAPTION). With all of them defined this is the whole program; a variant without some is drawn only
+// over pixels where the passes it lacks contribute nothing, so every pixel comes out the same.
 layout(std140) uniform FrameUniforms {
     vec4 backgroundTop;
     vec4 backgroundBottom;
@@ -100,6 +103,7 @@ void main() {
     // Where on the tilted plane this pixel came from. Everything lying in the scene works in plane
     // coordinates; the background and the captions keep the untilted pixel.
     vec2 scenePixel = pixel;
+#ifdef MW_TILT
     if (tiltEnabled > 0.5) {
         vec3 mapped = tiltInverse * vec3(pixel - tiltCenter, 1.0);
         // A plane point in front of the eye has a positive depth; at the horizon it reaches 0, and
@@ -110,6 +114,7 @@ void main() {
         }
         scenePixel = mapped.xy / mapped.z + tiltCenter;
     }
+#endif
 
     vec2 halfSize = surfaceSize * 0.5;
     vec2 centre = surfaceOrigin + halfSize;
@@ -119,6 +124,7 @@ void main() {
     // Where the recording covers the pixel fully (coverage exactly 1 over an opaque frame), whatever lies
     // beneath it is multiplied by zero: the background, shadow and device passes are skipped there.
     vec4 colour = vec4(0.0);
+#ifdef MW_UNDER
     if (surfaceDist > -1.0) {
         if (backgroundMode > 1.5) {
             colour = vec4(0.0);
@@ -132,6 +138,7 @@ void main() {
         }
 
 
+#ifdef MW_SHADOW
         // The shadow of what the viewer sees as the object: the device's body, or the surface.
         if (shadowRadius > 0.0) {
             vec2 shadowHalf = hasDevice ? bodySize * 0.5 : halfSize;
@@ -144,7 +151,9 @@ void main() {
                 colour = over(premul(shadowColor, shadow), colour);
             }
         }
+#endif
 
+#ifdef MW_DEVICE
         if (hasDevice) {
             if (deviceMode > 2.5) {
                 float baseHeight = bodySize.y * 0.10;
@@ -179,7 +188,9 @@ void main() {
                                                                    screenHalf, screenRadius))),
                           colour);
         }
+#endif
     }
+#endif
 
     if (surfaceDist < 1.0) {
         vec2 local = (scenePixel - surfaceOrigin) / surfaceSize;
@@ -189,6 +200,7 @@ void main() {
         float coverage = fillOf(surfaceDist);
         colour = over(premul(vec4(frame.rgb, 1.0), coverage), colour);
 
+#ifdef MW_RIPPLE
         // The click ripple, under the cursor; both move with the content as the camera does.
         if (rippleProgress >= 0.0) {
             float radius = mix(2.0, cursorSize * 1.8, rippleProgress) * cameraScale;
@@ -200,7 +212,9 @@ void main() {
                 colour = over(premul(vec4(1.0), alpha * coverage), colour);
             }
         }
+#endif
 
+#ifdef MW_CURSOR
         if (cursorOpacity > 0.001) {
             float size = cursorSize * cameraScale;
             vec2 q = scenePixel - toCanvas(cursorPosition);
@@ -218,8 +232,10 @@ void main() {
                 colour = over(premul(vec4(1.0), fill * cursorOpacity), colour);
             }
         }
+#endif
     }
 
+#ifdef MW_DEVICE
     // The camera housing straddles the screen's top edge, merging into the bezel.
     if (hasDevice && notchWidth > 0.0) {
         float notchHeight = bodySize.x * 0.024;
@@ -228,7 +244,9 @@ void main() {
         colour = over(premul(screenBlack, fillOf(roundedBoxSDF(scenePixel - notchCentre, notchHalf, notchHalf.y))),
                       colour);
     }
+#endif
 
+#ifdef MW_CAPTION
     // Captions belong to the finished video: untilted, over everything, never moved by the camera. The
     // texture is premultiplied already.
     if (captionSize.x > 0.5 && captionSize.y > 0.5) {
@@ -237,6 +255,7 @@ void main() {
             colour = over(texture(caption, local), colour);
         }
     }
+#endif
 
     float outAlpha = colour.a;
     fragColor = outAlpha > 0.0001 ? vec4(colour.rgb / outAlpha, outAlpha) : vec4(0.0, 0.0, 0.0, outAlpha);

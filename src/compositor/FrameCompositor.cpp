@@ -2,6 +2,7 @@
 
 #include "compositor/CaptionRenderer.h"
 #include "compositor/CompositorShader.h"
+#include "compositor/DrawPlan.h"
 
 #include <cstdio>
 
@@ -34,12 +35,31 @@ GLuint compile(GLenum stage, const char* source, const char* name) {
     return shader;
 }
 
+// The fragment program with the passes of `features` switched on: their defines go right after the
+// version line, which must stay first.
+std::string fragmentSource(unsigned features) {
+    namespace F = CompositorFeature;
+    const std::string source = compositorFragmentSource;
+    const auto firstLineEnd = source.find('\n') + 1;
+    std::string defines;
+    for (const auto& [bit, name] :
+         {std::pair{F::tilt, "MW_TILT"}, std::pair{F::under, "MW_UNDER"}, std::pair{F::shadow, "MW_SHADOW"},
+          std::pair{F::device, "MW_DEVICE"}, std::pair{F::ripple, "MW_RIPPLE"},
+          std::pair{F::cursor, "MW_CURSOR"}, std::pair{F::caption, "MW_CAPTION"}}) {
+        if (features & bit) {
+            defines += std::string("#define ") + name + "\n";
+        }
+    }
+    return source.substr(0, firstLineEnd) + defines + source.substr(firstLineEnd);
+}
+
 // Both statuses are checked: a wrong version line passes Mesa's compile and fails only at link.
-GLuint link() {
+GLuint link(unsigned features) {
     const GLuint vertex = compile(GL_VERTEX_SHADER, compositorVertexSource, "vertex");
     GLuint fragment = 0;
     try {
-        fragment = compile(GL_FRAGMENT_SHADER, compositorFragmentSource, "fragment");
+        const std::string source = fragmentSource(features);
+        fragment = compile(GL_FRAGMENT_SHADER, source.c_str(), "fragment");
     } catch (...) {
         glDeleteShader(vertex);
         throw;
@@ -67,14 +87,9 @@ GLuint link() {
 } // namespace
 
 FrameCompositor::FrameCompositor()
-    : m_program(link())
-    , m_captions(std::make_unique<CaptionRenderer>()) {
-    const GLuint program = m_program.get();
-    glUniformBlockBinding(program, glGetUniformBlockIndex(program, "FrameUniforms"), uniformBinding);
-    glUseProgram(program);
-    glUniform1i(glGetUniformLocation(program, "source"), 0);
-    glUniform1i(glGetUniformLocation(program, "caption"), 1);
-    m_topRowFirst = glGetUniformLocation(program, "topRowFirst");
+    : m_captions(std::make_unique<CaptionRenderer>()) {
+    // The whole program is compiled at once, so that a fault in it shows when the compositor starts.
+    variant(CompositorFeature::all);
 
     GLuint vertexArray = 0;
     glGenVertexArrays(1, &vertexArray);
@@ -87,6 +102,21 @@ FrameCompositor::FrameCompositor()
 }
 
 FrameCompositor::~FrameCompositor() = default;
+
+FrameCompositor::Variant& FrameCompositor::variant(unsigned features) {
+    const auto found = m_variants.find(features);
+    if (found != m_variants.end()) {
+        return found->second;
+    }
+    Variant v{GlProgram(link(features))};
+    const GLuint program = v.program.get();
+    glUniformBlockBinding(program, glGetUniformBlockIndex(program, "FrameUniforms"), uniformBinding);
+    glUseProgram(program);
+    glUniform1i(glGetUniformLocation(program, "source"), 0);
+    glUniform1i(glGetUniformLocation(program, "caption"), 1);
+    v.topRowFirst = glGetUniformLocation(program, "topRowFirst");
+    return m_variants.emplace(features, std::move(v)).first->second;
+}
 
 void FrameCompositor::render(const BgraTexture& source, int canvasWidth, int canvasHeight,
                              const Project& project, double t, const std::optional<CursorFrame>& cursor,
@@ -105,8 +135,6 @@ void FrameCompositor::render(const BgraTexture& source, int canvasWidth, int can
 
     glViewport(0, 0, canvasWidth, canvasHeight);
     glDisable(GL_BLEND);
-    glUseProgram(m_program.get());
-    glUniform1f(m_topRowFirst, topRowFirst ? 1.0f : 0.0f);
     glBindBuffer(GL_UNIFORM_BUFFER, m_uniforms.get());
     glBufferSubData(GL_UNIFORM_BUFFER, 0, sizeof u, &u);
     glBindBufferBase(GL_UNIFORM_BUFFER, uniformBinding, m_uniforms.get());
@@ -115,7 +143,21 @@ void FrameCompositor::render(const BgraTexture& source, int canvasWidth, int can
     glActiveTexture(GL_TEXTURE1);
     glBindTexture(GL_TEXTURE_2D, caption->get());
     glBindVertexArray(m_vertexArray.get());
-    glDrawArrays(GL_TRIANGLES, 0, 3);
+
+    const std::vector<DrawStep> steps =
+        m_regionPlanning ? planDraws(u, canvasWidth, canvasHeight)
+                         : std::vector<DrawStep>{{{0, 0, canvasWidth, canvasHeight}, CompositorFeature::all}};
+    glEnable(GL_SCISSOR_TEST);
+    for (const DrawStep& step : steps) {
+        const Variant& v = variant(step.features);
+        glUseProgram(v.program.get());
+        glUniform1f(v.topRowFirst, topRowFirst ? 1.0f : 0.0f);
+        // Scissor boxes count rows from the framebuffer's first row.
+        const PixelRect& r = step.region;
+        glScissor(r.x, topRowFirst ? r.y : canvasHeight - r.y - r.height, r.width, r.height);
+        glDrawArrays(GL_TRIANGLES, 0, 3);
+    }
+    glDisable(GL_SCISSOR_TEST);
     glBindVertexArray(0);
     glActiveTexture(GL_TEXTURE0);
 }
@@ -130,10 +172,11 @@ std::vector<std::size_t> FrameCompositor::uniformBlockOffsets() const {
         const std::string name(field.name);
         const char* names[] = {name.c_str()};
         GLuint index = GL_INVALID_INDEX;
-        glGetUniformIndices(m_program.get(), 1, names, &index);
+        const GLuint program = m_variants.at(CompositorFeature::all).program.get();
+        glGetUniformIndices(program, 1, names, &index);
         GLint offset = -1;
         if (index != GL_INVALID_INDEX) {
-            glGetActiveUniformsiv(m_program.get(), 1, &index, GL_UNIFORM_OFFSET, &offset);
+            glGetActiveUniformsiv(program, 1, &index, GL_UNIFORM_OFFSET, &offset);
         }
         offsets.push_back(static_cast<std::size_t>(offset));
     }

@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <unordered_map>
 
 namespace marlowick {
 
@@ -33,15 +34,27 @@ public:
     // Forgets the cached captions, after a cue's words were edited.
     void invalidateCaptions();
 
+    // Whether a frame is drawn region by region with variants of the program that leave out the passes a
+    // region can't need (the default), or in one draw of the whole program. Both give the same pixels;
+    // the second is there to prove it.
+    void setRegionPlanning(bool enabled) { m_regionPlanning = enabled; }
+
     // The byte offset of each FrameUniforms field in the program's block, as the GL reports it, in the
     // order of `frameUniformFields()`.
     std::vector<std::size_t> uniformBlockOffsets() const;
 
 private:
-    GlProgram m_program;
+    struct Variant {
+        GlProgram program;
+        GLint topRowFirst = -1;
+    };
+    // The variant for a set of CompositorFeature bits, compiled on first use.
+    Variant& variant(unsigned features);
+
+    std::unordered_map<unsigned, Variant> m_variants;
+    bool m_regionPlanning = true;
     GlVertexArray m_vertexArray; // a core profile draws only with one bound, even without attributes
     GlBuffer m_uniforms;
-    GLint m_topRowFirst = -1;
     BgraTexture m_blank; // bound in place of a caption when there is none
     std::unique_ptr<CaptionRenderer> m_captions;
 };

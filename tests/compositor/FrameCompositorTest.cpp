@@ -260,3 +260,59 @@ TEST(FrameCompositor, CaptionsStayLevelAndInPlace) {
     p.captions->isEnabled = false;
     EXPECT_FALSE(renderer.layout(*p.captions, 0.5, {320, 180}).has_value());
 }
+
+TEST(FrameCompositor, DrawingByRegionsGivesTheSamePixelsAsOneDraw) {
+    auto looks = [] {
+        std::vector<std::pair<std::string, Project>> all;
+        Project fresh = project(Canvas::freshRecording());
+        fresh.camera.beats = {
+            ZoomBeat(Uuid::random(), 0, 5, {0.3, 0.6}, 1.7, 0.35, 0.35, Easing::easeInOut, true)};
+        fresh.captions =
+            CaptionTrack{{CaptionTrack::Cue{Uuid::random(), {{"Open", 0, 1, 1}, {"settings.", 1, 2, 1}}}},
+                         CaptionStyle{},
+                         true};
+        all.emplace_back("fresh", fresh);
+        Canvas edge = bare(0.1);
+        edge.shadow = {20, 0.6, {4, 10}};
+        edge.cornerRadius = 30;
+        all.emplace_back("transparent", project(edge));
+        for (const DeviceFrame& d : DeviceFrame::all()) {
+            Canvas c = Canvas::freshRecording();
+            c.deviceFrame = d;
+            c.contentMode = ContentMode::fit;
+            all.emplace_back(d.id, project(c));
+        }
+        Canvas vertical = Canvas::freshRecording();
+        vertical.ratio = AspectRatio::vertical;
+        Project fill = project(vertical);
+        fill.camera.beats = {ZoomBeat(Uuid::random(), 0, 5, {0.8, 0.2}, 2.4, 0, 0, Easing::linear, true)};
+        all.emplace_back("fill", fill);
+        Canvas beyond = bare(-0.1);
+        beyond.cornerRadius = 0;
+        all.emplace_back("beyond", project(beyond));
+        Canvas tilted = Canvas::freshRecording();
+        tilted.tilt = {10, -15};
+        all.emplace_back("tilted", project(tilted));
+        return all;
+    }();
+    const std::vector<std::optional<CursorFrame>> cursors{
+        std::nullopt, CursorFrame{{0.3, 0.6}, 1, 1, 0.2, {0.31, 0.62}},
+        CursorFrame{{0.995, 0.02}, 0.7, 2, 0, {0.99, 0.99}}, CursorFrame{{0.5, 0.5}, 1, 1, 0.9, {0.0, 0.5}}};
+
+    Gpu& g = gpu();
+    for (const auto& [name, p] : looks) {
+        for (std::size_t c = 0; c < cursors.size(); ++c) {
+            for (const bool topRowFirst : {true, false}) {
+                RenderTarget target(320, 180);
+                target.bind();
+                g.compositor.setRegionPlanning(false);
+                g.compositor.render(g.source, 320, 180, p, 1.5, cursors[c], topRowFirst);
+                const auto whole = target.readBgra();
+                g.compositor.setRegionPlanning(true);
+                g.compositor.render(g.source, 320, 180, p, 1.5, cursors[c], topRowFirst);
+                const auto planned = target.readBgra();
+                ASSERT_EQ(planned, whole) << name << ", cursor " << c << (topRowFirst ? "" : ", window rows");
+            }
+        }
+    }
+}

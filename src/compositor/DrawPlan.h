@@ -1,0 +1,44 @@
+#pragma once
+
+#include "compositor/FrameUniforms.h"
+
+#include <vector>
+
+namespace marlowick {
+
+// The passes of the compositor program that a variant may leave out.
+namespace CompositorFeature {
+constexpr unsigned tilt = 1;    // mapping pixels onto the tilted plane
+constexpr unsigned under = 2;   // background, and what lies beneath the recording
+constexpr unsigned shadow = 4;  // the drop shadow (beneath)
+constexpr unsigned device = 8;  // the device frame (beneath) and its camera housing (above)
+constexpr unsigned ripple = 16; // the click ripple
+constexpr unsigned cursor = 32; // the cursor arrow
+constexpr unsigned caption = 64;
+constexpr unsigned all = 127;
+} // namespace CompositorFeature
+
+// A rectangle of canvas pixels, top-left origin.
+struct PixelRect {
+    int x = 0;
+    int y = 0;
+    int width = 0;
+    int height = 0;
+
+    bool empty() const { return width <= 0 || height <= 0; }
+    friend bool operator==(const PixelRect&, const PixelRect&) = default;
+};
+
+struct DrawStep {
+    PixelRect region;
+    unsigned features; // CompositorFeature bits
+};
+
+// How to draw a frame so that no pixel runs passes that can't touch it: the inside of the recording
+// (fully covered, so nothing beneath shows) with the surface alone, the rest of the canvas without the
+// small elements, and then the neighbourhoods of the cursor, the ripple, the caption and the camera
+// housing again with everything. Later steps overwrite earlier ones; every pixel ends with the value the
+// whole program gives it. A tilted frame is one step with everything.
+std::vector<DrawStep> planDraws(const FrameUniforms& u, int width, int height);
+
+} // namespace marlowick
