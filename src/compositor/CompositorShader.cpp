@@ -17,9 +17,10 @@ void main() {
 )glsl";
 
 const char* const compositorFragmentSource = R"glsl(#version 330 core
-// Each pass sits under a feature switch (MW_TILT, MW_UNDER, MW_SHADOW, MW_DEVICE, MW_RIPPLE, MW_CURSOR,
-// MW_CAPTION). With all of them defined this is the whole program; a variant without some is drawn only
-// over pixels where the passes it lacks contribute nothing, so every pixel comes out the same.
+// Each pass sits under a feature switch (MW_TILT, MW_UNDER, MW_SHADOW, MW_DEVICE, MW_SURFACE, MW_RIPPLE,
+// MW_CURSOR, MW_CAPTION), and MW_INTERIOR keeps only what the inside of an untilted recording needs.
+// With all the passes defined this is the whole program; a variant without some is drawn only over
+// pixels where the passes it lacks contribute nothing, so every pixel comes out the same.
 layout(std140) uniform FrameUniforms {
     vec4 backgroundTop;
     vec4 backgroundBottom;
@@ -100,6 +101,15 @@ vec2 toCanvas(vec2 sourcePoint) {
 void main() {
     vec2 pixel = uv * canvasSize;
 
+#ifdef MW_INTERIOR
+    // Deep inside an untilted recording: coverage 1 over an opaque frame, so every later step leaves the
+    // frame's colour exactly as it is (times 1, plus 0, over 1).
+    vec2 inside = (pixel - surfaceOrigin) / surfaceSize;
+    vec2 insideUV = ((inside - 0.5) * sourceCrop) / max(cameraScale, 0.0001) + cameraCenter;
+    fragColor = vec4(texture(source, clamp(insideUV, 0.0, 1.0)).rgb, 1.0);
+    return;
+#endif
+
     // Where on the tilted plane this pixel came from. Everything lying in the scene works in plane
     // coordinates; the background and the captions keep the untilted pixel.
     vec2 scenePixel = pixel;
@@ -119,7 +129,11 @@ void main() {
     vec2 halfSize = surfaceSize * 0.5;
     vec2 centre = surfaceOrigin + halfSize;
     bool hasDevice = deviceMode > 0.5;
+#ifdef MW_SURFACE
     float surfaceDist = roundedBoxSDF(scenePixel - centre, halfSize, cornerRadius);
+#else
+    float surfaceDist = 2.0; // drawn only over pixels more than two pixels outside the surface
+#endif
 
     // Where the recording covers the pixel fully (coverage exactly 1 over an opaque frame), whatever lies
     // beneath it is multiplied by zero: the background, shadow and device passes are skipped there.
@@ -192,6 +206,7 @@ void main() {
     }
 #endif
 
+#ifdef MW_SURFACE
     if (surfaceDist < 1.0) {
         vec2 local = (scenePixel - surfaceOrigin) / surfaceSize;
         // The crop first, then the camera. Past the source's edge the edge pixels repeat.
@@ -234,6 +249,7 @@ void main() {
         }
 #endif
     }
+#endif
 
 #ifdef MW_DEVICE
     // The camera housing straddles the screen's top edge, merging into the bezel.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 namespace marlowick {
 
@@ -11,7 +12,7 @@ namespace F = CompositorFeature;
 
 // The integer rectangle holding every pixel whose centre lies within [x0, x1] × [y0, y1] and a pixel more
 // on each side, clipped to the canvas. A rectangle that isn't finite covers the whole canvas.
-PixelRect around(double x0, double y0, double x1, double y1, int width, int height) {
+PixelRect reachOf(double x0, double y0, double x1, double y1, int width, int height) {
     if (!std::isfinite(x0) || !std::isfinite(y0) || !std::isfinite(x1) || !std::isfinite(y1)) {
         return {0, 0, width, height};
     }
@@ -45,44 +46,82 @@ std::vector<DrawStep> planDraws(const FrameUniforms& u, int width, int height) {
     extras |= u.captionSize.x > 0.5f && u.captionSize.y > 0.5f ? F::caption : 0;
 
     if (u.tiltEnabled > 0.5f) {
-        return {{canvas, F::tilt | beneath | extras}};
+        return {{canvas, F::tilt | beneath | extras | F::surface}};
     }
 
     std::vector<DrawStep> steps;
-    // Pixels whose centres lie this far inside the rounded surface are covered fully.
-    const double inset = std::max(static_cast<double>(u.cornerRadius), 0.0) + 2;
-    // (Clipped to the canvas, which a recording may reach beyond.)
-    const double ix0 = std::max(std::ceil(u.surfaceOrigin.x + inset), 0.0);
-    const double iy0 = std::max(std::ceil(u.surfaceOrigin.y + inset), 0.0);
-    const double ix1 =
-        std::min(std::floor(u.surfaceOrigin.x + u.surfaceSize.x - inset), static_cast<double>(width));
-    const double iy1 =
-        std::min(std::floor(u.surfaceOrigin.y + u.surfaceSize.y - inset), static_cast<double>(height));
-    const bool hasInterior = std::isfinite(ix0) && std::isfinite(iy0) && std::isfinite(ix1) &&
-                             std::isfinite(iy1) && ix1 > ix0 && iy1 > iy0;
-    if (!hasInterior) {
-        steps.push_back({canvas, beneath});
-    } else {
-        const int x0 = static_cast<int>(ix0);
-        const int y0 = static_cast<int>(iy0);
-        const int x1 = static_cast<int>(ix1);
-        const int y1 = static_cast<int>(iy1);
-        steps.push_back({{x0, y0, x1 - x0, y1 - y0}, 0});
-        for (const PixelRect band : {PixelRect{0, 0, width, y0}, PixelRect{0, y1, width, height - y1},
-                                     PixelRect{0, y0, x0, y1 - y0}, PixelRect{x1, y0, width - x1, y1 - y0}}) {
+    // The canvas less an inner rectangle, as up to four bands around it.
+    auto bandsAround = [&](PixelRect outer, PixelRect inner, unsigned features) {
+        for (const PixelRect band :
+             {PixelRect{outer.x, outer.y, outer.width, inner.y - outer.y},
+              PixelRect{outer.x, inner.y + inner.height, outer.width,
+                        outer.y + outer.height - inner.y - inner.height},
+              PixelRect{outer.x, inner.y, inner.x - outer.x, inner.height},
+              PixelRect{inner.x + inner.width, inner.y, outer.x + outer.width - inner.x - inner.width,
+                        inner.height}}) {
             if (!band.empty()) {
-                steps.push_back({band, beneath});
+                steps.push_back({band, features});
             }
+        }
+    };
+    // Pixel rectangles from bounds, clipped to the canvas; none if a bound isn't finite.
+    auto clipped = [&](double x0, double y0, double x1, double y1) -> std::optional<PixelRect> {
+        if (!std::isfinite(x0) || !std::isfinite(y0) || !std::isfinite(x1) || !std::isfinite(y1)) {
+            return std::nullopt;
+        }
+        x0 = std::clamp(x0, 0.0, static_cast<double>(width));
+        x1 = std::clamp(x1, x0, static_cast<double>(width));
+        y0 = std::clamp(y0, 0.0, static_cast<double>(height));
+        y1 = std::clamp(y1, y0, static_cast<double>(height));
+        return PixelRect{static_cast<int>(x0), static_cast<int>(y0), static_cast<int>(x1 - x0),
+                         static_cast<int>(y1 - y0)};
+    };
+
+    // Pixels whose centres lie more than two pixels outside the surface's rectangle are untouched by it;
+    // those more than its corner radius and two pixels inside are covered fully.
+    const double sx0 = u.surfaceOrigin.x;
+    const double sy0 = u.surfaceOrigin.y;
+    const double sx1 = sx0 + u.surfaceSize.x;
+    const double sy1 = sy0 + u.surfaceSize.y;
+    const double inset = std::max(static_cast<double>(u.cornerRadius), 0.0) + 2;
+    const auto ring =
+        clipped(std::floor(sx0 - 2), std::floor(sy0 - 2), std::ceil(sx1 + 2), std::ceil(sy1 + 2));
+    const auto inside = clipped(std::ceil(sx0 + inset), std::ceil(sy0 + inset), std::floor(sx1 - inset),
+                                std::floor(sy1 - inset));
+    if (!ring || ring->empty() || u.surfaceSize.x <= 0 || u.surfaceSize.y <= 0) {
+        steps.push_back({canvas, beneath | F::surface});
+    } else {
+        // Beyond the shadow's reach (its rounded box offset and grown by its radius, and a pixel more)
+        // no shadow falls: the canvas outside that box needs only the background.
+        std::optional<PixelRect> shade;
+        if ((beneath & F::shadow) && !hasDevice) {
+            const double reach = static_cast<double>(u.shadowRadius) + 1;
+            shade = clipped(std::floor(std::min(sx0 - 2, sx0 + u.shadowOffset.x - reach)),
+                            std::floor(std::min(sy0 - 2, sy0 + u.shadowOffset.y - reach)),
+                            std::ceil(std::max(sx1 + 2, sx1 + u.shadowOffset.x + reach)),
+                            std::ceil(std::max(sy1 + 2, sy1 + u.shadowOffset.y + reach)));
+        }
+        if (shade && !shade->empty()) {
+            bandsAround(canvas, *shade, beneath & ~F::shadow);
+            bandsAround(*shade, *ring, beneath);
+        } else {
+            bandsAround(canvas, *ring, beneath);
+        }
+        if (inside && !inside->empty()) {
+            steps.push_back({*inside, F::interior});
+            bandsAround(*ring, *inside, beneath | F::surface);
+        } else {
+            steps.push_back({*ring, beneath | F::surface});
         }
     }
 
-    const unsigned everything = beneath | extras;
+    const unsigned everything = beneath | extras | F::surface;
     if (extras & F::cursor) {
         const Float2 tip = toCanvas(u, u.cursorPosition);
         const double size = static_cast<double>(u.cursorSize) * u.cameraScale;
         const double reach = size * 0.06 + 1.5;
-        steps.push_back({around(tip.x - reach, tip.y - reach, tip.x + size * 0.7 + reach,
-                                tip.y + size * 1.1 + reach, width, height),
+        steps.push_back({reachOf(tip.x - reach, tip.y - reach, tip.x + size * 0.7 + reach,
+                                 tip.y + size * 1.1 + reach, width, height),
                          everything});
     }
     if (extras & F::ripple) {
@@ -92,12 +131,12 @@ std::vector<DrawStep> planDraws(const FrameUniforms& u, int width, int height) {
         const double thickness = std::max(1.5, static_cast<double>(u.cursorSize) * 0.12 * u.cameraScale);
         const double reach = std::abs(radius) + thickness;
         steps.push_back(
-            {around(centre.x - reach, centre.y - reach, centre.x + reach, centre.y + reach, width, height),
+            {reachOf(centre.x - reach, centre.y - reach, centre.x + reach, centre.y + reach, width, height),
              everything});
     }
     if (extras & F::caption) {
-        steps.push_back({around(u.captionOrigin.x, u.captionOrigin.y, u.captionOrigin.x + u.captionSize.x,
-                                u.captionOrigin.y + u.captionSize.y, width, height),
+        steps.push_back({reachOf(u.captionOrigin.x, u.captionOrigin.y, u.captionOrigin.x + u.captionSize.x,
+                                 u.captionOrigin.y + u.captionSize.y, width, height),
                          everything});
     }
     if (hasDevice && u.notchWidth > 0) {
@@ -106,7 +145,7 @@ std::vector<DrawStep> planDraws(const FrameUniforms& u, int width, int height) {
         const double cx = u.screenOrigin.x + u.screenSize.x * 0.5;
         const double cy = u.screenOrigin.y;
         steps.push_back(
-            {around(cx - halfWidth, cy - halfHeight, cx + halfWidth, cy + halfHeight, width, height),
+            {reachOf(cx - halfWidth, cy - halfHeight, cx + halfWidth, cy + halfHeight, width, height),
              everything});
     }
     std::erase_if(steps, [](const DrawStep& s) { return s.region.empty(); });

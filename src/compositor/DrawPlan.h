@@ -15,7 +15,10 @@ constexpr unsigned device = 8;  // the device frame (beneath) and its camera hou
 constexpr unsigned ripple = 16; // the click ripple
 constexpr unsigned cursor = 32; // the cursor arrow
 constexpr unsigned caption = 64;
-constexpr unsigned all = 127;
+// Not a pass but their absence: the inside of an untilted recording, where the frame shows as it is.
+constexpr unsigned interior = 128;
+constexpr unsigned surface = 256; // the recording, with the ripple and cursor that lie on it
+constexpr unsigned all = tilt | under | shadow | device | ripple | cursor | caption | surface;
 } // namespace CompositorFeature
 
 // A rectangle of canvas pixels, top-left origin.
@@ -35,10 +38,11 @@ struct DrawStep {
 };
 
 // How to draw a frame so that no pixel runs passes that can't touch it: the inside of the recording
-// (fully covered, so nothing beneath shows) with the surface alone, the rest of the canvas without the
-// small elements, and then the neighbourhoods of the cursor, the ripple, the caption and the camera
-// housing again with everything. Later steps overwrite earlier ones; every pixel ends with the value the
-// whole program gives it. A tilted frame is one step with everything.
+// (fully covered, so nothing beneath shows) with the surface alone, a ring two pixels either side of its
+// edge with the surface and what lies beneath, the rest of the canvas without the surface, and then the
+// neighbourhoods of the cursor, the ripple, the caption and the camera housing again with everything. Later
+// steps overwrite earlier ones; every pixel ends with the value the whole program gives it. A tilted frame is
+// one step with everything.
 std::vector<DrawStep> planDraws(const FrameUniforms& u, int width, int height);
 
 } // namespace marlowick

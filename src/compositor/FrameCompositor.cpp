@@ -45,7 +45,8 @@ std::string fragmentSource(unsigned features) {
     for (const auto& [bit, name] :
          {std::pair{F::tilt, "MW_TILT"}, std::pair{F::under, "MW_UNDER"}, std::pair{F::shadow, "MW_SHADOW"},
           std::pair{F::device, "MW_DEVICE"}, std::pair{F::ripple, "MW_RIPPLE"},
-          std::pair{F::cursor, "MW_CURSOR"}, std::pair{F::caption, "MW_CAPTION"}}) {
+          std::pair{F::cursor, "MW_CURSOR"}, std::pair{F::caption, "MW_CAPTION"},
+          std::pair{F::interior, "MW_INTERIOR"}, std::pair{F::surface, "MW_SURFACE"}}) {
         if (features & bit) {
             defines += std::string("#define ") + name + "\n";
         }
