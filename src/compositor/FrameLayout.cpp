@@ -1,6 +1,7 @@
 #include "compositor/FrameLayout.h"
 
 #include "compositor/CameraSolver.h"
+#include "model/Hex.h"
 
 #include <algorithm>
 #include <cctype>
@@ -127,14 +128,11 @@ Float4 colorFromHex(std::string_view text) {
     }
     std::uint32_t value = 0;
     for (const char c : text) {
-        const bool digit = c >= '0' && c <= '9';
-        const bool lower = c >= 'a' && c <= 'f';
-        const bool upper = c >= 'A' && c <= 'F';
-        if (!digit && !lower && !upper) {
+        const int digit = hexDigitValue(c);
+        if (digit < 0) {
             return black;
         }
-        value =
-            value * 16 + static_cast<std::uint32_t>(digit ? c - '0' : (lower ? c - 'a' + 10 : c - 'A' + 10));
+        value = value * 16 + static_cast<std::uint32_t>(digit);
     }
     auto byte = [&](int index) { return static_cast<float>((value >> (8 * index)) & 0xFF) / 255.0f; };
     if (text.size() == 6) {
