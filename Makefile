@@ -25,6 +25,7 @@ bench: build
 	$(BUILD)/bench/marlowick-bench
 	$(BUILD)/bench/marlowick-trajectory-bench
 	$(BUILD)/bench/marlowick-compositor-bench
+	$(BUILD)/bench/marlowick-audio-bench
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
