@@ -9,6 +9,7 @@ extern "C" {
 }
 
 #include <memory>
+#include <vector>
 
 namespace marlowick::av {
 
@@ -33,5 +34,64 @@ using CodecContext = std::unique_ptr<AVCodecContext, CodecContextDeleter>;
 using Frame = std::unique_ptr<AVFrame, FrameDeleter>;
 using Packet = std::unique_ptr<AVPacket, PacketDeleter>;
 using ScaleContext = std::unique_ptr<SwsContext, ScaleContextDeleter>;
+
+} // namespace marlowick::av
+
+extern "C" {
+#include <libswresample/swresample.h>
+}
+
+#include <filesystem>
+
+namespace marlowick::av {
+
+struct ResamplerDeleter {
+    void operator()(SwrContext* context) const { swr_free(&context); }
+};
+struct OutputFormatDeleter {
+    void operator()(AVFormatContext* context) const {
+        if (context->pb != nullptr && !(context->oformat->flags & AVFMT_NOFILE)) {
+            avio_closep(&context->pb);
+        }
+        avformat_free_context(context);
+    }
+};
+using Resampler = std::unique_ptr<SwrContext, ResamplerDeleter>;
+using OutputFormat = std::unique_ptr<AVFormatContext, OutputFormatDeleter>;
+
+// Opens a file for reading and reads its stream information; throws MediaError naming the file. FFmpeg's
+// own log is silenced: every failure reaches the caller as an error.
+InputFormat openInput(const std::filesystem::path& path);
+
+// The indices of a file's streams of one kind, in file order.
+std::vector<int> streamsOfType(const AVFormatContext& format, AVMediaType type);
+
+} // namespace marlowick::av
+
+namespace marlowick::av {
+
+// The one decode loop: feeds the packets of one stream of an open input to its decoder and hands out the
+// decoded frames in order. Used from one thread at a time; the input must outlive it.
+class StreamDecoder {
+public:
+    // Opens the decoder for the stream; throws MediaError naming `path` when it can't.
+    StreamDecoder(AVFormatContext& input, int streamIndex, const std::filesystem::path& path);
+
+    AVStream& stream() const { return *m_input->streams[m_streamIndex]; }
+    AVCodecContext& codec() const { return *m_codec; }
+
+    // The next decoded frame into `frame` (unreferenced first by the caller), or false at the end.
+    bool receive(AVFrame* frame);
+    // After a seek of the input: forgets what the decoder held.
+    void flush();
+
+private:
+    AVFormatContext* m_input;
+    int m_streamIndex;
+    std::filesystem::path m_path;
+    CodecContext m_codec;
+    Packet m_packet{av_packet_alloc()};
+    bool m_draining = false; // the input is at its end and the decoder is being emptied
+};
 
 } // namespace marlowick::av

@@ -4,24 +4,10 @@
 #include "media/MediaError.h"
 
 #include <cmath>
-#include <mutex>
 
 namespace marlowick {
 
-std::string describeAvError(int code) {
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(code, text, sizeof text);
-    return text;
-}
-
 namespace {
-
-// Every failure reaches the caller as a MediaError that names the file; FFmpeg's own log would only
-// repeat it on standard error.
-void quietLog() {
-    static std::once_flag once;
-    std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
-}
 
 // A frame that starts within this of the asked time counts as starting at it.
 constexpr double timeTolerance = 1e-6;
@@ -31,9 +17,8 @@ constexpr double timeTolerance = 1e-6;
 struct VideoDecoder::State {
     std::filesystem::path path;
     av::InputFormat format;
-    av::CodecContext codec;
+    std::unique_ptr<av::StreamDecoder> decoder;
     AVStream* stream = nullptr;
-    av::Packet packet{av_packet_alloc()};
     av::Frame frame{av_frame_alloc()};
     av::Frame held{av_frame_alloc()};
     av::ScaleContext scaler;
@@ -58,42 +43,7 @@ struct VideoDecoder::State {
         return r.num > 0 && r.den > 0 ? av_q2d(r) : 30.0;
     }
 
-    // The one decode loop: feeds packets of the video stream until the decoder gives a frame into
-    // `frame`. False at the end of the stream.
-    bool receive() {
-        for (;;) {
-            int result = avcodec_receive_frame(codec.get(), frame.get());
-            if (result == 0) {
-                return true;
-            }
-            if (result == AVERROR_EOF) {
-                return false;
-            }
-            if (result != AVERROR(EAGAIN)) {
-                fail("decoding", result);
-            }
-            result = av_read_frame(format.get(), packet.get());
-            if (result == AVERROR_EOF || (result < 0 && draining)) {
-                if (!draining) {
-                    draining = true;
-                    avcodec_send_packet(codec.get(), nullptr);
-                    continue;
-                }
-                return false;
-            }
-            if (result < 0) {
-                fail("reading", result);
-            }
-            if (packet->stream_index == stream->index) {
-                result = avcodec_send_packet(codec.get(), packet.get());
-                if (result < 0 && result != AVERROR(EAGAIN) && result != AVERROR_INVALIDDATA) {
-                    av_packet_unref(packet.get());
-                    fail("decoding", result);
-                }
-            }
-            av_packet_unref(packet.get());
-        }
-    }
+    bool receive() { return decoder->receive(frame.get()); }
 
     BgraImage convert(const AVFrame& f) {
         scaler.reset(sws_getCachedContext(scaler.release(), f.width, f.height,
@@ -117,30 +67,16 @@ struct VideoDecoder::State {
 
 VideoDecoder::VideoDecoder(const std::filesystem::path& movie)
     : m_state(std::make_unique<State>()) {
-    quietLog();
     State& s = *m_state;
     s.path = movie;
-    AVFormatContext* raw = nullptr;
-    int result = avformat_open_input(&raw, movie.c_str(), nullptr, nullptr);
-    if (result < 0) {
-        s.fail("can't open", result);
-    }
-    s.format.reset(raw);
-    if ((result = avformat_find_stream_info(raw, nullptr)) < 0) {
-        s.fail("can't read the streams", result);
-    }
-    const AVCodec* decoder = nullptr;
-    const int index = av_find_best_stream(raw, AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
-    if (index < 0 || decoder == nullptr) {
-        throw MediaError(movie.string() + ": no video stream that can be decoded");
+    s.format = av::openInput(movie);
+    AVFormatContext* raw = s.format.get();
+    const int index = av_find_best_stream(raw, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    if (index < 0) {
+        throw MediaError(movie.string() + ": no video stream");
     }
     s.stream = raw->streams[index];
-    s.codec.reset(avcodec_alloc_context3(decoder));
-    avcodec_parameters_to_context(s.codec.get(), s.stream->codecpar);
-    s.codec->thread_count = 0; // as many as the machine has
-    if ((result = avcodec_open2(s.codec.get(), decoder, nullptr)) < 0) {
-        s.fail("can't open the video decoder", result);
-    }
+    s.decoder = std::make_unique<av::StreamDecoder>(*raw, index, movie);
     s.start = s.stream->start_time == AV_NOPTS_VALUE
                   ? 0
                   : static_cast<double>(s.stream->start_time) * av_q2d(s.stream->time_base);
@@ -149,10 +85,10 @@ VideoDecoder::VideoDecoder(const std::filesystem::path& movie)
 VideoDecoder::~VideoDecoder() = default;
 
 int VideoDecoder::width() const {
-    return m_state->codec->width;
+    return m_state->decoder->codec().width;
 }
 int VideoDecoder::height() const {
-    return m_state->codec->height;
+    return m_state->decoder->codec().height;
 }
 double VideoDecoder::frameRate() const {
     return m_state->rate();
@@ -186,8 +122,7 @@ void VideoDecoder::seek(double time) {
     if (result < 0) {
         s.fail("can't seek", result);
     }
-    avcodec_flush_buffers(s.codec.get());
-    s.draining = false;
+    s.decoder->flush();
     s.lastTime = -1;
 }
 

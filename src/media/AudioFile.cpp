@@ -1,0 +1,164 @@
+#include "media/AudioFile.h"
+
+#include "media/FFmpeg.h"
+#include "media/MediaError.h"
+
+#include <algorithm>
+
+namespace marlowick::AudioFile {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+[[noreturn]] void fail(const fs::path& path, const std::string& what, int code) {
+    throw MediaError(path.string() + ": " + what + ": " + describeAvError(code));
+}
+
+} // namespace
+
+std::size_t trackCount(const fs::path& path) {
+    const av::InputFormat input = av::openInput(path);
+    return av::streamsOfType(*input, AVMEDIA_TYPE_AUDIO).size();
+}
+
+double duration(const fs::path& path) {
+    const av::InputFormat input = av::openInput(path);
+    return input->duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(input->duration) / AV_TIME_BASE;
+}
+
+std::vector<float> decodeTrack(const fs::path& path, std::size_t track) {
+    const av::InputFormat input = av::openInput(path);
+    const std::vector<int> streams = av::streamsOfType(*input, AVMEDIA_TYPE_AUDIO);
+    if (track >= streams.size()) {
+        throw MediaError(path.string() + ": has no audio track " + std::to_string(track));
+    }
+    // Only the chosen stream's packets are wanted.
+    for (unsigned i = 0; i < input->nb_streams; ++i) {
+        input->streams[i]->discard =
+            static_cast<int>(i) == streams[track] ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    }
+    av::StreamDecoder decoder(*input, streams[track], path);
+    const AVCodecContext& codec = decoder.codec();
+
+    // The down-mix to one channel and the resampling are FFmpeg's.
+    AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
+    AVChannelLayout in{};
+    av_channel_layout_copy(&in, &codec.ch_layout);
+    SwrContext* raw = nullptr;
+    int result = swr_alloc_set_opts2(&raw, &mono, AV_SAMPLE_FMT_FLT, sampleRate, &in, codec.sample_fmt,
+                                     codec.sample_rate, 0, nullptr);
+    av_channel_layout_uninit(&in);
+    av::Resampler resampler(raw);
+    if (result < 0 || (result = swr_init(raw)) < 0) {
+        fail(path, "can't convert the sound", result);
+    }
+
+    std::vector<float> samples;
+    if (input->duration != AV_NOPTS_VALUE) {
+        samples.reserve(
+            static_cast<std::size_t>(static_cast<double>(input->duration) / AV_TIME_BASE * sampleRate) +
+            4096);
+    }
+    const av::Frame frame(av_frame_alloc());
+    auto convert = [&](const uint8_t** data, int count) {
+        const int room = swr_get_out_samples(raw, count);
+        if (room <= 0) {
+            return;
+        }
+        const std::size_t at = samples.size();
+        samples.resize(at + static_cast<std::size_t>(room));
+        uint8_t* out[1] = {reinterpret_cast<uint8_t*>(samples.data() + at)};
+        const int made = swr_convert(raw, out, room, data, count);
+        if (made < 0) {
+            fail(path, "can't convert the sound", made);
+        }
+        samples.resize(at + static_cast<std::size_t>(made));
+    };
+    while (decoder.receive(frame.get())) {
+        convert(const_cast<const uint8_t**>(frame->extended_data), frame->nb_samples);
+        av_frame_unref(frame.get());
+    }
+    convert(nullptr, 0); // what the resampler still holds
+    return samples;
+}
+
+void writeAac(const fs::path& path, std::span<const float> samples) {
+    std::error_code ignored;
+    fs::remove(path, ignored);
+
+    AVFormatContext* raw = nullptr;
+    int result = avformat_alloc_output_context2(&raw, nullptr, "ipod", path.c_str()); // the .m4a muxer
+    if (result < 0) {
+        fail(path, "can't write", result);
+    }
+    av::OutputFormat output(raw);
+    const AVCodec* encoder = avcodec_find_encoder_by_name("aac");
+    if (encoder == nullptr) {
+        throw MediaError(path.string() + ": no AAC encoder");
+    }
+    av::CodecContext codec(avcodec_alloc_context3(encoder));
+    codec->sample_fmt = AV_SAMPLE_FMT_FLTP;
+    codec->sample_rate = sampleRate;
+    codec->ch_layout = AV_CHANNEL_LAYOUT_MONO;
+    codec->bit_rate = 192000;
+    codec->time_base = {1, sampleRate};
+    if (raw->oformat->flags & AVFMT_GLOBALHEADER) {
+        codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    }
+    if ((result = avcodec_open2(codec.get(), encoder, nullptr)) < 0) {
+        fail(path, "can't open the AAC encoder", result);
+    }
+    AVStream* stream = avformat_new_stream(raw, nullptr);
+    avcodec_parameters_from_context(stream->codecpar, codec.get());
+    stream->time_base = codec->time_base;
+    if ((result = avio_open(&raw->pb, path.c_str(), AVIO_FLAG_WRITE)) < 0) {
+        fail(path, "can't create", result);
+    }
+    if ((result = avformat_write_header(raw, nullptr)) < 0) {
+        fail(path, "can't write", result);
+    }
+
+    const av::Packet packet(av_packet_alloc());
+    // The one encode loop: hands a frame (or none, to drain) to the encoder and writes what comes out.
+    auto send = [&](const AVFrame* f) {
+        int r = avcodec_send_frame(codec.get(), f);
+        if (r < 0) {
+            fail(path, "encoding", r);
+        }
+        while ((r = avcodec_receive_packet(codec.get(), packet.get())) == 0) {
+            av_packet_rescale_ts(packet.get(), codec->time_base, stream->time_base);
+            packet->stream_index = stream->index;
+            if ((r = av_interleaved_write_frame(raw, packet.get())) < 0) {
+                fail(path, "writing", r);
+            }
+        }
+        if (r != AVERROR(EAGAIN) && r != AVERROR_EOF) {
+            fail(path, "encoding", r);
+        }
+    };
+
+    // The encoder takes frames of its own size (1024 samples for AAC); time is counted in samples.
+    const av::Frame frame(av_frame_alloc());
+    const auto frameSize = static_cast<std::size_t>(codec->frame_size > 0 ? codec->frame_size : 1024);
+    for (std::size_t offset = 0; offset < samples.size(); offset += frameSize) {
+        const std::size_t count = std::min(frameSize, samples.size() - offset);
+        av_frame_unref(frame.get());
+        frame->format = AV_SAMPLE_FMT_FLTP;
+        frame->sample_rate = sampleRate;
+        frame->ch_layout = AV_CHANNEL_LAYOUT_MONO;
+        frame->nb_samples = static_cast<int>(count);
+        if ((result = av_frame_get_buffer(frame.get(), 0)) < 0) {
+            fail(path, "encoding", result);
+        }
+        std::copy_n(samples.data() + offset, count, reinterpret_cast<float*>(frame->data[0]));
+        frame->pts = static_cast<int64_t>(offset);
+        send(frame.get());
+    }
+    send(nullptr);
+    if ((result = av_write_trailer(raw)) < 0) {
+        fail(path, "writing", result);
+    }
+}
+
+} // namespace marlowick::AudioFile

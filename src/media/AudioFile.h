@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <span>
+#include <vector>
+
+namespace marlowick {
+
+// Reading and writing sound in the single working format: mono 32-bit float at 48000 Hz. Failures are
+// MediaError, naming the file and FFmpeg's reason.
+namespace AudioFile {
+
+constexpr int sampleRate = 48000;
+
+// How many audio streams the file has. Recordings hold system audio first, then the microphone.
+std::size_t trackCount(const std::filesystem::path& path);
+
+// The container's duration in seconds; 0 when it doesn't say.
+double duration(const std::filesystem::path& path);
+
+// The file's `track`-th audio stream (in file order), mixed down to one channel and resampled to 48 kHz.
+std::vector<float> decodeTrack(const std::filesystem::path& path, std::size_t track);
+
+// Writes the samples as AAC, 48 kHz, one channel, 192000 bits a second, in an MPEG-4 audio file
+// (".m4a"), replacing any file there. A failure half way leaves the partial file for the caller.
+void writeAac(const std::filesystem::path& path, std::span<const float> samples);
+
+} // namespace AudioFile
+
+} // namespace marlowick
