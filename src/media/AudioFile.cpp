@@ -84,6 +84,7 @@ std::vector<float> decodeTrack(const fs::path& path, std::size_t track) {
 }
 
 void writeAac(const fs::path& path, std::span<const float> samples) {
+    av::quietLog();
     std::error_code ignored;
     fs::remove(path, ignored);
 

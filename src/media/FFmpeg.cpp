@@ -14,9 +14,13 @@ std::string describeAvError(int code) {
 
 namespace av {
 
+void quietLog() {
+    static std::once_flag once;
+    std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
+}
+
 InputFormat openInput(const std::filesystem::path& path) {
-    static std::once_flag quiet;
-    std::call_once(quiet, [] { av_log_set_level(AV_LOG_QUIET); });
+    quietLog();
     AVFormatContext* raw = nullptr;
     int result = avformat_open_input(&raw, path.c_str(), nullptr, nullptr);
     if (result < 0) {

@@ -59,8 +59,11 @@ struct OutputFormatDeleter {
 using Resampler = std::unique_ptr<SwrContext, ResamplerDeleter>;
 using OutputFormat = std::unique_ptr<AVFormatContext, OutputFormatDeleter>;
 
-// Opens a file for reading and reads its stream information; throws MediaError naming the file. FFmpeg's
-// own log is silenced: every failure reaches the caller as an error.
+// Silences FFmpeg's own log, once for the process: every failure reaches our callers as an error, and the
+// encoders' chatter would only land on standard error.
+void quietLog();
+
+// Opens a file for reading and reads its stream information; throws MediaError naming the file.
 InputFormat openInput(const std::filesystem::path& path);
 
 // The indices of a file's streams of one kind, in file order.
