@@ -11,6 +11,8 @@ int runInfo(const std::vector<std::string>& args);
 int runResave(const std::vector<std::string>& args);
 int runZoom(const std::vector<std::string>& args);
 int runFrame(const std::vector<std::string>& args);
+int runMix(const std::vector<std::string>& args);
+int runSilence(const std::vector<std::string>& args);
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;

@@ -19,6 +19,9 @@ Commands:
                           Direct the zooms again from the telemetry, keeping the beats a person edited.
   frame PACKAGE --at SECONDS [--size WxH] -o FILE.png
                           Draw one finished frame of the project as a picture.
+  mix PACKAGE -o FILE.m4a Render the project's finished sound.
+  silence PACKAGE [--threshold F] [--minimum S] [--padding S] [--write]
+                          Find the pauses in the voice, and with --write cut them.
 
 Run 'marlowick COMMAND --help' for more about a command.
 )";
@@ -57,6 +60,12 @@ int main(int argc, char** argv) {
     }
     if (command == "frame") {
         return runFrame(args);
+    }
+    if (command == "mix") {
+        return runMix(args);
+    }
+    if (command == "silence") {
+        return runSilence(args);
     }
     report("unknown command '" + std::string(command) + "'; see 'marlowick --help'");
     return exitUsage;

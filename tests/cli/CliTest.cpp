@@ -248,3 +248,39 @@ TEST_F(Cli, FrameDrawsTheFinishedPicture) {
     EXPECT_EQ(lineCount(broken.err), 1u);
     EXPECT_FALSE(fs::exists(dir / "x.png"));
 }
+
+TEST_F(Cli, SilenceFindsThePauseAndMixRendersTheCutSound) {
+    const fs::path clip = dir / "talk.mov";
+    // Video, a quiet system track, and a voice with a pause from 1 s to 2.5 s.
+    const std::string make =
+        "ffmpeg -v error -f lavfi -i testsrc2=size=64x48:rate=10 -f lavfi -i "
+        "sine=frequency=200:sample_rate=48000 "
+        "-f lavfi -i \"aevalsrc='if(between(t,1,2.5),0,0.5*sin(2*PI*440*t))':s=48000:d=3.5\" -t 3.5 "
+        "-map 0 -map 1 -map 2 -filter:a:0 volume=0.1 -c:v libx264 -c:a aac " +
+        quoted(clip.string());
+    ASSERT_EQ(std::system(make.c_str()), 0);
+    Project p = sampleProject(clip);
+    p.source.duration = 3.5;
+    p.source.capturedMicrophone = true;
+    const fs::path package = dir / "Talk.marlowick";
+    MarlowickDocument(p, {{0.5, InputEvent::Kind::down, {10, 10}}}).write(package);
+
+    Result r = run({"mix", package.string(), "-o", (dir / "whole.m4a").string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("(3.5"), std::string::npos) << r.out;
+
+    r = run({"silence", package.string(), "--minimum", "0.5", "--write"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("1 cuts · 1.3s removed (36%) · exports at 2.2s"), std::string::npos) << r.out;
+    const MarlowickDocument saved = MarlowickDocument::read(package);
+    EXPECT_TRUE(saved.project.audio.silence.isEnabled);
+    ASSERT_TRUE(saved.project.trim.has_value());
+    EXPECT_NEAR(saved.project.trim->removals()[0].lower, 1.12, 0.03);
+
+    r = run({"mix", package.string(), "-o", (dir / "cut.m4a").string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("(2.2"), std::string::npos) << r.out;
+
+    EXPECT_EQ(run({"silence", package.string(), "--threshold", "loud"}).status, 2);
+    EXPECT_EQ(run({"mix", package.string()}).status, 2);
+}
