@@ -26,6 +26,7 @@ bench: build
 	$(BUILD)/bench/marlowick-trajectory-bench
 	$(BUILD)/bench/marlowick-compositor-bench
 	$(BUILD)/bench/marlowick-audio-bench
+	$(BUILD)/bench/marlowick-render-bench
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <future>
 
 namespace marlowick {
 
@@ -124,14 +125,28 @@ AudioRenderer::Result AudioRenderer::render(const fs::path& source, const AudioS
     if (tracks == 0) {
         throw RenderError(RenderError::Kind::noAudioTracks, "the movie has no sound");
     }
-    std::vector<float> system = decodeForAnalysis(source, 0);
-    std::vector<float> voice = tracks >= 2 ? decodeForAnalysis(source, 1) : std::vector<float>{};
-    if (tracks == 1 && settings.enhanceVoice) {
-        voice = std::move(system); // a lone track is the voice while the voice is being enhanced
-        system.clear();
-    }
-    if (settings.enhanceVoice && !voice.empty()) {
-        enhance(voice, settings);
+    std::vector<float> system;
+    std::vector<float> voice;
+    if (tracks >= 2) {
+        // The system track decodes on a second thread while the voice decodes and runs its chain.
+        auto pending = std::async(std::launch::async, [&] { return decodeForAnalysis(source, 0); });
+        try {
+            voice = decodeForAnalysis(source, 1);
+            if (settings.enhanceVoice && !voice.empty()) {
+                enhance(voice, settings);
+            }
+        } catch (...) {
+            pending.wait();
+            throw;
+        }
+        system = pending.get();
+    } else if (settings.enhanceVoice) {
+        voice = decodeForAnalysis(source, 0); // a lone track is the voice while the voice is being enhanced
+        if (!voice.empty()) {
+            enhance(voice, settings);
+        }
+    } else {
+        system = decodeForAnalysis(source, 0);
     }
     if (settings.voiceGain != 1 && !voice.empty()) {
         scale(voice, settings.voiceGain);
