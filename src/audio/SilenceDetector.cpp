@@ -21,11 +21,42 @@ TimeMap SilenceDetector::detect(const std::filesystem::path& source, const Silen
     if (tracks == 0) {
         return TimeMap::identity(duration);
     }
-    const std::vector<float> samples = AudioRenderer{}.decodeForAnalysis(source, tracks >= 2 ? 1 : 0);
-    if (samples.empty()) {
+    if (!settings.isEnabled) {
         return TimeMap::identity(duration);
     }
-    return detect(samples, AudioRenderer::sampleRate, settings, duration);
+    // Only the frame peaks are kept, never the hour of samples.
+    FramePeaks peaks(frameLength(AudioRenderer::sampleRate));
+    try {
+        AudioFile::decodeTrack(source, tracks >= 2 ? 1 : 0,
+                               [&](std::span<const float> chunk) { peaks.add(chunk); });
+    } catch (const MediaError& e) {
+        throw RenderError(RenderError::Kind::readFailed, e.what());
+    }
+    return decide(peaks.finish(), AudioRenderer::sampleRate, settings, duration);
+}
+
+std::size_t SilenceDetector::frameLength(double sampleRate) {
+    return std::max<std::size_t>(static_cast<std::size_t>(sampleRate * 0.02), 1);
+}
+
+void SilenceDetector::FramePeaks::add(std::span<const float> samples) {
+    for (const float s : samples) {
+        m_peak = std::max(m_peak, std::abs(s));
+        if (++m_inFrame == m_frameLength) {
+            m_peaks.push_back(m_peak);
+            m_peak = 0;
+            m_inFrame = 0;
+        }
+    }
+}
+
+std::vector<double> SilenceDetector::FramePeaks::finish() {
+    if (m_inFrame > 0) {
+        m_peaks.push_back(m_peak);
+        m_peak = 0;
+        m_inFrame = 0;
+    }
+    return std::move(m_peaks);
 }
 
 TimeMap SilenceDetector::detect(std::span<const float> samples, double sampleRate,
@@ -33,17 +64,17 @@ TimeMap SilenceDetector::detect(std::span<const float> samples, double sampleRat
     if (!settings.isEnabled || samples.empty()) {
         return TimeMap::identity(duration);
     }
-    const auto frame = std::max<std::size_t>(static_cast<std::size_t>(sampleRate * 0.02), 1);
-    // A last part frame counts as a frame.
-    std::vector<double> peaks;
-    peaks.reserve(samples.size() / frame + 1);
-    for (std::size_t start = 0; start < samples.size(); start += frame) {
-        float peak = 0;
-        for (std::size_t i = start; i < std::min(start + frame, samples.size()); ++i) {
-            peak = std::max(peak, std::abs(samples[i]));
-        }
-        peaks.push_back(peak);
+    FramePeaks frames(frameLength(sampleRate));
+    frames.add(samples);
+    return decide(frames.finish(), sampleRate, settings, duration);
+}
+
+TimeMap SilenceDetector::decide(std::vector<double> peaks, double sampleRate, const SilenceTrim& settings,
+                                double duration) {
+    if (peaks.empty()) {
+        return TimeMap::identity(duration);
     }
+    const std::size_t frame = frameLength(sampleRate);
     std::vector<double> sorted = peaks;
     const std::size_t index =
         std::min(sorted.size() - 1, static_cast<std::size_t>(0.9 * static_cast<double>(sorted.size() - 1)));

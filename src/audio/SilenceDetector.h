@@ -19,6 +19,28 @@ struct SilenceDetector {
     // The whole decision, on samples. `duration` is the recording's, in seconds.
     static TimeMap detect(std::span<const float> samples, double sampleRate, const SilenceTrim& settings,
                           double duration);
+
+    // Consecutive frames of `frameLength` samples, the last one possibly short, reduced to their peaks as
+    // the samples arrive: all the detector keeps of a recording.
+    class FramePeaks {
+    public:
+        explicit FramePeaks(std::size_t frameLength)
+            : m_frameLength(frameLength) {}
+        void add(std::span<const float> samples);
+        // The peaks, the part frame at the end included.
+        std::vector<double> finish();
+
+    private:
+        std::size_t m_frameLength;
+        std::size_t m_inFrame = 0;
+        float m_peak = 0;
+        std::vector<double> m_peaks;
+    };
+
+private:
+    static std::size_t frameLength(double sampleRate);
+    static TimeMap decide(std::vector<double> peaks, double sampleRate, const SilenceTrim& settings,
+                          double duration);
 };
 
 } // namespace marlowick

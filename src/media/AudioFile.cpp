@@ -31,7 +31,8 @@ double duration(const fs::path& path) {
     return input->duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(input->duration) / AV_TIME_BASE;
 }
 
-std::vector<float> decodeTrack(const fs::path& path, std::size_t track) {
+void decodeTrack(const fs::path& path, std::size_t track,
+                 const std::function<void(std::span<const float>)>& consume) {
     const av::InputFormat input = av::openInput(path);
     const std::vector<int> streams = av::streamsOfType(*input, AVMEDIA_TYPE_AUDIO);
     if (track >= streams.size()) {
@@ -58,32 +59,38 @@ std::vector<float> decodeTrack(const fs::path& path, std::size_t track) {
         fail(path, "can't convert the sound", result);
     }
 
-    std::vector<float> samples;
-    if (input->duration != AV_NOPTS_VALUE) {
-        samples.reserve(
-            static_cast<std::size_t>(static_cast<double>(input->duration) / AV_TIME_BASE * sampleRate) +
-            4096);
-    }
+    std::vector<float> chunk;
     const av::Frame frame(av_frame_alloc());
     auto convert = [&](const uint8_t** data, int count) {
         const int room = swr_get_out_samples(raw, count);
         if (room <= 0) {
             return;
         }
-        const std::size_t at = samples.size();
-        samples.resize(at + static_cast<std::size_t>(room));
-        uint8_t* out[1] = {reinterpret_cast<uint8_t*>(samples.data() + at)};
+        chunk.resize(static_cast<std::size_t>(room));
+        uint8_t* out[1] = {reinterpret_cast<uint8_t*>(chunk.data())};
         const int made = swr_convert(raw, out, room, data, count);
         if (made < 0) {
             fail(path, "can't convert the sound", made);
         }
-        samples.resize(at + static_cast<std::size_t>(made));
+        if (made > 0) {
+            consume(std::span<const float>(chunk.data(), static_cast<std::size_t>(made)));
+        }
     };
     while (decoder.receive(frame.get())) {
         convert(const_cast<const uint8_t**>(frame->extended_data), frame->nb_samples);
         av_frame_unref(frame.get());
     }
     convert(nullptr, 0); // what the resampler still holds
+}
+
+std::vector<float> decodeTrack(const fs::path& path, std::size_t track) {
+    std::vector<float> samples;
+    if (const double seconds = duration(path); seconds > 0) {
+        samples.reserve(static_cast<std::size_t>(seconds * sampleRate) + 4096);
+    }
+    decodeTrack(path, track, [&](std::span<const float> chunk) {
+        samples.insert(samples.end(), chunk.begin(), chunk.end());
+    });
     return samples;
 }
 
