@@ -3,6 +3,7 @@
 // then the ducking gains applied to the system track. The counter `realTime` is how many times faster
 // than the sound plays. The baseline only copies the two tracks.
 
+#include "audio/AudioRenderer.h"
 #include "audio/DSP.h"
 
 #include <benchmark/benchmark.h>
@@ -55,10 +56,7 @@ void VoiceChainAndDucking(benchmark::State& state) {
         std::vector<float> voice = source.voice;
         std::vector<float> system = source.system;
         state.ResumeTiming();
-        Biquad::highPass(85, 0.707, rate).process(voice);
-        DSP::denoise(voice, 0.4, rate);
-        Biquad::peaking(3000, 0.9, 0.4 * 6, rate).process(voice);
-        DSP::compress(voice, 0.4, rate);
+        AudioRenderer::enhance(voice, AudioSettings{}); // high-pass, expander, presence, compressor
         const std::vector<float> gains = DSP::duckingGains(voice, 0.6, rate);
         for (std::size_t i = 0; i < system.size(); ++i) {
             system[i] *= gains[i];

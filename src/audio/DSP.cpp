@@ -43,8 +43,39 @@ void Biquad::process(std::span<float> samples) {
 }
 
 EnvelopeFollower::EnvelopeFollower(double attackSeconds, double releaseSeconds, double sampleRate)
-    : m_coefficients{std::exp(-1 / (std::max(releaseSeconds, 0.00001) * sampleRate)),
-                     std::exp(-1 / (std::max(attackSeconds, 0.00001) * sampleRate))} {}
+    : m_attack(std::exp(-1 / (std::max(attackSeconds, 0.00001) * sampleRate)))
+    , m_release(std::exp(-1 / (std::max(releaseSeconds, 0.00001) * sampleRate))) {}
+
+Expander::Expander(double floor, double amount, double sampleRate)
+    : m_follower(0.003, 0.12, sampleRate)
+    , m_floor(floor)
+    , m_minimum((1 - std::min(amount, 1.0)) * 0.75 + 0.05)
+    , m_span(2.5 * floor - floor) {
+    if (m_span <= 0.000000001) {
+        m_span = 0.000000001;
+    }
+}
+
+Compressor::Compressor(double amount, double sampleRate)
+    : m_follower(0.005, 0.18, sampleRate)
+    , m_makeup(std::pow(10, 6 * std::min(amount, 1.0) / 20))
+    , m_threshold((1 - std::min(amount, 1.0)) * 12 - 24)
+    , m_ratio(5 * std::min(amount, 1.0) + 1)
+    // Levels clearly below the threshold keep a gain of 1 without a logarithm; only those near or above
+    // it are measured in decibels, so the boundary is decided exactly as the formula does.
+    , m_below(std::pow(10, m_threshold / 20) * (1 - 1e-9)) {}
+
+float Compressor::process(float s) {
+    const double e = m_follower.process(s);
+    double gain = 1;
+    if (e >= m_below) {
+        const double level = 20 * std::log10(std::max(e, 0.000000001));
+        if (level > m_threshold) {
+            gain = std::pow(10, (m_threshold + (level - m_threshold) / m_ratio - level) / 20);
+        }
+    }
+    return static_cast<float>(m_makeup * (gain * static_cast<double>(s)));
+}
 
 namespace DSP {
 
@@ -78,17 +109,9 @@ void denoise(std::span<float> samples, double amount, double sampleRate) {
     if (!(floor > 0)) {
         return;
     }
-    EnvelopeFollower follower(0.003, 0.12, sampleRate);
-    const double a = std::min(amount, 1.0);
-    const double minimum = (1 - a) * 0.75 + 0.05;
-    double span = 2.5 * floor - floor;
-    if (span <= 0.000000001) {
-        span = 0.000000001;
-    }
+    Expander expander(floor, amount, sampleRate);
     for (float& s : samples) {
-        const double e = follower.process(s);
-        const double t = std::min(std::max((e - floor) / span, 0.0), 1.0);
-        s = static_cast<float>(static_cast<double>(s) * (minimum + (1 - minimum) * t));
+        s = expander.process(s);
     }
 }
 
@@ -96,24 +119,9 @@ void compress(std::span<float> samples, double amount, double sampleRate) {
     if (!(amount > 0)) {
         return;
     }
-    const double a = std::min(amount, 1.0);
-    const double makeup = std::pow(10, 6 * a / 20);
-    const double threshold = (1 - a) * 12 - 24;
-    const double ratio = 5 * a + 1;
-    EnvelopeFollower follower(0.005, 0.18, sampleRate);
-    // Levels clearly below the threshold keep a gain of 1 without a logarithm; only those near or above
-    // it are measured in decibels, so the boundary is decided exactly as the formula does.
-    const double below = std::pow(10, threshold / 20) * (1 - 1e-9);
+    Compressor compressor(amount, sampleRate);
     for (float& s : samples) {
-        const double e = follower.process(s);
-        double gain = 1;
-        if (e >= below) {
-            const double level = 20 * std::log10(std::max(e, 0.000000001));
-            if (level > threshold) {
-                gain = std::pow(10, (threshold + (level - threshold) / ratio - level) / 20);
-            }
-        }
-        s = static_cast<float>(makeup * (gain * static_cast<double>(s)));
+        s = compressor.process(s);
     }
 }
 

@@ -44,17 +44,52 @@ public:
 
     double process(float x) {
         const double r = x < 0 ? -static_cast<double>(x) : static_cast<double>(x);
-        // Attack while the input rises above the level, release otherwise (equal levels release). Chosen
-        // by index rather than by a branch, which real sound makes impossible to predict.
-        const double c = m_coefficients[m_value < r ? 1 : 0];
-        m_value = c * (m_value - r) + r;
+        // Attack while the input rises above the level, release otherwise (equal levels release). Both
+        // steps are worked out and one kept: real sound makes a branch impossible to predict, and the
+        // choice then waits on nothing but the comparison.
+        const double d = m_value - r;
+        const double attacked = m_attack * d + r;
+        const double released = m_release * d + r;
+        m_value = m_value < r ? attacked : released;
         return m_value;
     }
     double current() const { return m_value; }
 
 private:
-    double m_coefficients[2]; // release, attack
+    double m_attack;
+    double m_release;
     double m_value = 0;
+};
+
+// The downward expander of `DSP::denoise`, one sample at a time, for a noise floor already measured.
+class Expander {
+public:
+    Expander(double floor, double amount, double sampleRate);
+    float process(float s) {
+        const double e = m_follower.process(s);
+        const double t = std::min(std::max((e - m_floor) / m_span, 0.0), 1.0);
+        return static_cast<float>(static_cast<double>(s) * (m_minimum + (1 - m_minimum) * t));
+    }
+
+private:
+    EnvelopeFollower m_follower;
+    double m_floor;
+    double m_minimum;
+    double m_span;
+};
+
+// The compressor of `DSP::compress`, one sample at a time.
+class Compressor {
+public:
+    Compressor(double amount, double sampleRate);
+    float process(float s);
+
+private:
+    EnvelopeFollower m_follower;
+    double m_makeup;
+    double m_threshold; // dB
+    double m_ratio;
+    double m_below; // linear level clearly below the threshold
 };
 
 // Amounts run from 0 to 1: above 1 counts as 1, and 0 or less leaves the sound as it is.
