@@ -3,6 +3,8 @@
 #include "Errors.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
 
 namespace marlowick::cli {
 
@@ -49,6 +51,15 @@ std::optional<Arguments> parseArguments(std::string_view command, const std::vec
         return std::nullopt;
     }
     return parsed;
+}
+
+std::optional<double> parseNumber(std::string_view text) {
+    double value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) {
+        return std::nullopt;
+    }
+    return value;
 }
 
 std::optional<MarlowickDocument> openPackage(const std::filesystem::path& package) {

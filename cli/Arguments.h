@@ -30,6 +30,9 @@ std::optional<Arguments> parseArguments(std::string_view command, const std::vec
                                         std::initializer_list<std::string_view> switches,
                                         std::initializer_list<std::string_view> options, std::size_t words);
 
+// A finite decimal number, the whole text of it; none otherwise.
+std::optional<double> parseNumber(std::string_view text);
+
 // Reads the package, or reports in one line why it can't be opened; then there is no result.
 std::optional<MarlowickDocument> openPackage(const std::filesystem::path& package);
 

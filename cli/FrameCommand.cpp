@@ -25,15 +25,6 @@ video, after the cuts. The frame has the size of the project's shape (1920x1080 
 --size gives another.
 )";
 
-std::optional<double> parseNumber(const std::string& text) {
-    double value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) {
-        return std::nullopt;
-    }
-    return value;
-}
-
 std::optional<std::pair<int, int>> parseSize(const std::string& text) {
     const auto x = text.find('x');
     if (x == std::string::npos) {

@@ -5,7 +5,6 @@
 #include "audio/AudioRenderer.h"
 #include "audio/SilenceDetector.h"
 
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
@@ -28,18 +27,6 @@ given) that last at least S seconds (0.7) once S of padding (0.12) is left at ea
 what cutting them would leave. With --write the package keeps them as its silence cuts, and silence
 cutting is switched on.
 )";
-
-std::optional<double> number(const std::optional<std::string>& text) {
-    if (!text) {
-        return std::nullopt;
-    }
-    double value = 0;
-    const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), value);
-    if (error != std::errc() || end != text->data() + text->size() || !std::isfinite(value) || value < 0) {
-        return std::nullopt;
-    }
-    return value;
-}
 
 // "3 cuts · 4.2s removed (12%) · exports at 30.8s", as the editor shows it.
 std::string trimSummary(const TimeMap& trim, double sourceDuration) {
@@ -122,9 +109,9 @@ int runSilence(const std::vector<std::string>& args) {
     for (const auto& [option, field] :
          {std::pair{"--threshold", &settings.threshold}, std::pair{"--minimum", &settings.minimumSilence},
           std::pair{"--padding", &settings.padding}}) {
-        if (parsed->value(option)) {
-            const auto value = number(parsed->value(option));
-            if (!value) {
+        if (const auto text = parsed->value(option)) {
+            const auto value = parseNumber(*text);
+            if (!value || *value < 0) {
                 report(std::string("silence: ") + option + " takes a number of zero or more");
                 return exitUsage;
             }
