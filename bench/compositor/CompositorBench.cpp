@@ -86,6 +86,22 @@ Gpu& gpu() {
     return instance;
 }
 
+// A 16:9 canvas of the benchmark's height, bound, with a recording of the same size to draw from.
+struct BenchCanvas {
+    int height;
+    int width;
+    const BgraTexture& source;
+    RenderTarget target;
+
+    explicit BenchCanvas(const benchmark::State& state)
+        : height(static_cast<int>(state.range(0)))
+        , width(height * 16 / 9)
+        , source(gpu().sourceOf(height))
+        , target(width, height) {
+        target.bind();
+    }
+};
+
 // A typical frame: the fresh-recording look, zoomed in on a click, the cursor drawn with its ripple.
 Project typicalProject(int height) {
     Project p;
@@ -97,16 +113,12 @@ Project typicalProject(int height) {
 }
 
 void Compositor(benchmark::State& state) {
-    const int height = static_cast<int>(state.range(0));
-    const int width = height * 16 / 9;
     Gpu& g = gpu();
-    const BgraTexture& source = g.sourceOf(height);
-    RenderTarget target(width, height);
-    target.bind();
-    const Project project = typicalProject(height);
+    const BenchCanvas c(state);
+    const Project project = typicalProject(c.height);
     const CursorFrame cursor{{0.42, 0.47}, 1, 1, 0.3, {0.41, 0.46}};
     for (auto _ : state) {
-        g.compositor.render(source, width, height, project, 5, cursor, true);
+        g.compositor.render(c.source, c.width, c.height, project, 5, cursor, true);
         glFinish();
     }
     state.counters["fps"] =
@@ -114,12 +126,8 @@ void Compositor(benchmark::State& state) {
 }
 
 void Blit(benchmark::State& state) {
-    const int height = static_cast<int>(state.range(0));
-    const int width = height * 16 / 9;
     Gpu& g = gpu();
-    const BgraTexture& source = g.sourceOf(height);
-    RenderTarget target(width, height);
-    target.bind();
+    const BenchCanvas c(state);
     GlVertexArray vertexArray([] {
         GLuint name = 0;
         glGenVertexArrays(1, &name);
@@ -128,7 +136,7 @@ void Blit(benchmark::State& state) {
     for (auto _ : state) {
         glUseProgram(g.blit.get());
         glActiveTexture(GL_TEXTURE0);
-        glBindTexture(GL_TEXTURE_2D, source.get());
+        glBindTexture(GL_TEXTURE_2D, c.source.get());
         glBindVertexArray(vertexArray.get());
         glDrawArrays(GL_TRIANGLES, 0, 3);
         glFinish();
@@ -138,16 +146,12 @@ void Blit(benchmark::State& state) {
 }
 
 void CompositorWithReadback(benchmark::State& state) {
-    const int height = static_cast<int>(state.range(0));
-    const int width = height * 16 / 9;
     Gpu& g = gpu();
-    const BgraTexture& source = g.sourceOf(height);
-    RenderTarget target(width, height);
-    target.bind();
-    const Project project = typicalProject(height);
+    const BenchCanvas c(state);
+    const Project project = typicalProject(c.height);
     for (auto _ : state) {
-        g.compositor.render(source, width, height, project, 5, std::nullopt, true);
-        benchmark::DoNotOptimize(target.readBgra().data());
+        g.compositor.render(c.source, c.width, c.height, project, 5, std::nullopt, true);
+        benchmark::DoNotOptimize(c.target.readBgra().data());
     }
 }
 

@@ -31,8 +31,12 @@ double duration(const fs::path& path) {
     return input->duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(input->duration) / AV_TIME_BASE;
 }
 
-void decodeTrack(const fs::path& path, std::size_t track,
-                 const std::function<void(std::span<const float>)>& consume) {
+namespace {
+
+// Decodes a track chunk by chunk, first telling `expect` how many samples the container promises (0 when
+// it doesn't say), so that a caller keeping them all can make room once.
+void decode(const fs::path& path, std::size_t track, const std::function<void(std::size_t)>& expect,
+            const std::function<void(std::span<const float>)>& consume) {
     const av::InputFormat input = av::openInput(path);
     const std::vector<int> streams = av::streamsOfType(*input, AVMEDIA_TYPE_AUDIO);
     if (track >= streams.size()) {
@@ -59,6 +63,9 @@ void decodeTrack(const fs::path& path, std::size_t track,
         fail(path, "can't convert the sound", result);
     }
 
+    expect(input->duration == AV_NOPTS_VALUE
+               ? 0
+               : static_cast<std::size_t>(static_cast<double>(input->duration) / AV_TIME_BASE * sampleRate));
     std::vector<float> chunk;
     const av::Frame frame(av_frame_alloc());
     auto convert = [&](const uint8_t** data, int count) {
@@ -83,14 +90,19 @@ void decodeTrack(const fs::path& path, std::size_t track,
     convert(nullptr, 0); // what the resampler still holds
 }
 
+} // namespace
+
+void decodeTrack(const fs::path& path, std::size_t track,
+                 const std::function<void(std::span<const float>)>& consume) {
+    decode(
+        path, track, [](std::size_t) {}, consume);
+}
+
 std::vector<float> decodeTrack(const fs::path& path, std::size_t track) {
     std::vector<float> samples;
-    if (const double seconds = duration(path); seconds > 0) {
-        samples.reserve(static_cast<std::size_t>(seconds * sampleRate) + 4096);
-    }
-    decodeTrack(path, track, [&](std::span<const float> chunk) {
-        samples.insert(samples.end(), chunk.begin(), chunk.end());
-    });
+    decode(
+        path, track, [&](std::size_t expected) { samples.reserve(expected + 4096); },
+        [&](std::span<const float> chunk) { samples.insert(samples.end(), chunk.begin(), chunk.end()); });
     return samples;
 }
 
