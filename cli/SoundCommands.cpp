@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <unistd.h>
 
 namespace marlowick::cli {
 
@@ -75,14 +76,31 @@ int runMix(const std::vector<std::string>& args) {
             clicks.push_back(e.time);
         }
     }
-    std::cerr << "Rendering the sound of " << package.filename().string() << "…\n";
+    // A percentage that rewrites itself on a terminal; one line where standard error is a file.
+    const bool terminal = ::isatty(STDERR_FILENO) != 0;
+    std::cerr << "Rendering the sound of " << package.filename().string() << "…" << (terminal ? "" : "\n");
+    int shown = -1;
+    auto progress = [&](double fraction) {
+        const int percent = static_cast<int>(fraction * 100);
+        if (terminal && percent != shown) {
+            shown = percent;
+            std::cerr << "\rRendering the sound of " << package.filename().string() << "… " << percent << "%"
+                      << std::flush;
+        }
+    };
     try {
         const auto result = AudioRenderer{}.render(project.source.mediaURL.path(), project.audio, clicks,
-                                                   project.effectiveTrim(), *output);
+                                                   project.effectiveTrim(), *output, progress);
+        if (terminal) {
+            std::cerr << '\n';
+        }
         char line[96];
         std::snprintf(line, sizeof line, "Wrote %s (%.2f s)\n", output->c_str(), result.duration);
         std::cout << line;
     } catch (const std::exception& e) {
+        if (terminal) {
+            std::cerr << '\n';
+        }
         report(describeRender(e, package));
         return exitFailure;
     }

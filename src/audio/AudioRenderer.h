@@ -4,6 +4,7 @@
 #include "model/TimeMap.h"
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -42,9 +43,10 @@ struct AudioRenderer {
     };
 
     // `clickTimes` are output seconds: the `down` events of the telemetry already moved through the cuts.
+    // `progress`, when given, hears the fraction done (0 to 1) now and then, on the calling thread.
     Result render(const std::filesystem::path& source, const AudioSettings& settings,
                   std::span<const double> clickTimes, const std::optional<TimeMap>& trim,
-                  const std::filesystem::path& to) const;
+                  const std::filesystem::path& to, const std::function<void(double)>& progress = {}) const;
 
     // The voice as recorded (track 1 of two, else track 0), uncut and unprocessed, for transcription.
     std::filesystem::path extractVoice(const std::filesystem::path& source,

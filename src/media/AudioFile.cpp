@@ -106,7 +106,8 @@ std::vector<float> decodeTrack(const fs::path& path, std::size_t track) {
     return samples;
 }
 
-void writeAac(const fs::path& path, std::span<const float> samples) {
+void writeAac(const fs::path& path, std::span<const float> samples,
+              const std::function<void(double)>& progress) {
     av::quietLog();
     std::error_code ignored;
     fs::remove(path, ignored);
@@ -182,6 +183,10 @@ void writeAac(const fs::path& path, std::span<const float> samples) {
         std::copy_n(samples.data() + offset, count, reinterpret_cast<float*>(frame->data[0]));
         frame->pts = static_cast<int64_t>(offset);
         send(frame.get());
+        // About once a second of sound.
+        if (progress && (offset / frameSize) % 48 == 0) {
+            progress(static_cast<double>(offset) / static_cast<double>(samples.size()));
+        }
     }
     send(nullptr);
     if ((result = av_write_trailer(raw)) < 0) {

@@ -5,6 +5,7 @@
 #include "media/AudioFile.h"
 #include "support/TempDir.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -88,6 +89,16 @@ TEST_F(Render, ALoneTrackIsTheVoiceOnlyWhileTheVoiceIsEnhanced) {
     settings.presence = 0;
     settings.compression = 0;
     EXPECT_NEAR(rms(rendered(one, settings), 0.2, 0.8), 0.3 / std::sqrt(2), 0.01);
+}
+
+TEST_F(Render, ProgressRunsFromStartToEnd) {
+    std::vector<double> heard;
+    renderer.render(track("one", tone(1000, 0.1, 3)), plain(), {}, std::nullopt, dir / "mix.m4a",
+                    [&](double f) { heard.push_back(f); });
+    ASSERT_GE(heard.size(), 4u);
+    EXPECT_EQ(heard.front(), 0);
+    EXPECT_EQ(heard.back(), 1);
+    EXPECT_TRUE(std::is_sorted(heard.begin(), heard.end()));
 }
 
 TEST_F(Render, AShortVoiceIsPaddedAndTheSystemDucksUnderIt) {
