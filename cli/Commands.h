@@ -13,6 +13,7 @@ int runZoom(const std::vector<std::string>& args);
 int runFrame(const std::vector<std::string>& args);
 int runMix(const std::vector<std::string>& args);
 int runSilence(const std::vector<std::string>& args);
+int runPresets(const std::vector<std::string>& args);
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;

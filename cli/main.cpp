@@ -22,6 +22,7 @@ Commands:
   mix PACKAGE -o FILE.m4a Render the project's finished sound.
   silence PACKAGE [--threshold F] [--minimum S] [--padding S] [--write]
                           Find the pauses in the voice, and with --write cut them.
+  presets [PACKAGE]       List the export presets, marking those that suit the project's shape.
 
 Run 'marlowick COMMAND --help' for more about a command.
 )";
@@ -66,6 +67,9 @@ int main(int argc, char** argv) {
     }
     if (command == "silence") {
         return runSilence(args);
+    }
+    if (command == "presets") {
+        return runPresets(args);
     }
     report("unknown command '" + std::string(command) + "'; see 'marlowick --help'");
     return exitUsage;

@@ -284,3 +284,19 @@ TEST_F(Cli, SilenceFindsThePauseAndMixRendersTheCutSound) {
     EXPECT_EQ(run({"silence", package.string(), "--threshold", "loud"}).status, 2);
     EXPECT_EQ(run({"mix", package.string()}).status, 2);
 }
+
+TEST_F(Cli, PresetsMarkThoseThatSuitTheProject) {
+    Result r = run({"presets"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(lineCount(r.out), 8u);
+    EXPECT_EQ(r.out.find('*'), std::string::npos);
+
+    Project p = sampleProject(movie);
+    p.canvas.ratio = AspectRatio::vertical;
+    const fs::path package = dir / "Tall.marlowick";
+    MarlowickDocument(p, {}).write(package);
+    r = run({"presets", package.string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '*'), 2); // the two 1080×1920 rows
+    EXPECT_NE(r.out.find("* reels-1080x1920"), std::string::npos) << r.out;
+}
