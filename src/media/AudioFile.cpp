@@ -148,24 +148,7 @@ void writeAac(const fs::path& path, std::span<const float> samples,
         fail(path, "can't write", result);
     }
 
-    const av::Packet packet(av_packet_alloc());
-    // The one encode loop: hands a frame (or none, to drain) to the encoder and writes what comes out.
-    auto send = [&](const AVFrame* f) {
-        int r = avcodec_send_frame(codec.get(), f);
-        if (r < 0) {
-            fail(path, "encoding", r);
-        }
-        while ((r = avcodec_receive_packet(codec.get(), packet.get())) == 0) {
-            av_packet_rescale_ts(packet.get(), codec->time_base, stream->time_base);
-            packet->stream_index = stream->index;
-            if ((r = av_interleaved_write_frame(raw, packet.get())) < 0) {
-                fail(path, "writing", r);
-            }
-        }
-        if (r != AVERROR(EAGAIN) && r != AVERROR_EOF) {
-            fail(path, "encoding", r);
-        }
-    };
+    av::StreamEncoder encoding(*raw, *codec, *stream, path);
 
     // The encoder takes frames of its own size (1024 samples for AAC); time is counted in samples.
     const av::Frame frame(av_frame_alloc());
@@ -182,13 +165,13 @@ void writeAac(const fs::path& path, std::span<const float> samples,
         }
         std::copy_n(samples.data() + offset, count, reinterpret_cast<float*>(frame->data[0]));
         frame->pts = static_cast<int64_t>(offset);
-        send(frame.get());
+        encoding.send(frame.get());
         // About once a second of sound.
         if (progress && (offset / frameSize) % 48 == 0) {
             progress(static_cast<double>(offset) / static_cast<double>(samples.size()));
         }
     }
-    send(nullptr);
+    encoding.send(nullptr);
     if ((result = av_write_trailer(raw)) < 0) {
         fail(path, "writing", result);
     }
