@@ -1,0 +1,83 @@
+// Movies we write, read back: frames and their times, levels, and alpha where the codec keeps it.
+
+#include "media/VideoEncoder.h"
+#include "media/MediaError.h"
+#include "media/VideoDecoder.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+using namespace marlowick;
+using namespace marlowick::test;
+
+namespace {
+
+// Frame i is a flat grey of 20 × i; its alpha rises from 0 at the left edge to 255 at the right.
+std::vector<std::uint8_t> frame(int i, int width, int height) {
+    std::vector<std::uint8_t> bgra(static_cast<std::size_t>(width * height * 4));
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            std::uint8_t* p = &bgra[static_cast<std::size_t>((y * width + x) * 4)];
+            p[0] = p[1] = p[2] = static_cast<std::uint8_t>(20 * i);
+            p[3] = static_cast<std::uint8_t>(255 * x / (width - 1));
+        }
+    }
+    return bgra;
+}
+
+std::filesystem::path write(const TempDir& dir, const std::string& name, VideoEncoder::Settings settings,
+                            int frames) {
+    const auto path = dir / name;
+    VideoEncoder encoder(path, settings);
+    for (int i = 0; i < frames; ++i) {
+        const auto bgra = frame(i, settings.width, settings.height);
+        encoder.encode(bgra.data(), settings.width * 4, i / settings.frameRate);
+    }
+    encoder.finish();
+    return path;
+}
+
+} // namespace
+
+TEST(VideoEncoder, H264AndHevcKeepEveryFrameAtItsTime) {
+    TempDir dir;
+    for (const auto& [name, codec, container] :
+         {std::tuple{"a.mp4", VideoEncoder::Codec::h264, VideoEncoder::Container::mp4},
+          std::tuple{"b.mov", VideoEncoder::Codec::hevc, VideoEncoder::Container::mov}}) {
+        const auto path = write(dir, name, {codec, container, 64, 48, 30}, 10);
+        VideoDecoder decoder(path);
+        EXPECT_EQ(decoder.width(), 64);
+        EXPECT_EQ(decoder.height(), 48);
+        int count = 0;
+        while (const auto f = decoder.next()) {
+            EXPECT_NEAR(f->time, count / 30.0, 1e-3) << name;
+            EXPECT_NEAR(f->image.row(24)[4 * 32 + 1], 20 * count, 4) << name << " frame " << count;
+            EXPECT_EQ(f->image.row(24)[4 * 32 + 3], 255); // no alpha in 4:2:0
+            ++count;
+        }
+        EXPECT_EQ(count, 10) << name;
+    }
+}
+
+TEST(VideoEncoder, ProRes4444KeepsTheAlpha) {
+    TempDir dir;
+    const auto path = write(dir, "alpha.mov",
+                            {VideoEncoder::Codec::prores4444, VideoEncoder::Container::mov, 64, 48, 60}, 3);
+    VideoDecoder decoder(path);
+    const auto f = decoder.next();
+    ASSERT_TRUE(f.has_value());
+    EXPECT_LT(f->image.row(10)[3], 8);
+    EXPECT_GT(f->image.row(10)[4 * 63 + 3], 247);
+    EXPECT_NEAR(f->image.row(10)[4 * 32 + 3], 255 * 32 / 63, 6);
+}
+
+TEST(VideoEncoder, RefusesWhatTheCodecCantTake) {
+    TempDir dir;
+    // 4:2:0 needs even sizes.
+    EXPECT_THROW(
+        VideoEncoder(dir / "odd.mp4", {VideoEncoder::Codec::h264, VideoEncoder::Container::mp4, 65, 49, 30}),
+        MediaError);
+    EXPECT_THROW(VideoEncoder(dir / "nowhere" / "x.mp4",
+                              {VideoEncoder::Codec::h264, VideoEncoder::Container::mp4, 64, 48, 30}),
+                 MediaError);
+}
