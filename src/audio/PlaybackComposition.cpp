@@ -2,7 +2,7 @@
 
 #include "media/AudioFile.h"
 #include "media/MediaError.h"
-#include "media/VideoDecoder.h"
+#include "media/MediaInfo.h"
 
 namespace marlowick {
 
@@ -17,9 +17,10 @@ PlaybackComposition::make(const std::filesystem::path& source, const std::option
     std::size_t sourceAudio = 0;
     double sourceDuration = 0;
     try {
-        sourceAudio = AudioFile::trackCount(source);
-        sourceDuration = AudioFile::duration(source);
-        c.videoTracks = videoTrackCount(source);
+        const MediaInfo info = MediaInfo::of(source);
+        sourceAudio = info.audioTracks;
+        sourceDuration = info.duration;
+        c.videoTracks = info.videoTracks;
     } catch (const MediaError&) {
         return std::nullopt;
     }

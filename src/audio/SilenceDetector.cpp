@@ -3,6 +3,7 @@
 #include "audio/AudioRenderer.h"
 #include "media/AudioFile.h"
 #include "media/MediaError.h"
+#include "media/MediaInfo.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,8 +14,9 @@ TimeMap SilenceDetector::detect(const std::filesystem::path& source, const Silen
     std::size_t tracks = 0;
     double duration = 0;
     try {
-        tracks = AudioFile::trackCount(source);
-        duration = AudioFile::duration(source);
+        const MediaInfo info = MediaInfo::of(source);
+        tracks = info.audioTracks;
+        duration = info.duration;
     } catch (const MediaError& e) {
         throw RenderError(RenderError::Kind::readFailed, e.what());
     }

@@ -2,6 +2,7 @@
 
 #include "media/FFmpeg.h"
 #include "media/MediaError.h"
+#include "media/MediaInfo.h"
 
 #include <algorithm>
 
@@ -22,13 +23,11 @@ namespace {
 } // namespace
 
 std::size_t trackCount(const fs::path& path) {
-    const av::InputFormat input = av::openInput(path);
-    return av::streamsOfType(*input, AVMEDIA_TYPE_AUDIO).size();
+    return MediaInfo::of(path).audioTracks;
 }
 
 double duration(const fs::path& path) {
-    const av::InputFormat input = av::openInput(path);
-    return input->duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(input->duration) / AV_TIME_BASE;
+    return MediaInfo::of(path).duration;
 }
 
 namespace {

@@ -1,6 +1,7 @@
 #include "media/FFmpeg.h"
 
 #include "media/MediaError.h"
+#include "media/MediaInfo.h"
 
 #include <mutex>
 
@@ -10,6 +11,13 @@ std::string describeAvError(int code) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(code, text, sizeof text);
     return text;
+}
+
+MediaInfo MediaInfo::of(const std::filesystem::path& path) {
+    const av::InputFormat input = av::openInput(path);
+    return {av::streamsOfType(*input, AVMEDIA_TYPE_AUDIO).size(),
+            av::streamsOfType(*input, AVMEDIA_TYPE_VIDEO).size(),
+            input->duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(input->duration) / AV_TIME_BASE};
 }
 
 namespace av {

@@ -14,11 +14,6 @@ constexpr double timeTolerance = 1e-6;
 
 } // namespace
 
-std::size_t videoTrackCount(const std::filesystem::path& movie) {
-    const av::InputFormat input = av::openInput(movie);
-    return av::streamsOfType(*input, AVMEDIA_TYPE_VIDEO).size();
-}
-
 struct VideoDecoder::State {
     std::filesystem::path path;
     av::InputFormat format;

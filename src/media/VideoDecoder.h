@@ -10,9 +10,6 @@ namespace marlowick {
 
 // Reads the first video stream of a movie, frame by frame. Times are seconds on the recording's clock:
 // the stream's timestamps in its time base, less the stream's start. One thread at a time.
-// How many video streams the file has; throws MediaError when it can't be read.
-std::size_t videoTrackCount(const std::filesystem::path& movie);
-
 class VideoDecoder {
 public:
     // Opens the movie; throws MediaError when it can't be read or has no decodable video.

@@ -41,10 +41,6 @@ void JsonReader::typeMismatch(std::string_view expected) const {
     fail("expected " + std::string(expected) + ", found " + std::string(typeName(*m_value)));
 }
 
-bool JsonReader::has(std::string_view key) const {
-    return find(key).has_value();
-}
-
 std::optional<JsonReader> JsonReader::find(std::string_view key) const {
     if (!m_value->is_object()) {
         typeMismatch("an object");

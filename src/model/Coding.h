@@ -42,7 +42,6 @@ public:
     const Json& value() const { return *m_value; }
     const std::string& path() const { return m_path; }
 
-    bool has(std::string_view key) const;
     // The value under a required key; fails when it is absent or null.
     JsonReader at(std::string_view key) const;
     std::optional<JsonReader> find(std::string_view key) const;
