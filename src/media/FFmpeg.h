@@ -56,7 +56,11 @@ struct OutputFormatDeleter {
         avformat_free_context(context);
     }
 };
+struct BufferDeleter {
+    void operator()(AVBufferRef* buffer) const { av_buffer_unref(&buffer); }
+};
 using Resampler = std::unique_ptr<SwrContext, ResamplerDeleter>;
+using BufferRef = std::unique_ptr<AVBufferRef, BufferDeleter>; // hardware device and frame pools
 using OutputFormat = std::unique_ptr<AVFormatContext, OutputFormatDeleter>;
 
 // Silences FFmpeg's own log, once for the process: every failure reaches our callers as an error, and the

@@ -46,6 +46,12 @@ struct VideoDecoder::State {
     bool receive() { return decoder->receive(frame.get()); }
 
     BgraImage convert(const AVFrame& f) {
+        BgraImage image;
+        convert(f, image);
+        return image;
+    }
+
+    void convert(const AVFrame& f, BgraImage& image) {
         scaler.reset(sws_getCachedContext(scaler.release(), f.width, f.height,
                                           static_cast<AVPixelFormat>(f.format), f.width, f.height,
                                           AV_PIX_FMT_BGRA, SWS_POINT, nullptr, nullptr, nullptr));
@@ -57,11 +63,12 @@ struct VideoDecoder::State {
         const int* coefficients = sws_getCoefficients(space);
         sws_setColorspaceDetails(scaler.get(), coefficients, f.color_range == AVCOL_RANGE_JPEG, coefficients,
                                  1, 0, 1 << 16, 1 << 16);
-        BgraImage image = BgraImage::blank(f.width, f.height);
+        if (image.width != f.width || image.height != f.height) {
+            image = BgraImage::blank(f.width, f.height);
+        }
         uint8_t* planes[4] = {image.bytes.data(), nullptr, nullptr, nullptr};
         const int strides[4] = {image.stride, 0, 0, 0};
         sws_scale(scaler.get(), f.data, f.linesize, 0, f.height, planes, strides);
-        return image;
     }
 };
 
@@ -112,6 +119,26 @@ std::optional<VideoDecoder::Frame> VideoDecoder::next() {
     Frame out{time, s.convert(*s.frame)};
     av_frame_unref(s.frame.get());
     return out;
+}
+
+int VideoDecoder::timeScale() const {
+    const AVRational base = m_state->stream->time_base;
+    return base.num == 1 && base.den > 0 ? base.den : 90000;
+}
+
+std::optional<double> VideoDecoder::next(BgraImage& image, const std::function<bool(double)>& wanted) {
+    State& s = *m_state;
+    while (s.receive()) {
+        const double time = s.frameTime(*s.frame);
+        s.lastTime = time;
+        if (wanted(time)) {
+            s.convert(*s.frame, image);
+            av_frame_unref(s.frame.get());
+            return time;
+        }
+        av_frame_unref(s.frame.get());
+    }
+    return std::nullopt;
 }
 
 void VideoDecoder::seek(double time) {

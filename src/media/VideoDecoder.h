@@ -3,6 +3,7 @@
 #include "media/BgraImage.h"
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -22,6 +23,8 @@ public:
     int height() const;
     double frameRate() const; // the stream's average, or its nominal rate
     double duration() const;  // seconds
+    // Ticks a second of the stream's timestamps: the exact clock its frame times were counted on.
+    int timeScale() const;
 
     struct Frame {
         double time; // seconds on the recording's clock
@@ -30,6 +33,10 @@ public:
 
     // The next frame in presentation order, or none at the end of the stream.
     std::optional<Frame> next();
+    // The next frame that `wanted` accepts by its time, converted into `image` (whose memory is reused
+    // when it has the frame's size), with its time; none at the end. Frames it refuses are decoded, as
+    // the frames after them may need, but never converted.
+    std::optional<double> next(BgraImage& image, const std::function<bool(double)>& wanted);
     // Moves so that `next` yields the frame showing at `time` (the last one starting at or before it).
     void seek(double time);
     // The frame showing at `time`: the last frame that starts at or before it, or the first frame for a

@@ -25,6 +25,17 @@ std::vector<std::uint8_t> frame(int i, int width, int height) {
     return bgra;
 }
 
+VideoEncoder::Settings settingsOf(VideoEncoder::Codec codec, VideoEncoder::Container container, int width,
+                                  int height, double rate) {
+    VideoEncoder::Settings settings;
+    settings.codec = codec;
+    settings.container = container;
+    settings.width = width;
+    settings.height = height;
+    settings.frameRate = rate;
+    return settings;
+}
+
 std::filesystem::path write(const TempDir& dir, const std::string& name, VideoEncoder::Settings settings,
                             int frames) {
     const auto path = dir / name;
@@ -44,7 +55,7 @@ TEST(VideoEncoder, H264AndHevcKeepEveryFrameAtItsTime) {
     for (const auto& [name, codec, container] :
          {std::tuple{"a.mp4", VideoEncoder::Codec::h264, VideoEncoder::Container::mp4},
           std::tuple{"b.mov", VideoEncoder::Codec::hevc, VideoEncoder::Container::mov}}) {
-        const auto path = write(dir, name, {codec, container, 64, 48, 30}, 10);
+        const auto path = write(dir, name, settingsOf(codec, container, 64, 48, 30), 10);
         VideoDecoder decoder(path);
         EXPECT_EQ(decoder.width(), 64);
         EXPECT_EQ(decoder.height(), 48);
@@ -61,8 +72,9 @@ TEST(VideoEncoder, H264AndHevcKeepEveryFrameAtItsTime) {
 
 TEST(VideoEncoder, ProRes4444KeepsTheAlpha) {
     TempDir dir;
-    const auto path = write(dir, "alpha.mov",
-                            {VideoEncoder::Codec::prores4444, VideoEncoder::Container::mov, 64, 48, 60}, 3);
+    const auto path =
+        write(dir, "alpha.mov",
+              settingsOf(VideoEncoder::Codec::prores4444, VideoEncoder::Container::mov, 64, 48, 60), 3);
     VideoDecoder decoder(path);
     const auto f = decoder.next();
     ASSERT_TRUE(f.has_value());
@@ -74,10 +86,11 @@ TEST(VideoEncoder, ProRes4444KeepsTheAlpha) {
 TEST(VideoEncoder, RefusesWhatTheCodecCantTake) {
     TempDir dir;
     // 4:2:0 needs even sizes.
-    EXPECT_THROW(
-        VideoEncoder(dir / "odd.mp4", {VideoEncoder::Codec::h264, VideoEncoder::Container::mp4, 65, 49, 30}),
-        MediaError);
-    EXPECT_THROW(VideoEncoder(dir / "nowhere" / "x.mp4",
-                              {VideoEncoder::Codec::h264, VideoEncoder::Container::mp4, 64, 48, 30}),
+    EXPECT_THROW(VideoEncoder(dir / "odd.mp4", settingsOf(VideoEncoder::Codec::h264,
+                                                          VideoEncoder::Container::mp4, 65, 49, 30)),
                  MediaError);
+    EXPECT_THROW(
+        VideoEncoder(dir / "nowhere" / "x.mp4",
+                     settingsOf(VideoEncoder::Codec::h264, VideoEncoder::Container::mp4, 64, 48, 30)),
+        MediaError);
 }

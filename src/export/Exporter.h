@@ -1,0 +1,69 @@
+#pragma once
+
+#include "export/ExportPreset.h"
+#include "model/InputEvent.h"
+#include "model/Project.h"
+
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace marlowick {
+
+// Why an export didn't finish. What the user reads is worded by the caller.
+class ExportError : public std::runtime_error {
+public:
+    enum class Kind {
+        writerFailed,               // reading the recording or writing the movie failed; the text says how
+        noVideoTrack,               // the recording holds no video
+        pixelBufferPoolUnavailable, // the GPU gave no buffer to read a finished frame into
+        cancelled,                  // the caller asked it to stop
+    };
+    ExportError(Kind kind, const std::string& text = {})
+        : std::runtime_error(text)
+        , m_kind(kind) {}
+    Kind kind() const { return m_kind; }
+
+private:
+    Kind m_kind;
+};
+
+// Turns a project into a finished movie. Every source frame that survives the cuts becomes exactly one
+// output frame, at its own time moved through the time map: there is no resampling to a frame rate.
+// Each is drawn by the frame compositor at the preset's size in a headless GL context, with the project
+// and the telemetry moved onto output time and the cursor of that output time. Then comes the sound:
+// none when the recording has none, the one recorded track copied as it stands when there is nothing to
+// change, and otherwise the rendered mix.
+//
+// Decoding, compositing and encoding run on three threads joined by short queues, so that every core is
+// busy; the calling thread encodes and hears the progress. Stateless: any number of exports may run, each
+// on its own thread.
+struct Exporter {
+    struct Progress {
+        long long completedFrames = 0; // frames written so far
+        long long totalFrames = 0;     // estimated from the cut duration and the preset's frame rate
+
+        double fraction() const;
+        friend bool operator==(const Progress&, const Progress&) = default;
+    };
+
+    // Writes the movie at `target` and returns it. `telemetry` is in source time. `onProgress` is called
+    // on the calling thread: once with no frames done before the first frame, once for each frame, and
+    // once at the end with the total set to the frames written. `onSoundProgress`, when given, hears the
+    // fraction of the mix rendered before the frames start (only when a mix is needed).
+    //
+    // A file at the target is removed first. `stop` is tested before each frame and each copied audio
+    // packet and while the mix renders; a stopped export removes its partial file and throws ExportError
+    // (cancelled), as does any other way out after the mix was made remove the temporary mix. Failures:
+    // ExportError; CompositorError when no GL context or program can be had; RenderError from the mix.
+    std::filesystem::path exportMovie(const Project& project, const std::vector<InputEvent>& telemetry,
+                                      const ExportPreset& preset, const std::filesystem::path& target,
+                                      const std::function<void(const Progress&)>& onProgress = {},
+                                      std::stop_token stop = {},
+                                      const std::function<void(double)>& onSoundProgress = {}) const;
+};
+
+} // namespace marlowick

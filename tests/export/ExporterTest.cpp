@@ -1,0 +1,304 @@
+// Small real projects exported end to end and read back with FFmpeg: what the frames, their times and
+// the sound of the finished movie are, per the cuts and the tracks of the recording.
+
+#include "export/Exporter.h"
+#include "media/FFmpeg.h"
+#include "media/VideoDecoder.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+using namespace marlowick;
+using namespace marlowick::test;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// What a movie holds, as FFmpeg reads it.
+struct Stream {
+    bool video = false;
+    std::string codec;
+    int width = 0;
+    int height = 0;
+    int channels = 0;
+    std::vector<double> times;                         // packet presentation times, seconds, in order
+    std::vector<std::vector<std::uint8_t>> packetData; // audio only
+};
+
+std::vector<Stream> probe(const fs::path& path) {
+    const av::InputFormat input = av::openInput(path);
+    std::vector<Stream> streams(input->nb_streams);
+    for (unsigned i = 0; i < input->nb_streams; ++i) {
+        const AVCodecParameters* c = input->streams[i]->codecpar;
+        streams[i].video = c->codec_type == AVMEDIA_TYPE_VIDEO;
+        streams[i].codec = avcodec_get_name(c->codec_id);
+        streams[i].width = c->width;
+        streams[i].height = c->height;
+        streams[i].channels = c->ch_layout.nb_channels;
+    }
+    const av::Packet packet(av_packet_alloc());
+    while (av_read_frame(input.get(), packet.get()) >= 0) {
+        const AVStream* s = input->streams[packet->stream_index];
+        Stream& out = streams[static_cast<std::size_t>(packet->stream_index)];
+        out.times.push_back(static_cast<double>(packet->pts) * av_q2d(s->time_base));
+        if (s->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
+            out.packetData.emplace_back(packet->data, packet->data + packet->size);
+        }
+        av_packet_unref(packet.get());
+    }
+    for (Stream& s : streams) {
+        std::sort(s.times.begin(), s.times.end());
+    }
+    return streams;
+}
+
+const Stream* firstOf(const std::vector<Stream>& streams, bool video) {
+    for (const Stream& s : streams) {
+        if (s.video == video) {
+            return &s;
+        }
+    }
+    return nullptr;
+}
+
+// A two-second 160×90 take at `rate` frames a second with `tracks` tones beside it.
+fs::path makeTake(const fs::path& path, int rate, int tracks) {
+    std::string command = "ffmpeg -v error -y -f lavfi -i testsrc2=size=160x90:rate=" + std::to_string(rate);
+    std::string maps = " -map 0";
+    for (int i = 0; i < tracks; ++i) {
+        command += " -f lavfi -i sine=frequency=" + std::to_string(440 + 220 * i) + ":sample_rate=48000";
+        maps += " -map " + std::to_string(i + 1);
+    }
+    command +=
+        " -t 2" + maps + " -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac '" + path.string() + "'";
+    if (std::system(command.c_str()) != 0) {
+        throw std::runtime_error("ffmpeg could not make the test take");
+    }
+    return path;
+}
+
+Project projectOf(const fs::path& movie, int rate) {
+    Project p;
+    p.id = Uuid::random();
+    p.name = "Take";
+    p.source.mediaURL = Url::fileUrl(movie);
+    p.source.size = {160, 90};
+    p.source.frameRate = rate;
+    p.source.duration = 2;
+    p.canvas = Canvas::freshRecording();
+    return p;
+}
+
+// A pointer sweep with one click, in source time.
+std::vector<InputEvent> sweep() {
+    std::vector<InputEvent> events;
+    for (int i = 0; i <= 240; ++i) {
+        const double t = i / 120.0;
+        events.push_back(
+            {t, i == 150 ? InputEvent::Kind::down : InputEvent::Kind::move, {10.0 + i * 0.5, 45}});
+    }
+    return events;
+}
+
+ExportPreset small(double rate = 30, ExportPreset::Codec codec = ExportPreset::Codec::h264,
+                   ExportPreset::Container container = ExportPreset::Container::mp4) {
+    return {"test", "Test", {192, 108}, rate, container, codec};
+}
+
+struct Exported {
+    fs::path movie;
+    std::vector<Exporter::Progress> reports;
+};
+
+Exported exportOf(const Project& project, const fs::path& target, const ExportPreset& preset,
+                  const std::vector<InputEvent>& events = sweep()) {
+    Exported run;
+    run.movie = Exporter{}.exportMovie(project, events, preset, target,
+                                       [&](const Exporter::Progress& p) { run.reports.push_back(p); });
+    return run;
+}
+
+class ExporterTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        takes = new TempDir;
+        silent = makeTake(*takes / "silent.mov", 30, 0);
+        oneTrack = makeTake(*takes / "one.mov", 30, 1);
+        twoTracks = makeTake(*takes / "two.mov", 30, 2);
+    }
+    static void TearDownTestSuite() { delete takes; }
+
+    static inline TempDir* takes = nullptr;
+    static inline fs::path silent, oneTrack, twoTracks;
+    TempDir dir;
+};
+
+} // namespace
+
+TEST_F(ExporterTest, AnUncutTakeKeepsEveryFrameAtItsOwnTimeAndItsSoundAsRecorded) {
+    Project project = projectOf(oneTrack, 30);
+    project.audio.enhanceVoice = false; // settings that leave the sound as it is
+    project.audio.ducking = 0;
+    project.audio.normalize = false;
+    const Exported run = exportOf(project, dir / "out.mp4", small());
+    ASSERT_EQ(run.movie, dir / "out.mp4");
+
+    const auto source = probe(oneTrack);
+    const auto out = probe(run.movie);
+    ASSERT_EQ(out.size(), 2u);
+    const Stream* video = firstOf(out, true);
+    ASSERT_NE(video, nullptr);
+    EXPECT_EQ(video->codec, "h264");
+    EXPECT_EQ(video->width, 192);
+    EXPECT_EQ(video->height, 108);
+    const Stream* sourceVideo = firstOf(source, true);
+    ASSERT_EQ(video->times.size(), sourceVideo->times.size());
+    for (std::size_t i = 0; i < video->times.size(); ++i) {
+        EXPECT_DOUBLE_EQ(video->times[i], sourceVideo->times[i]) << "frame " << i;
+    }
+    // The one track with neutral settings is copied packet for packet.
+    const Stream* audio = firstOf(out, false);
+    ASSERT_NE(audio, nullptr);
+    EXPECT_TRUE(audio->packetData == firstOf(source, false)->packetData);
+
+    // One report before the frames, one per frame, and the last complete.
+    ASSERT_EQ(run.reports.size(), video->times.size() + 2);
+    EXPECT_EQ(run.reports.front(), (Exporter::Progress{0, 60}));
+    EXPECT_EQ(run.reports[1], (Exporter::Progress{1, 60}));
+    EXPECT_EQ(run.reports.back(), (Exporter::Progress{60, 60}));
+}
+
+TEST_F(ExporterTest, ACutDropsItsFramesClosesTheGapAndMixesTheSound) {
+    Project project = projectOf(oneTrack, 30);
+    project.manualCuts.emplace_back(Uuid::random(), 0.5, 1.0);
+    const Exported run = exportOf(project, dir / "cut.mov",
+                                  small(30, ExportPreset::Codec::hevc, ExportPreset::Container::mov));
+    const auto out = probe(run.movie);
+    const Stream* video = firstOf(out, true);
+    ASSERT_NE(video, nullptr);
+    EXPECT_EQ(video->codec, "hevc");
+    ASSERT_EQ(video->times.size(), 45u); // 60 frames less the 15 that start inside the cut
+    for (std::size_t i = 1; i < video->times.size(); ++i) {
+        EXPECT_NEAR(video->times[i] - video->times[i - 1], 1.0 / 30, 1e-3) << "frame " << i;
+    }
+    EXPECT_NEAR(video->times.back(), 1.5 - 1.0 / 30, 1e-3);
+    EXPECT_EQ(run.reports.front().totalFrames, 45);
+
+    // Re-rendered: one mono track, not the recorded packets, as long as the cut movie.
+    const Stream* audio = firstOf(out, false);
+    ASSERT_NE(audio, nullptr);
+    EXPECT_EQ(audio->codec, "aac");
+    EXPECT_EQ(audio->channels, 1);
+    EXPECT_FALSE(audio->packetData == firstOf(probe(oneTrack), false)->packetData);
+    EXPECT_NEAR(audio->times.back(), 1.5, 0.05);
+}
+
+TEST_F(ExporterTest, TwoTracksAreAlwaysMixedAndNoTracksGiveASilentMovie) {
+    const auto mixed = probe(exportOf(projectOf(twoTracks, 30), dir / "two.mp4", small()).movie);
+    ASSERT_EQ(mixed.size(), 2u);
+    EXPECT_EQ(firstOf(mixed, false)->channels, 1);
+
+    const auto silentOut = probe(exportOf(projectOf(silent, 30), dir / "silent.mp4", small(), {}).movie);
+    ASSERT_EQ(silentOut.size(), 1u);
+    EXPECT_EQ(silentOut[0].times.size(), 60u);
+}
+
+TEST_F(ExporterTest, ASlowerSourceKeepsItsRateUnderAFasterPreset) {
+    const Exported run = exportOf(projectOf(silent, 30), dir / "sixty.mp4", small(60));
+    EXPECT_EQ(run.reports.front(), (Exporter::Progress{0, 120}));
+    EXPECT_EQ(run.reports[run.reports.size() - 2], (Exporter::Progress{60, 120}));
+    EXPECT_EQ(run.reports.back(), (Exporter::Progress{60, 60}));
+    EXPECT_EQ(firstOf(probe(run.movie), true)->times.size(), 60u);
+}
+
+TEST_F(ExporterTest, CutsThatRemoveEverythingGiveNoFrames) {
+    Project project = projectOf(silent, 30);
+    project.manualCuts.emplace_back(Uuid::random(), 0, 2);
+    const Exported run = exportOf(project, dir / "empty.mp4", small());
+    EXPECT_EQ(run.reports.front(), (Exporter::Progress{0, 0}));
+    EXPECT_EQ(run.reports.back(), (Exporter::Progress{0, 0}));
+    // The movie opens and holds nothing (the muxer leaves out a track without samples).
+    for (const Stream& s : probe(run.movie)) {
+        EXPECT_TRUE(s.times.empty());
+    }
+}
+
+TEST_F(ExporterTest, ProResKeepsTheTransparencyOfTheCanvas) {
+    Project project = projectOf(silent, 30);
+    project.canvas.background = Background::transparent();
+    project.canvas.inset = 0.2;
+    project.canvas.shadow = {0, 0, {0, 0}};
+    const Exported run =
+        exportOf(project, dir / "alpha.mov",
+                 small(60, ExportPreset::Codec::prores4444, ExportPreset::Container::mov), {});
+    EXPECT_EQ(firstOf(probe(run.movie), true)->codec, "prores");
+    VideoDecoder decoder(run.movie);
+    const auto frame = decoder.next();
+    ASSERT_TRUE(frame.has_value());
+    EXPECT_LT(frame->image.row(2)[4 * 2 + 3], 8);     // the bare canvas at the corner
+    EXPECT_GT(frame->image.row(54)[4 * 96 + 3], 247); // the recording in the middle
+}
+
+TEST_F(ExporterTest, HevcWithAlphaIsRefusedAndTheTargetLeftAlone) {
+    const fs::path target = dir / "keep.mov";
+    writeText(target, "an earlier movie");
+    try {
+        Exporter{}.exportMovie(projectOf(silent, 30), {}, ExportPreset::hevcAlpha(), target);
+        FAIL() << "exported";
+    } catch (const ExportError& e) {
+        EXPECT_EQ(e.kind(), ExportError::Kind::writerFailed);
+        EXPECT_NE(std::string(e.what()).find("ProRes 4444 + Alpha"), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(readText(target), "an earlier movie");
+}
+
+TEST_F(ExporterTest, CancellingLeavesNeitherTheMovieNorTheMix) {
+    // The temporary mix goes where TMPDIR says, so that it can be looked for.
+    const TempDir scratch;
+    const char* previous = std::getenv("TMPDIR");
+    const std::string saved = previous ? previous : "";
+    setenv("TMPDIR", scratch.path().c_str(), 1);
+
+    Project project = projectOf(twoTracks, 30);
+    project.manualCuts.emplace_back(Uuid::random(), 0.2, 0.4);
+    const fs::path target = dir / "cancelled.mp4";
+    writeText(target, "an earlier movie");
+    std::stop_source stop;
+    long long seen = 0;
+    try {
+        Exporter{}.exportMovie(
+            project, sweep(), small(), target,
+            [&](const Exporter::Progress& p) {
+                seen = p.completedFrames;
+                if (p.completedFrames == 10) {
+                    stop.request_stop();
+                }
+            },
+            stop.get_token());
+        FAIL() << "finished";
+    } catch (const ExportError& e) {
+        EXPECT_EQ(e.kind(), ExportError::Kind::cancelled);
+    }
+    previous ? setenv("TMPDIR", saved.c_str(), 1) : unsetenv("TMPDIR");
+    EXPECT_EQ(seen, 10);
+    EXPECT_FALSE(fs::exists(target));
+    EXPECT_TRUE(fs::is_empty(scratch.path()));
+}
+
+TEST_F(ExporterTest, ARecordingWithoutVideoIsNamedAsSuch) {
+    const fs::path sound = dir / "sound.m4a";
+    ASSERT_EQ(
+        std::system(
+            ("ffmpeg -v error -f lavfi -i sine=sample_rate=48000 -t 0.5 '" + sound.string() + "'").c_str()),
+        0);
+    try {
+        Exporter{}.exportMovie(projectOf(sound, 30), {}, small(), dir / "x.mp4");
+        FAIL() << "exported";
+    } catch (const ExportError& e) {
+        EXPECT_EQ(e.kind(), ExportError::Kind::noVideoTrack);
+    }
+}
