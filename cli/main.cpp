@@ -23,6 +23,8 @@ Commands:
   silence PACKAGE [--threshold F] [--minimum S] [--padding S] [--write]
                           Find the pauses in the voice, and with --write cut them.
   presets [PACKAGE]       List the export presets, marking those that suit the project's shape.
+  export PACKAGE --preset ID -o FILE
+                          Export the finished movie with one of the presets.
 
 Run 'marlowick COMMAND --help' for more about a command.
 )";
@@ -70,6 +72,9 @@ int main(int argc, char** argv) {
     }
     if (command == "presets") {
         return runPresets(args);
+    }
+    if (command == "export") {
+        return runExport(args);
     }
     report("unknown command '" + std::string(command) + "'; see 'marlowick --help'");
     return exitUsage;

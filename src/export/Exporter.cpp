@@ -167,6 +167,17 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
     const int width = settings.width;
     const int height = settings.height;
 
+    // The target is removed before writing: never when that would destroy a folder or the recording.
+    {
+        std::error_code error;
+        if (fs::is_directory(target, error)) {
+            throw ExportError(ExportError::Kind::writerFailed, target.string() + " is a folder");
+        }
+        if (fs::equivalent(target, project.source.mediaURL.path(), error)) {
+            throw ExportError(ExportError::Kind::writerFailed, target.string() + " is the recording itself");
+        }
+    }
+
     // Everything drawn over the frames is on output time; the frames themselves come from before the cuts.
     const TimeMap map = project.effectiveTrim();
     const Project::Trimmed trimmed = project.applyingTrim(telemetry);

@@ -6,7 +6,12 @@
 #include "model/ModelCoding.h"
 #include "support/Samples.h"
 
+#include <csignal>
 #include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -299,4 +304,62 @@ TEST_F(Cli, PresetsMarkThoseThatSuitTheProject) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '*'), 2); // the two 1080×1920 rows
     EXPECT_NE(r.out.find("* reels-1080x1920"), std::string::npos) << r.out;
+}
+
+TEST_F(Cli, ExportWritesTheMovieAndCtrlCStopsItCleanly) {
+    const fs::path clip = dir / "long.mov";
+    ASSERT_EQ(std::system(("ffmpeg -v error -f lavfi -i testsrc2=size=320x180:rate=30 -t 20 -c:v libx264 "
+                           "-preset ultrafast -pix_fmt yuv420p " +
+                           quoted(clip.string()))
+                              .c_str()),
+              0);
+    Project p = sampleProject(clip);
+    p.source.size = {320, 180};
+    p.source.frameRate = 30;
+    p.source.duration = 20;
+    p.manualCuts = {Span(Uuid::random(), 1, 19)};
+    const fs::path package = dir / "Long.marlowick";
+    MarlowickDocument(p, sampleEvents(2400)).write(package);
+
+    // The cut leaves two seconds: 60 frames.
+    const fs::path finished = dir / "short.mp4";
+    Result r = run({"export", package.string(), "--preset", "free-720p", "-o", finished.string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("(60 frames"), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find("60/60 frames"), std::string::npos) << r.err;
+    VideoDecoder exported(finished);
+    EXPECT_EQ(exported.width(), 1280);
+    EXPECT_EQ(exported.height(), 720);
+
+    EXPECT_EQ(run({"export", package.string(), "--preset", "8k", "-o", finished.string()}).status, 2);
+    EXPECT_EQ(run({"export", package.string(), "-o", finished.string()}).status, 2);
+    const Result alpha = run({"export", package.string(), "--preset", "hevc-alpha", "-o", finished.string()});
+    EXPECT_EQ(alpha.status, 1);
+    EXPECT_NE(alpha.err.find("ProRes 4444 + Alpha"), std::string::npos) << alpha.err;
+
+    // Ctrl-C part way through the whole take: the process ends with 130 and leaves no file.
+    p.manualCuts.clear();
+    MarlowickDocument(p, sampleEvents(2400)).write(package);
+    const fs::path target = dir / "stopped.mp4";
+    const fs::path log = dir / "export.log";
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        std::freopen(log.c_str(), "w", stderr);
+        std::freopen("/dev/null", "w", stdout);
+        execl(MARLOWICK_CLI, MARLOWICK_CLI, "export", package.c_str(), "--preset", "free-720p", "-o",
+              target.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    for (int i = 0; i < 600 && readText(log).find("0/600 frames") == std::string::npos; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    kill(child, SIGINT);
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 130) << readText(log);
+    EXPECT_NE(readText(log).find("export stopped"), std::string::npos) << readText(log);
+    EXPECT_FALSE(fs::exists(target));
 }

@@ -1,0 +1,257 @@
+#include "Arguments.h"
+#include "Commands.h"
+#include "Errors.h"
+
+#include "audio/AudioRenderer.h"
+#include "compositor/Gl.h"
+#include "export/Exporter.h"
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+#include <pthread.h>
+#include <thread>
+#include <unistd.h>
+
+namespace marlowick::cli {
+
+namespace {
+
+constexpr std::string_view help = R"(Usage: marlowick export PACKAGE --preset ID -o FILE
+
+Exports the finished movie of the project with one of the presets of 'marlowick presets': every frame
+of the recording that survives the cuts, drawn on the project's canvas with its zooms, cursor and
+captions, and the sound (as recorded when nothing changes it, else the rendered mix).
+
+Progress is shown on standard error. Ctrl-C stops the export and removes the unfinished file.
+)";
+
+constexpr int exitInterrupted = 130; // what shells report for a command stopped by Ctrl-C
+
+// Turns Ctrl-C and a termination request into a stop request. The signals are blocked in this thread and
+// in every thread started after it, and taken by a thread of its own with sigwait, so that nothing
+// async-signal-unsafe happens in a handler. A second Ctrl-C ends the process at once.
+class InterruptWatch {
+public:
+    InterruptWatch() {
+        sigemptyset(&m_signals);
+        sigaddset(&m_signals, SIGINT);
+        sigaddset(&m_signals, SIGTERM);
+        sigaddset(&m_signals, SIGUSR1); // our own wake-up at the end
+        pthread_sigmask(SIG_BLOCK, &m_signals, &m_previous);
+        m_thread = std::thread([this] {
+            for (;;) {
+                int signal = 0;
+                sigwait(&m_signals, &signal);
+                if (signal == SIGUSR1) {
+                    return;
+                }
+                if (m_stop.stop_requested()) {
+                    _exit(exitInterrupted);
+                }
+                m_stop.request_stop();
+            }
+        });
+    }
+    ~InterruptWatch() {
+        pthread_kill(m_thread.native_handle(), SIGUSR1);
+        m_thread.join();
+        pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
+    }
+    InterruptWatch(const InterruptWatch&) = delete;
+    InterruptWatch& operator=(const InterruptWatch&) = delete;
+
+    std::stop_token token() const { return m_stop.get_token(); }
+
+private:
+    sigset_t m_signals{};
+    sigset_t m_previous{};
+    std::stop_source m_stop;
+    std::thread m_thread;
+};
+
+std::string clock(double seconds) {
+    const auto s = static_cast<long long>(std::max(0.0, seconds) + 0.5);
+    char text[32];
+    if (s >= 3600) {
+        std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", s / 3600, s / 60 % 60, s % 60);
+    } else {
+        std::snprintf(text, sizeof text, "%lld:%02lld", s / 60, s % 60);
+    }
+    return text;
+}
+
+// The progress line: a bar, frames done of the estimate, frames a second and the time left. On a
+// terminal it rewrites itself a few times a second; elsewhere it is a line every tenth of the way.
+class ProgressLine {
+public:
+    ProgressLine()
+        : m_terminal(::isatty(STDERR_FILENO) != 0)
+        , m_start(std::chrono::steady_clock::now()) {}
+
+    void sound(double fraction) {
+        const int percent = static_cast<int>(fraction * 100);
+        if (percent == m_soundPercent) {
+            return;
+        }
+        m_soundPercent = percent;
+        if (m_terminal) {
+            std::cerr << "\rMixing the sound… " << percent << "%   " << std::flush;
+        } else if (percent == 0) {
+            std::cerr << "Mixing the sound…\n";
+        }
+    }
+
+    void frames(const Exporter::Progress& p) {
+        const auto now = std::chrono::steady_clock::now();
+        if (p.completedFrames == 0) {
+            m_framesStart = now;
+        }
+        const double elapsed = std::chrono::duration<double>(now - m_framesStart).count();
+        const bool last = p.completedFrames == p.totalFrames;
+        if (p == m_last) {
+            return; // the closing report repeats the last frame's when the estimate was right
+        }
+        if (m_terminal) {
+            if (!last && now - m_shown < std::chrono::milliseconds(200)) {
+                return;
+            }
+        } else {
+            const int tenth = static_cast<int>(p.fraction() * 10);
+            if (!last && tenth == m_tenth) {
+                return;
+            }
+            m_tenth = tenth;
+        }
+        m_shown = now;
+        m_last = p;
+        const double fps = elapsed > 0 ? static_cast<double>(p.completedFrames) / elapsed : 0;
+        const double left =
+            fps > 0 ? static_cast<double>(std::max(0LL, p.totalFrames - p.completedFrames)) / fps : 0;
+        constexpr int width = 30;
+        const int filled = static_cast<int>(p.fraction() * width);
+        std::string bar(static_cast<std::size_t>(filled), '#');
+        bar.resize(width, '.');
+        char line[160];
+        std::snprintf(line, sizeof line, "[%s] %lld/%lld frames  %.1f fps  %s left", bar.c_str(),
+                      p.completedFrames, p.totalFrames, fps, fps > 0 ? clock(left).c_str() : "--:--");
+        std::cerr << (m_terminal ? "\r" : "") << line << (m_terminal ? "   " : "\n") << std::flush;
+        m_drawn = m_terminal;
+    }
+
+    // Ends a line that rewrites itself, before anything else is printed.
+    void close() {
+        if (m_drawn || (m_terminal && m_soundPercent >= 0)) {
+            std::cerr << '\n';
+        }
+        m_drawn = false;
+        m_soundPercent = -1;
+    }
+
+    double seconds() const {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+    }
+
+private:
+    bool m_terminal;
+    std::chrono::steady_clock::time_point m_start;
+    std::chrono::steady_clock::time_point m_framesStart;
+    std::chrono::steady_clock::time_point m_shown;
+    Exporter::Progress m_last{-1, -1};
+    int m_soundPercent = -1;
+    int m_tenth = -1;
+    bool m_drawn = false;
+};
+
+std::string describeExport(const std::exception& error, const std::filesystem::path& package) {
+    const std::string where = package.string() + ": ";
+    if (const auto* e = dynamic_cast<const ExportError*>(&error)) {
+        switch (e->kind()) {
+        case ExportError::Kind::noVideoTrack:
+            return where + "the recording has no video";
+        case ExportError::Kind::pixelBufferPoolUnavailable:
+            return where + "the GPU gave no memory for the finished frames";
+        case ExportError::Kind::cancelled:
+            return "export stopped; the unfinished movie was removed";
+        case ExportError::Kind::writerFailed:
+            return where + "can't export: " + e->what();
+        }
+    }
+    if (dynamic_cast<const CompositorError*>(&error) != nullptr) {
+        return where + "can't draw the frames: " + error.what();
+    }
+    if (dynamic_cast<const RenderError*>(&error) != nullptr) {
+        return where + "can't mix the sound: " + error.what();
+    }
+    return where + error.what();
+}
+
+} // namespace
+
+int runExport(const std::vector<std::string>& args) {
+    if (wantsHelp(args)) {
+        std::cout << help;
+        return 0;
+    }
+    const auto parsed = parseArguments("export", args, {}, {"--preset", "-o"}, 1);
+    if (!parsed) {
+        return exitUsage;
+    }
+    const auto presetId = parsed->value("--preset");
+    const auto output = parsed->value("-o");
+    if (!presetId || !output) {
+        report("export needs --preset ID and -o FILE; see 'marlowick export --help'");
+        return exitUsage;
+    }
+    const ExportPreset* preset = nullptr;
+    for (const ExportPreset& p : ExportPreset::all()) {
+        if (p.id == *presetId) {
+            preset = &p;
+        }
+    }
+    if (preset == nullptr) {
+        report("export: no preset '" + *presetId + "'; 'marlowick presets' lists them");
+        return exitUsage;
+    }
+    const std::filesystem::path package = parsed->words.front();
+    const auto document = openPackage(package);
+    if (!document) {
+        return exitFailure;
+    }
+
+    const InterruptWatch interrupts;
+    ProgressLine progress;
+    std::cerr << "Exporting " << package.filename().string() << " as " << preset->name << " ("
+              << preset->size.width << "×" << preset->size.height << ")\n";
+    long long frames = 0;
+    try {
+        Exporter{}.exportMovie(
+            document->project, document->telemetry(), *preset, *output,
+            [&](const Exporter::Progress& p) {
+                if (p.completedFrames == 0) {
+                    progress.close();
+                }
+                progress.frames(p);
+                frames = p.completedFrames;
+            },
+            interrupts.token(), [&](double fraction) { progress.sound(fraction); });
+    } catch (const ExportError& e) {
+        progress.close();
+        report(describeExport(e, package));
+        return e.kind() == ExportError::Kind::cancelled ? exitInterrupted : exitFailure;
+    } catch (const std::exception& e) {
+        progress.close();
+        report(describeExport(e, package));
+        return exitFailure;
+    }
+    progress.close();
+    char line[200];
+    std::snprintf(line, sizeof line, "Wrote %s (%lld frames in %.1f s)\n", output->c_str(), frames,
+                  progress.seconds());
+    std::cout << line;
+    return 0;
+}
+
+} // namespace marlowick::cli
