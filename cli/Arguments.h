@@ -33,6 +33,9 @@ std::optional<Arguments> parseArguments(std::string_view command, const std::vec
 // A finite decimal number, the whole text of it; none otherwise.
 std::optional<double> parseNumber(std::string_view text);
 
+// WIDTHxHEIGHT, as "1280x720", each from 1 to 16384; none otherwise.
+std::optional<std::pair<int, int>> parseSize(const std::string& text);
+
 // Reads the package, or reports in one line why it can't be opened; then there is no result.
 std::optional<MarlowickDocument> openPackage(const std::filesystem::path& package);
 

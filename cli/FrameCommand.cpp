@@ -25,23 +25,6 @@ video, after the cuts. The frame has the size of the project's shape (1920x1080 
 --size gives another.
 )";
 
-std::optional<std::pair<int, int>> parseSize(const std::string& text) {
-    const auto x = text.find('x');
-    if (x == std::string::npos) {
-        return std::nullopt;
-    }
-    int w = 0;
-    int h = 0;
-    const char* begin = text.data();
-    const auto a = std::from_chars(begin, begin + x, w);
-    const auto b = std::from_chars(begin + x + 1, begin + text.size(), h);
-    if (a.ec != std::errc() || b.ec != std::errc() || a.ptr != begin + x || b.ptr != begin + text.size() ||
-        w < 1 || h < 1 || w > 16384 || h > 16384) {
-        return std::nullopt;
-    }
-    return std::pair{w, h};
-}
-
 } // namespace
 
 int runFrame(const std::vector<std::string>& args) {

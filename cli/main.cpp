@@ -25,6 +25,8 @@ Commands:
   presets [PACKAGE]       List the export presets, marking those that suit the project's shape.
   export PACKAGE --preset ID -o FILE
                           Export the finished movie with one of the presets.
+  sample PACKAGE [--size WxH] [--rate FPS] [--seconds S] [--no-voice]
+                          Make a sample take (a synthetic desktop, telemetry, sound) as a package.
 
 Run 'marlowick COMMAND --help' for more about a command.
 )";
@@ -75,6 +77,9 @@ int main(int argc, char** argv) {
     }
     if (command == "export") {
         return runExport(args);
+    }
+    if (command == "sample") {
+        return runSample(args);
     }
     report("unknown command '" + std::string(command) + "'; see 'marlowick --help'");
     return exitUsage;

@@ -1,0 +1,112 @@
+#include "Arguments.h"
+#include "Commands.h"
+#include "Errors.h"
+#include "SampleTake.h"
+
+#include "model/MarlowickDocument.h"
+#include "trajectory/ZoomDirector.h"
+
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+
+namespace marlowick::cli {
+
+namespace {
+
+constexpr std::string_view help = R"(Usage: marlowick sample PACKAGE [--size WxH] [--rate FPS] [--seconds S] [--no-voice]
+
+Makes a sample take as a new package: a movie of a small synthetic desktop in which someone clicks,
+types, saves, scrolls and opens a menu, the pointer telemetry beside it, a system sound track and a
+spoken narration (made with flite). The project is set up as a fresh recording's would be: the
+fresh-recording canvas, zooms placed by the director in the dynamic style, the default cursor and sound.
+Defaults: 1280x720 at 30 fps, as long as the narration needs.
+)";
+
+} // namespace
+
+int runSample(const std::vector<std::string>& args) {
+    if (wantsHelp(args)) {
+        std::cout << help;
+        return 0;
+    }
+    const auto parsed = parseArguments("sample", args, {"--no-voice"}, {"--size", "--rate", "--seconds"}, 1);
+    if (!parsed) {
+        return exitUsage;
+    }
+    SampleTake take;
+    take.voice = !parsed->has("--no-voice");
+    if (const auto text = parsed->value("--size")) {
+        const auto size = parseSize(*text);
+        if (!size || size->first % 2 != 0 || size->second % 2 != 0) {
+            report("sample: --size takes an even WIDTHxHEIGHT, as 1920x1080");
+            return exitUsage;
+        }
+        take.width = size->first;
+        take.height = size->second;
+    }
+    for (const auto& [option, field, low, high] :
+         {std::tuple{"--rate", &take.frameRate, 1.0, 240.0}, std::tuple{"--seconds", &take.seconds, 1.0, 3600.0}}) {
+        if (const auto text = parsed->value(option)) {
+            const auto value = parseNumber(*text);
+            if (!value || *value < low || *value > high) {
+                report(std::string("sample: ") + option + " takes a number from " + std::to_string(int(low)) +
+                       " to " + std::to_string(int(high)));
+                return exitUsage;
+            }
+            *field = *value;
+        }
+    }
+    const std::filesystem::path package = parsed->words.front();
+    if (std::filesystem::exists(package)) {
+        report(package.string() + " already exists; the sample goes into a new package");
+        return exitFailure;
+    }
+
+    try {
+        const std::filesystem::path folder = package.parent_path().empty() ? "." : package.parent_path();
+        std::filesystem::create_directories(folder);
+        const std::filesystem::path movie = folder / ("take-" + Uuid::random().toString() + ".mov");
+        struct RemoveMovie {
+            std::filesystem::path path;
+            ~RemoveMovie() {
+                std::error_code ignored;
+                std::filesystem::remove(path, ignored);
+            }
+        } removeMovie{movie}; // the package keeps its own link or copy
+
+        std::cerr << "Drawing the sample take…\n";
+        const SampleTake::Result take_ = take.write(movie);
+
+        Project project;
+        project.id = Uuid::random();
+        project.name = "Sample take";
+        project.source.mediaURL = Url::fileUrl(std::filesystem::absolute(movie));
+        project.source.size = {static_cast<double>(take.width), static_cast<double>(take.height)};
+        project.source.frameRate = take.frameRate;
+        project.source.duration = take_.duration;
+        project.source.capturedSystemAudio = true;
+        project.source.capturedMicrophone = take.voice;
+        project.canvas = Canvas::freshRecording();
+
+        Recording withEvents = project.source;
+        withEvents.inputEvents = take_.telemetry;
+        ZoomDirector director;
+        director.style = CameraTrack::Style::dynamic;
+        project.camera.style = CameraTrack::Style::dynamic;
+        project.camera.beats = director.beatsFor(withEvents);
+
+        MarlowickDocument(project, take_.telemetry).write(package);
+        char line[200];
+        std::snprintf(line, sizeof line, "Wrote %s (%d×%d, %.0f fps, %.1f s, %zu events, %zu zooms)\n",
+                      package.c_str(), take.width, take.height, take.frameRate, take_.duration,
+                      take_.telemetry.size(), project.camera.beats.size());
+        std::cout << line;
+    } catch (const std::exception& e) {
+        report(package.string() + ": can't make the sample: " + e.what());
+        return exitFailure;
+    }
+    return 0;
+}
+
+} // namespace marlowick::cli
