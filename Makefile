@@ -27,6 +27,7 @@ bench: build
 	$(BUILD)/bench/marlowick-compositor-bench
 	$(BUILD)/bench/marlowick-audio-bench
 	$(BUILD)/bench/marlowick-render-bench
+	$(BUILD)/bench/marlowick-export-bench
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -14,7 +14,8 @@ namespace marlowick::cli {
 
 namespace {
 
-constexpr std::string_view help = R"(Usage: marlowick sample PACKAGE [--size WxH] [--rate FPS] [--seconds S] [--no-voice]
+constexpr std::string_view help =
+    R"(Usage: marlowick sample PACKAGE [--size WxH] [--rate FPS] [--seconds S] [--no-voice]
 
 Makes a sample take as a new package: a movie of a small synthetic desktop in which someone clicks,
 types, saves, scrolls and opens a menu, the pointer telemetry beside it, a system sound track and a
@@ -45,8 +46,8 @@ int runSample(const std::vector<std::string>& args) {
         take.width = size->first;
         take.height = size->second;
     }
-    for (const auto& [option, field, low, high] :
-         {std::tuple{"--rate", &take.frameRate, 1.0, 240.0}, std::tuple{"--seconds", &take.seconds, 1.0, 3600.0}}) {
+    for (const auto& [option, field, low, high] : {std::tuple{"--rate", &take.frameRate, 1.0, 240.0},
+                                                   std::tuple{"--seconds", &take.seconds, 1.0, 3600.0}}) {
         if (const auto text = parsed->value(option)) {
             const auto value = parseNumber(*text);
             if (!value || *value < low || *value > high) {

@@ -35,8 +35,8 @@ struct Waypoint {
     double y;
 };
 constexpr Waypoint path[] = {
-    {0.0, 640, 400}, {0.4, 640, 400}, {1.4, 262, 262},   {4.6, 262, 262},   {5.6, 960, 432},
-    {6.6, 960, 432}, {6.9, 940, 380}, {9.2, 940, 380},   {10.0, 1236, 14},  {1e9, 1236, 14},
+    {0.0, 640, 400}, {0.4, 640, 400}, {1.4, 262, 262}, {4.6, 262, 262},  {5.6, 960, 432},
+    {6.6, 960, 432}, {6.9, 940, 380}, {9.2, 940, 380}, {10.0, 1236, 14}, {1e9, 1236, 14},
 };
 constexpr double editorClick = 1.6;
 constexpr double typingStart = 2.0;
@@ -157,8 +157,8 @@ void drawFrame(cairo_t* cr, double t) {
         roundedRect(cr, 110, 140 + line * 26, width, 10, 4);
         cairo_fill(cr);
     }
-    const auto keys = static_cast<std::size_t>(std::clamp(std::floor((t - typingStart) / keyInterval) + 1, 0.0,
-                                                          static_cast<double>(typed.size())));
+    const auto keys = static_cast<std::size_t>(
+        std::clamp(std::floor((t - typingStart) / keyInterval) + 1, 0.0, static_cast<double>(typed.size())));
     cairo_set_source_rgb(cr, 0.1, 0.12, 0.18);
     text(cr, 110, 398, 22, std::string(typed.substr(0, keys)));
     if (t >= editorClick && std::fmod(t, 1.0) < 0.6) {
@@ -243,7 +243,8 @@ void drawFrame(cairo_t* cr, double t) {
 // The narration as mono samples at 48 kHz, by way of flite and a temporary WAV file.
 std::vector<float> speak(const fs::path& scratch) {
     const fs::path wav = scratch / "voice.wav";
-    const std::string command = "flite -voice slt -t \"" + std::string(narration) + "\" -o '" + wav.string() + "'";
+    const std::string command =
+        "flite -voice slt -t \"" + std::string(narration) + "\" -o '" + wav.string() + "'";
     if (std::system(command.c_str()) != 0 || !fs::exists(wav)) {
         throw std::runtime_error("flite could not speak the narration (is the flite package installed?)");
     }
@@ -262,7 +263,8 @@ std::vector<float> systemSound(double duration, const std::vector<InputEvent>& e
             v += std::sin(2 * std::numbers::pi * f * t);
         }
         const double swell = 0.6 + 0.4 * std::sin(2 * std::numbers::pi * 0.15 * t);
-        out[i] = static_cast<float>(0.03 * swell * v * smoothstep(t / 0.5) * smoothstep((duration - t) / 0.5));
+        out[i] =
+            static_cast<float>(0.03 * swell * v * smoothstep(t / 0.5) * smoothstep((duration - t) / 0.5));
     }
     for (const InputEvent& e : events) {
         if (e.kind != InputEvent::Kind::down) {
@@ -271,7 +273,8 @@ std::vector<float> systemSound(double duration, const std::vector<InputEvent>& e
         const auto start = static_cast<std::size_t>(e.time * AudioFile::sampleRate);
         for (std::size_t k = 0; k < 960 && start + k < count; ++k) {
             const double t = static_cast<double>(k) / AudioFile::sampleRate;
-            out[start + k] += static_cast<float>(0.25 * std::exp(-t * 400) * std::sin(2 * std::numbers::pi * 2400 * t));
+            out[start + k] +=
+                static_cast<float>(0.25 * std::exp(-t * 400) * std::sin(2 * std::numbers::pi * 2400 * t));
         }
     }
     return out;
@@ -286,7 +289,8 @@ struct ContextDeleter {
 
 } // namespace
 
-SampleTake::Result SampleTake::write(const fs::path& movie, const std::function<void(double)>& progress) const {
+SampleTake::Result SampleTake::write(const fs::path& movie,
+                                     const std::function<void(double)>& progress) const {
     const fs::path scratch = movie.parent_path() / (".sample-" + Uuid::random().toString());
     fs::create_directories(scratch);
     struct RemoveScratch {
@@ -301,7 +305,8 @@ SampleTake::Result SampleTake::write(const fs::path& movie, const std::function<
     const double voiceStart = 0.4;
     if (voice) {
         voiceSamples = speak(scratch);
-        voiceSamples.insert(voiceSamples.begin(), static_cast<std::size_t>(voiceStart * AudioFile::sampleRate), 0.0f);
+        voiceSamples.insert(voiceSamples.begin(),
+                            static_cast<std::size_t>(voiceStart * AudioFile::sampleRate), 0.0f);
     }
     double duration = seconds;
     if (duration <= 0) {
@@ -338,7 +343,8 @@ SampleTake::Result SampleTake::write(const fs::path& movie, const std::function<
         const double t = static_cast<double>(i) / frameRate;
         drawFrame(cr.get(), t);
         cairo_surface_flush(surface.get());
-        encoder.encode(cairo_image_surface_get_data(surface.get()), cairo_image_surface_get_stride(surface.get()), t);
+        encoder.encode(cairo_image_surface_get_data(surface.get()),
+                       cairo_image_surface_get_stride(surface.get()), t);
         if (progress && i % 30 == 0) {
             progress(static_cast<double>(i) / static_cast<double>(frames));
         }

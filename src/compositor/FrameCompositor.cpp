@@ -119,9 +119,9 @@ FrameCompositor::Variant& FrameCompositor::variant(unsigned features) {
     return m_variants.emplace(features, std::move(v)).first->second;
 }
 
-void FrameCompositor::render(const BgraTexture& source, int canvasWidth, int canvasHeight,
-                             const Project& project, double t, const std::optional<CursorFrame>& cursor,
-                             bool topRowFirst) {
+std::pair<FrameUniforms, const BgraTexture*>
+FrameCompositor::prepare(int canvasWidth, int canvasHeight, const Project& project, double t,
+                         const std::optional<CursorFrame>& cursor) {
     const Size canvas{static_cast<double>(canvasWidth), static_cast<double>(canvasHeight)};
     FrameUniforms u = frameUniforms(project, t, canvas, cursor);
 
@@ -133,7 +133,35 @@ void FrameCompositor::render(const BgraTexture& source, int canvasWidth, int can
             caption = layout->texture;
         }
     }
+    return {u, caption};
+}
 
+void FrameCompositor::render(const BgraTexture& source, int canvasWidth, int canvasHeight,
+                             const Project& project, double t, const std::optional<CursorFrame>& cursor,
+                             bool topRowFirst) {
+    const auto [u, caption] = prepare(canvasWidth, canvasHeight, project, t, cursor);
+    draw(source, u, *caption, canvasWidth, canvasHeight, topRowFirst);
+    m_lastSequenceFrame.reset(); // the framebuffer may not be the sequence's
+}
+
+bool FrameCompositor::renderSequence(const BgraTexture& source, int canvasWidth, int canvasHeight,
+                                     const Project& project, double t,
+                                     const std::optional<CursorFrame>& cursor, bool topRowFirst,
+                                     bool sourceChanged) {
+    const auto [u, caption] = prepare(canvasWidth, canvasHeight, project, t, cursor);
+    // A caption's texture may be rebuilt with other words at the same place, so its frames always draw.
+    if (!sourceChanged && caption == &m_blank && m_lastSequenceFrame && *m_lastSequenceFrame == u &&
+        m_lastTopRowFirst == topRowFirst) {
+        return false;
+    }
+    draw(source, u, *caption, canvasWidth, canvasHeight, topRowFirst);
+    m_lastSequenceFrame = u;
+    m_lastTopRowFirst = topRowFirst;
+    return true;
+}
+
+void FrameCompositor::draw(const BgraTexture& source, const FrameUniforms& u, const BgraTexture& caption,
+                           int canvasWidth, int canvasHeight, bool topRowFirst) {
     glViewport(0, 0, canvasWidth, canvasHeight);
     glDisable(GL_BLEND);
     glBindBuffer(GL_UNIFORM_BUFFER, m_uniforms.get());
@@ -142,7 +170,7 @@ void FrameCompositor::render(const BgraTexture& source, int canvasWidth, int can
     glActiveTexture(GL_TEXTURE0);
     glBindTexture(GL_TEXTURE_2D, source.get());
     glActiveTexture(GL_TEXTURE1);
-    glBindTexture(GL_TEXTURE_2D, caption->get());
+    glBindTexture(GL_TEXTURE_2D, caption.get());
     glBindVertexArray(m_vertexArray.get());
 
     const std::vector<DrawStep> steps =

@@ -31,6 +31,15 @@ public:
     void render(const BgraTexture& source, int canvasWidth, int canvasHeight, const Project& project,
                 double t, const std::optional<CursorFrame>& cursor, bool topRowFirst);
 
+    // The same, for a sequence of frames drawn into one framebuffer that keeps its contents: when the
+    // source is unchanged since the last call (`sourceChanged` false) and the frame would be drawn with
+    // exactly the same values as last time, the framebuffer already holds it and nothing is drawn.
+    // Screen recordings rest often, and a software renderer then spares the whole draw. Returns whether
+    // it drew. A frame with a caption on it is always drawn.
+    bool renderSequence(const BgraTexture& source, int canvasWidth, int canvasHeight, const Project& project,
+                        double t, const std::optional<CursorFrame>& cursor, bool topRowFirst,
+                        bool sourceChanged);
+
     // Forgets the cached captions, after a cue's words were edited.
     void invalidateCaptions();
 
@@ -44,6 +53,14 @@ public:
     std::vector<std::size_t> uniformBlockOffsets() const;
 
 private:
+    // Draws with the values already worked out; `caption` is the caption's texture or the blank one.
+    void draw(const BgraTexture& source, const FrameUniforms& u, const BgraTexture& caption, int canvasWidth,
+              int canvasHeight, bool topRowFirst);
+    // The values of a frame, and its caption's texture (the blank one when there is none).
+    std::pair<FrameUniforms, const BgraTexture*> prepare(int canvasWidth, int canvasHeight,
+                                                         const Project& project, double t,
+                                                         const std::optional<CursorFrame>& cursor);
+
     struct Variant {
         GlProgram program;
         GLint topRowFirst = -1;
@@ -57,6 +74,9 @@ private:
     GlBuffer m_uniforms;
     BgraTexture m_blank; // bound in place of a caption when there is none
     std::unique_ptr<CaptionRenderer> m_captions;
+    // What renderSequence drew last, to know when the framebuffer already holds the next frame.
+    std::optional<FrameUniforms> m_lastSequenceFrame;
+    bool m_lastTopRowFirst = true;
 };
 
 } // namespace marlowick

@@ -31,6 +31,7 @@ struct alignas(16) Float3x3 {
     float at(int row, int column) const;
     float determinant() const;
     Float3x3 inverse() const;
+    friend bool operator==(const Float3x3&, const Float3x3&) = default;
 };
 
 // A colour string ("#RRGGBB" or "RRGGBBAA", blanks around it ignored) as straight RGBA. Anything else is
@@ -73,6 +74,8 @@ struct FrameUniforms {
     Float2 tiltCenter;    // pixels
     float tiltEnabled = 0;
     Float2 sourceCrop{1, 1}; // (1, 1) is the whole source; smaller crops in
+
+    friend bool operator==(const FrameUniforms&, const FrameUniforms&) = default;
 };
 
 // The names of FrameUniforms' fields with their byte offsets, in order, to check against the program's

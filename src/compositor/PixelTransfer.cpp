@@ -71,14 +71,14 @@ std::vector<std::uint64_t> PixelTransfer::read(int width, int height, std::uint8
     const auto bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
     if (!m_streaming) {
-        glReadPixels(0, 0, width, height, GL_BGRA, GL_UNSIGNED_BYTE, destination);
+        glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, destination);
         return {tag};
     }
     const GLuint buffer = m_pack[m_nextPack].get();
     m_nextPack = (m_nextPack + 1) % m_pack.size();
     glBindBuffer(GL_PIXEL_PACK_BUFFER, buffer);
     glBufferData(GL_PIXEL_PACK_BUFFER, static_cast<GLsizeiptr>(bytes), nullptr, GL_STREAM_READ);
-    glReadPixels(0, 0, width, height, GL_BGRA, GL_UNSIGNED_BYTE, nullptr);
+    glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
     glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
     m_pending.push_back({buffer, glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0), destination, bytes, tag});
     glFlush(); // start the copy now, not at the next implicit flush

@@ -30,8 +30,9 @@ public:
     // Replaces the texture's contents; the caller may reuse `bgra` as soon as this returns.
     void upload(BgraTexture& texture, const std::uint8_t* bgra, int width, int height, int stride);
 
-    // Reads the bound read framebuffer's `width` × `height` pixels as straight BGRA, row 0 first as drawn,
-    // into `destination` (width·height·4 bytes), which must stay valid until its tag comes back. Returns
+    // Reads the bound read framebuffer's `width` × `height` pixels as the framebuffer stores them, straight
+    // R, G, B, A bytes (any other order costs Mesa a converting draw), row 0 first as drawn, into
+    // `destination` (width·height·4 bytes), which must stay valid until its tag comes back. Returns
     // the tags of the reads now complete, oldest first: this one at once when not streaming, else the one
     // before it. `flush` completes the rest. Throws CompositorError when a buffer can't be mapped.
     std::vector<std::uint64_t> read(int width, int height, std::uint8_t* destination, std::uint64_t tag);

@@ -38,6 +38,7 @@ constexpr std::size_t finishedFrames = 4;
 struct DecodedFrame {
     double outputTime; // seconds on the finished movie's clock
     BgraImage image;
+    bool changed; // false: the picture is the previous frame's, and `image` holds nothing of it
 };
 
 struct FinishedFrame {
@@ -163,6 +164,7 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
                                                                           : VideoEncoder::Container::mp4;
     settings.width = static_cast<int>(preset.size.width);
     settings.height = static_cast<int>(preset.size.height);
+    settings.input = VideoEncoder::PixelOrder::rgba; // as the framebuffer is read
     settings.frameRate = preset.frameRate > 0 ? preset.frameRate : 30;
     const int width = settings.width;
     const int height = settings.height;
@@ -213,7 +215,9 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
             };
             while (auto frame = pipeline.decoded.pop()) {
                 const BgraImage& image = frame->image;
-                transfer.upload(source, image.bytes.data(), image.width, image.height, image.stride);
+                if (frame->changed) {
+                    transfer.upload(source, image.bytes.data(), image.width, image.height, image.stride);
+                }
                 const double t = frame->outputTime;
                 pipeline.emptyImages.push(std::move(frame->image));
                 auto pixels = pipeline.emptyOutputs.pop();
@@ -309,12 +313,14 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
                 if (!image) {
                     return;
                 }
-                const auto time = decoder->next(*image, [&](double t) { return !map.isRemoved(t); });
+                bool changed = true;
+                const auto time = decoder->next(
+                    *image, [&](double t) { return !map.isRemoved(t); }, &changed);
                 if (!time) {
                     break;
                 }
                 const double output = map.isIdentity() ? *time : map.outputTimeForSource(*time);
-                if (!pipeline.decoded.push({output, std::move(*image)})) {
+                if (!pipeline.decoded.push({output, std::move(*image), changed})) {
                     return;
                 }
             }

@@ -4,6 +4,12 @@
 #include "media/MediaError.h"
 
 #include <cmath>
+#include <cstring>
+
+extern "C" {
+#include <libavutil/imgutils.h>
+#include <libavutil/pixdesc.h>
+}
 
 namespace marlowick {
 
@@ -21,6 +27,7 @@ struct VideoDecoder::State {
     AVStream* stream = nullptr;
     av::Frame frame{av_frame_alloc()};
     av::Frame held{av_frame_alloc()};
+    av::Frame previous{av_frame_alloc()}; // the picture `next` handed out last, for comparison
     av::ScaleContext scaler;
     double start = 0;      // seconds: the stream's first timestamp
     double lastTime = -1;  // seconds: the last frame handed out, for frames without a timestamp
@@ -126,12 +133,55 @@ int VideoDecoder::timeScale() const {
     return base.num == 1 && base.den > 0 ? base.den : 90000;
 }
 
-std::optional<double> VideoDecoder::next(BgraImage& image, const std::function<bool(double)>& wanted) {
+namespace {
+
+// Whether two decoded pictures hold the same pixels, compared plane by plane and row by row.
+bool samePicture(const AVFrame& a, const AVFrame& b) {
+    if (a.format != b.format || a.width != b.width || a.height != b.height || a.format < 0) {
+        return false;
+    }
+    const auto format = static_cast<AVPixelFormat>(a.format);
+    const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(format);
+    if (desc == nullptr || (desc->flags & (AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BITSTREAM)) != 0) {
+        return false;
+    }
+    int rowBytes[4] = {};
+    if (av_image_fill_linesizes(rowBytes, format, a.width) < 0) {
+        return false;
+    }
+    const int planes = av_pix_fmt_count_planes(format);
+    for (int p = 0; p < planes; ++p) {
+        const bool chroma = (p == 1 || p == 2) && (desc->flags & AV_PIX_FMT_FLAG_RGB) == 0;
+        const int rows = chroma ? AV_CEIL_RSHIFT(a.height, desc->log2_chroma_h) : a.height;
+        for (int y = 0; y < rows; ++y) {
+            if (std::memcmp(a.data[p] + static_cast<std::ptrdiff_t>(y) * a.linesize[p],
+                            b.data[p] + static_cast<std::ptrdiff_t>(y) * b.linesize[p],
+                            static_cast<std::size_t>(rowBytes[p])) != 0) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+std::optional<double> VideoDecoder::next(BgraImage& image, const std::function<bool(double)>& wanted,
+                                         bool* changed) {
     State& s = *m_state;
     while (s.receive()) {
         const double time = s.frameTime(*s.frame);
         s.lastTime = time;
         if (wanted(time)) {
+            if (changed != nullptr) {
+                *changed = !samePicture(*s.frame, *s.previous);
+                av_frame_unref(s.previous.get());
+                av_frame_ref(s.previous.get(), s.frame.get());
+                if (!*changed) {
+                    av_frame_unref(s.frame.get());
+                    return time;
+                }
+            }
             s.convert(*s.frame, image);
             av_frame_unref(s.frame.get());
             return time;
@@ -151,6 +201,7 @@ void VideoDecoder::seek(double time) {
     }
     s.decoder->flush();
     s.lastTime = -1;
+    av_frame_unref(s.previous.get());
 }
 
 std::optional<VideoDecoder::Frame> VideoDecoder::frameAt(double time) {

@@ -35,8 +35,11 @@ public:
     std::optional<Frame> next();
     // The next frame that `wanted` accepts by its time, converted into `image` (whose memory is reused
     // when it has the frame's size), with its time; none at the end. Frames it refuses are decoded, as
-    // the frames after them may need, but never converted.
-    std::optional<double> next(BgraImage& image, const std::function<bool(double)>& wanted);
+    // the frames after them may need, but never converted. With `changed` given, a picture identical to
+    // the one handed out before is not converted either: `image` is left as it was and `*changed` is
+    // false. Screen recordings hold many such frames.
+    std::optional<double> next(BgraImage& image, const std::function<bool(double)>& wanted,
+                               bool* changed = nullptr);
     // Moves so that `next` yields the frame showing at `time` (the last one starting at or before it).
     void seek(double time);
     // The frame showing at `time`: the last frame that starts at or before it, or the first frame for a

@@ -4,6 +4,7 @@
 #include "media/MediaError.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <functional>
 #include <limits>
 #include <optional>
@@ -275,7 +276,9 @@ VideoEncoder::VideoEncoder(const fs::path& path, const Settings& settings)
     const bool globalHeader = (raw->oformat->flags & AVFMT_GLOBALHEADER) != 0;
 
     std::optional<OpenEncoder> hardware;
-    if (settings.allowHardware && settings.codec != Codec::prores4444) {
+    // MARLOWICK_SOFTWARE_ENCODER keeps to libx264/libx265, to compare or to work around a driver.
+    if (settings.allowHardware && settings.codec != Codec::prores4444 &&
+        std::getenv("MARLOWICK_SOFTWARE_ENCODER") == nullptr) {
         hardware = openHardware(s.settings, globalHeader);
     }
     s.encoder = hardware ? std::move(*hardware) : openSoftware(path, s.settings, globalHeader);
@@ -323,8 +326,9 @@ VideoEncoder::VideoEncoder(const fs::path& path, const Settings& settings)
     if ((result = av_frame_get_buffer(s.frame.get(), 0)) < 0) {
         fail(path, "no frame buffer", result);
     }
-    s.scaler.reset(sws_getContext(c.width, c.height, AV_PIX_FMT_BGRA, c.width, c.height,
-                                  s.encoder.softwareFormat, SWS_POINT, nullptr, nullptr, nullptr));
+    const AVPixelFormat input = settings.input == PixelOrder::rgba ? AV_PIX_FMT_RGBA : AV_PIX_FMT_BGRA;
+    s.scaler.reset(sws_getContext(c.width, c.height, input, c.width, c.height, s.encoder.softwareFormat,
+                                  SWS_POINT, nullptr, nullptr, nullptr));
     if (!s.scaler) {
         throw MediaError(path.string() + ": no conversion from BGRA to the codec's format");
     }

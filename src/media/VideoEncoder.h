@@ -30,6 +30,10 @@ public:
         std::size_t track = 0;
     };
 
+    // The byte order of the frames handed to `encode`: BGRA as screens and Cairo give them, or RGBA as a
+    // GL framebuffer stores them.
+    enum class PixelOrder { bgra, rgba };
+
     struct Settings {
         Codec codec = Codec::h264;
         Container container = Container::mp4;
@@ -39,6 +43,7 @@ public:
         int timeScale = 90000; // ticks a second of the video's timestamps
         std::vector<AudioTrack> audio;
         bool allowHardware = true;
+        PixelOrder input = PixelOrder::bgra;
     };
 
     VideoEncoder(const std::filesystem::path& path, const Settings& settings);
@@ -50,9 +55,9 @@ public:
     // file or the track can't be read.
     static bool canCarry(Container container, const AudioTrack& track);
 
-    // One frame of the settings' size, rows `stride` bytes apart, row 0 at the top, shown from `time`
-    // seconds on the movie's clock. Times must rise from frame to frame; a time is rounded to the time
-    // scale, and one that rounds onto the last frame's tick moves a tick on.
+    // One frame of the settings' size in the settings' byte order, straight alpha, rows `stride` bytes apart,
+    // row 0 at the top, shown from `time` seconds on the movie's clock. Times must rise from frame to frame;
+    // a time is rounded to the time scale, and one that rounds onto the last frame's tick moves a tick on.
     void encode(const std::uint8_t* bgra, int stride, double time);
 
     // Drains the encoder, copies the rest of the audio and completes the file. False, with the file left

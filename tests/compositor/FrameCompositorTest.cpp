@@ -4,6 +4,7 @@
 #include "compositor/FrameCompositor.h"
 #include "compositor/CaptionRenderer.h"
 #include "compositor/EglContext.h"
+#include "compositor/PixelTransfer.h"
 
 #include <array>
 #include <cmath>
@@ -315,4 +316,57 @@ TEST(FrameCompositor, DrawingByRegionsGivesTheSamePixelsAsOneDraw) {
             }
         }
     }
+}
+
+TEST(FrameCompositor, ASequenceSkipsOnlyTheFramesTheFramebufferAlreadyHolds) {
+    Gpu& g = gpu();
+    const Project p = project(bare(0.1));
+    RenderTarget target(160, 90);
+    target.bind();
+    const CursorFrame here{{0.3, 0.5}, 1, 1, -1, {}};
+    EXPECT_TRUE(g.compositor.renderSequence(g.source, 160, 90, p, 0, here, true, true));
+    EXPECT_FALSE(g.compositor.renderSequence(g.source, 160, 90, p, 0, here, true, false));
+    // A new source picture, a moved cursor, or a plain render in between all draw again.
+    EXPECT_TRUE(g.compositor.renderSequence(g.source, 160, 90, p, 0, here, true, true));
+    const CursorFrame there{{0.6, 0.5}, 1, 1, -1, {}};
+    EXPECT_TRUE(g.compositor.renderSequence(g.source, 160, 90, p, 0, there, true, false));
+    const std::vector<std::uint8_t> sequence = target.readBgra();
+    g.compositor.render(g.source, 160, 90, p, 0, there, true);
+    EXPECT_EQ(target.readBgra(), sequence);
+    EXPECT_TRUE(g.compositor.renderSequence(g.source, 160, 90, p, 0, there, true, false));
+}
+
+TEST(PixelTransfer, StreamingThroughBuffersGivesThePixelsOfTheDirectWay) {
+    Gpu& g = gpu();
+    const Project p = project(bare(0.1));
+    RenderTarget target(160, 90);
+    std::vector<std::uint8_t> recording(64 * 36 * 4);
+    for (std::size_t i = 0; i < recording.size(); ++i) {
+        recording[i] = static_cast<std::uint8_t>(i * 7 % 251);
+    }
+    std::array<std::vector<std::uint8_t>, 2> out;
+    for (const bool streaming : {false, true}) {
+        PixelTransfer transfer(streaming);
+        BgraTexture texture;
+        std::vector<std::vector<std::uint8_t>> frames(3, std::vector<std::uint8_t>(160 * 90 * 4));
+        std::vector<std::uint64_t> done;
+        for (std::uint64_t i = 0; i < 3; ++i) {
+            transfer.upload(texture, recording.data(), 64, 36, 64 * 4);
+            target.bind();
+            g.compositor.render(texture, 160, 90, p, 0, std::nullopt, true);
+            for (const std::uint64_t tag : transfer.read(160, 90, frames[i].data(), i)) {
+                done.push_back(tag);
+            }
+        }
+        for (const std::uint64_t tag : transfer.flush()) {
+            done.push_back(tag);
+        }
+        EXPECT_EQ(done, (std::vector<std::uint64_t>{0, 1, 2})) << (streaming ? "streaming" : "direct");
+        EXPECT_EQ(frames[0], frames[2]);
+        out[streaming ? 1 : 0] = frames[2];
+    }
+    EXPECT_EQ(out[0], out[1]);
+    // Read in the framebuffer's own order: red first.
+    const std::vector<std::uint8_t> bgra = target.readBgra();
+    EXPECT_EQ(out[0][4 * (45 * 160 + 80) + 0], bgra[4 * (45 * 160 + 80) + 2]);
 }
