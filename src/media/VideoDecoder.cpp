@@ -2,6 +2,7 @@
 
 #include "media/FFmpeg.h"
 #include "media/MediaError.h"
+#include "media/PixelConverter.h"
 
 #include <cmath>
 #include <cstring>
@@ -28,7 +29,7 @@ struct VideoDecoder::State {
     av::Frame frame{av_frame_alloc()};
     av::Frame held{av_frame_alloc()};
     av::Frame previous{av_frame_alloc()}; // the picture `next` handed out last, for comparison
-    av::ScaleContext scaler;
+    std::unique_ptr<av::PixelConverter> converter;
     double start = 0;      // seconds: the stream's first timestamp
     double lastTime = -1;  // seconds: the last frame handed out, for frames without a timestamp
     bool draining = false; // the demuxer is at its end and the decoder is being emptied
@@ -59,23 +60,26 @@ struct VideoDecoder::State {
     }
 
     void convert(const AVFrame& f, BgraImage& image) {
-        scaler.reset(sws_getCachedContext(scaler.release(), f.width, f.height,
-                                          static_cast<AVPixelFormat>(f.format), f.width, f.height,
-                                          AV_PIX_FMT_BGRA, SWS_POINT, nullptr, nullptr, nullptr));
-        if (!scaler) {
-            throw MediaError(path.string() + ": no conversion of the video's pixel format to BGRA");
+        const auto pixelFormat = static_cast<AVPixelFormat>(f.format);
+        if (!converter || converter->width() != f.width || converter->height() != f.height ||
+            converter->from() != pixelFormat) {
+            try {
+                converter =
+                    std::make_unique<av::PixelConverter>(f.width, f.height, pixelFormat, AV_PIX_FMT_BGRA);
+            } catch (const MediaError&) {
+                throw MediaError(path.string() + ": no conversion of the video's pixel format to BGRA");
+            }
         }
         // Screen recordings are usually BT.709; the converter assumes BT.601 unless told.
         const int space = f.colorspace == AVCOL_SPC_BT709 ? SWS_CS_ITU709 : SWS_CS_DEFAULT;
         const int* coefficients = sws_getCoefficients(space);
-        sws_setColorspaceDetails(scaler.get(), coefficients, f.color_range == AVCOL_RANGE_JPEG, coefficients,
-                                 1, 0, 1 << 16, 1 << 16);
+        converter->setColorspace(coefficients, f.color_range == AVCOL_RANGE_JPEG, coefficients, true);
         if (image.width != f.width || image.height != f.height) {
             image = BgraImage::blank(f.width, f.height);
         }
         uint8_t* planes[4] = {image.bytes.data(), nullptr, nullptr, nullptr};
         const int strides[4] = {image.stride, 0, 0, 0};
-        sws_scale(scaler.get(), f.data, f.linesize, 0, f.height, planes, strides);
+        converter->convert(f.data, f.linesize, planes, strides);
     }
 };
 

@@ -2,6 +2,7 @@
 
 #include "media/FFmpeg.h"
 #include "media/MediaError.h"
+#include "media/PixelConverter.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -212,7 +213,7 @@ struct VideoEncoder::State {
     std::unique_ptr<av::StreamEncoder> encoding;
     av::Frame frame{av_frame_alloc()};         // the converted picture, in the CPU's memory
     av::Frame hardwareFrame{av_frame_alloc()}; // its copy in the GPU's pool, for VAAPI
-    av::ScaleContext scaler;
+    std::unique_ptr<av::PixelConverter> converter;
     std::vector<AudioCopy> audio;
     int64_t lastPts = -1;
     bool drained = false; // the video encoder has given out its last packet
@@ -327,15 +328,11 @@ VideoEncoder::VideoEncoder(const fs::path& path, const Settings& settings)
         fail(path, "no frame buffer", result);
     }
     const AVPixelFormat input = settings.input == PixelOrder::rgba ? AV_PIX_FMT_RGBA : AV_PIX_FMT_BGRA;
-    s.scaler.reset(sws_getContext(c.width, c.height, input, c.width, c.height, s.encoder.softwareFormat,
-                                  SWS_POINT, nullptr, nullptr, nullptr));
-    if (!s.scaler) {
-        throw MediaError(path.string() + ": no conversion from BGRA to the codec's format");
-    }
+    s.converter = std::make_unique<av::PixelConverter>(c.width, c.height, input, s.encoder.softwareFormat);
     if (settings.codec != Codec::prores4444) {
         // Into limited-range BT.709, as the stream says.
         const int* bt709 = sws_getCoefficients(SWS_CS_ITU709);
-        sws_setColorspaceDetails(s.scaler.get(), bt709, 1, bt709, 0, 0, 1 << 16, 1 << 16);
+        s.converter->setColorspace(bt709, true, bt709, false);
     }
 }
 
@@ -353,7 +350,7 @@ void VideoEncoder::encode(const std::uint8_t* bgra, int stride, double time) {
     }
     const uint8_t* planes[1] = {bgra};
     const int strides[1] = {stride};
-    sws_scale(s.scaler.get(), planes, strides, 0, s.settings.height, s.frame->data, s.frame->linesize);
+    s.converter->convert(planes, strides, s.frame->data, s.frame->linesize);
     int64_t pts = std::llround(time * s.settings.timeScale);
     if (pts <= s.lastPts) {
         pts = s.lastPts + 1;

@@ -2,6 +2,7 @@
 
 #include "media/VideoEncoder.h"
 #include "media/MediaError.h"
+#include "media/PixelConverter.h"
 #include "media/VideoDecoder.h"
 #include "support/TempDir.h"
 
@@ -93,4 +94,25 @@ TEST(VideoEncoder, RefusesWhatTheCodecCantTake) {
         VideoEncoder(dir / "nowhere" / "x.mp4",
                      settingsOf(VideoEncoder::Codec::h264, VideoEncoder::Container::mp4, 64, 48, 30)),
         MediaError);
+}
+
+TEST(PixelConverter, BandsSideBySideGiveThePictureOfOneConversion) {
+    constexpr int width = 96;
+    constexpr int height = 200; // bands of 80, 80 and 40 rows
+    std::vector<std::uint8_t> bgra(width * height * 4);
+    for (std::size_t i = 0; i < bgra.size(); ++i) {
+        bgra[i] = static_cast<std::uint8_t>((i * 37 + i / 977) % 256);
+    }
+    const std::uint8_t* in[4] = {bgra.data()};
+    const int inStrides[4] = {width * 4};
+    std::vector<std::vector<std::uint8_t>> results;
+    for (const int bands : {1, 3}) {
+        av::PixelConverter converter(width, height, AV_PIX_FMT_BGRA, AV_PIX_FMT_YUV420P, bands);
+        std::vector<std::uint8_t> yuv(width * height * 3 / 2);
+        std::uint8_t* out[4] = {yuv.data(), yuv.data() + width * height, yuv.data() + width * height * 5 / 4};
+        const int outStrides[4] = {width, width / 2, width / 2};
+        converter.convert(in, inStrides, out, outStrides);
+        results.push_back(std::move(yuv));
+    }
+    EXPECT_TRUE(results[0] == results[1]);
 }
