@@ -226,8 +226,8 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
                 }
                 pixels->resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4);
                 canvas.bind();
-                compositor.render(source, width, height, p, t, cursor ? cursor->frameAt(t) : std::nullopt,
-                                  true);
+                compositor.renderSequence(source, width, height, p, t,
+                                          cursor ? cursor->frameAt(t) : std::nullopt, true, frame->changed);
                 const std::uint64_t tag = nextTag++;
                 std::uint8_t* destination = pixels->data();
                 reading.emplace(tag, FinishedFrame{t, std::move(*pixels)});

@@ -363,3 +363,33 @@ TEST_F(Cli, ExportWritesTheMovieAndCtrlCStopsItCleanly) {
     EXPECT_NE(readText(log).find("export stopped"), std::string::npos) << readText(log);
     EXPECT_FALSE(fs::exists(target));
 }
+
+TEST_F(Cli, SampleMakesATakeAsAFreshRecordingWould) {
+    const fs::path package = dir / "Sample" / "take.marlowick";
+    const Result r = run({"sample", package.string(), "--size", "320x180", "--seconds", "6", "--no-voice"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const MarlowickDocument document = MarlowickDocument::read(package);
+    const Project& p = document.project;
+    EXPECT_EQ(p.source.size, (Size{320, 180}));
+    EXPECT_DOUBLE_EQ(p.source.duration, 6);
+    EXPECT_EQ(p.canvas.ratio, Canvas::freshRecording().ratio);
+    EXPECT_EQ(p.canvas.inset, Canvas::freshRecording().inset);
+    EXPECT_EQ(p.camera.style, CameraTrack::Style::dynamic);
+    EXPECT_FALSE(p.camera.beats.empty());
+    // Clicks, typing and scrolls within the six seconds, at recorded pixels.
+    const auto& events = document.telemetry();
+    EXPECT_EQ(std::count_if(events.begin(), events.end(),
+                            [](const InputEvent& e) { return e.kind == InputEvent::Kind::down; }),
+              2);
+    for (const InputEvent& e : events) {
+        EXPECT_LE(e.location.x, 320);
+        EXPECT_LE(e.time, 6);
+    }
+    VideoDecoder take(p.source.mediaURL.path());
+    EXPECT_EQ(take.width(), 320);
+    EXPECT_NEAR(take.duration(), 6, 0.05);
+
+    // Never over something that exists.
+    EXPECT_EQ(run({"sample", package.string()}).status, 1);
+    EXPECT_EQ(run({"sample", (dir / "odd.marlowick").string(), "--size", "321x181"}).status, 2);
+}
