@@ -122,7 +122,7 @@ std::vector<DrawStep> planDraws(const FrameUniforms& u, int width, int height) {
         const double reach = size * 0.06 + 1.5;
         steps.push_back({reachOf(tip.x - reach, tip.y - reach, tip.x + size * 0.7 + reach,
                                  tip.y + size * 1.1 + reach, width, height),
-                         everything});
+                         everything, true});
     }
     if (extras & F::ripple) {
         const Float2 centre = toCanvas(u, u.ripplePosition);
@@ -132,12 +132,12 @@ std::vector<DrawStep> planDraws(const FrameUniforms& u, int width, int height) {
         const double reach = std::abs(radius) + thickness;
         steps.push_back(
             {reachOf(centre.x - reach, centre.y - reach, centre.x + reach, centre.y + reach, width, height),
-             everything});
+             everything, true});
     }
     if (extras & F::caption) {
         steps.push_back({reachOf(u.captionOrigin.x, u.captionOrigin.y, u.captionOrigin.x + u.captionSize.x,
                                  u.captionOrigin.y + u.captionSize.y, width, height),
-                         everything});
+                         everything, true});
     }
     if (hasDevice && u.notchWidth > 0) {
         const double halfWidth = u.notchWidth * 0.5 + 1;
@@ -146,7 +146,7 @@ std::vector<DrawStep> planDraws(const FrameUniforms& u, int width, int height) {
         const double cy = u.screenOrigin.y;
         steps.push_back(
             {reachOf(cx - halfWidth, cy - halfHeight, cx + halfWidth, cy + halfHeight, width, height),
-             everything});
+             everything, true});
     }
     std::erase_if(steps, [](const DrawStep& s) { return s.region.empty(); });
     return steps;

@@ -35,6 +35,8 @@ struct PixelRect {
 struct DrawStep {
     PixelRect region;
     unsigned features; // CompositorFeature bits
+    bool overlay =
+        false; // the neighbourhood of something drawn over the canvas: cursor, ripple, caption, housing
 };
 
 // How to draw a frame so that no pixel runs passes that can't touch it: the inside of the recording

@@ -140,8 +140,32 @@ void FrameCompositor::render(const BgraTexture& source, int canvasWidth, int can
                              const Project& project, double t, const std::optional<CursorFrame>& cursor,
                              bool topRowFirst) {
     const auto [u, caption] = prepare(canvasWidth, canvasHeight, project, t, cursor);
-    draw(source, u, *caption, canvasWidth, canvasHeight, topRowFirst);
+    draw(source, u, *caption, canvasWidth, canvasHeight, topRowFirst, plan(u, canvasWidth, canvasHeight));
     m_lastSequenceFrame.reset(); // the framebuffer may not be the sequence's
+}
+
+namespace {
+
+// The values of a frame less those of the camera, the cursor, the ripple and the caption: while they stay
+// the same, so do the canvas, the shadow and everything else outside the recording.
+FrameUniforms canvasLevel(FrameUniforms u) {
+    u.cameraCenter = {};
+    u.cameraScale = 1;
+    u.cursorPosition = {};
+    u.ripplePosition = {};
+    u.cursorOpacity = 0;
+    u.rippleProgress = -1;
+    u.captionOrigin = {};
+    u.captionSize = {};
+    return u;
+}
+
+} // namespace
+
+std::vector<DrawStep> FrameCompositor::plan(const FrameUniforms& u, int canvasWidth, int canvasHeight) const {
+    return m_regionPlanning
+               ? planDraws(u, canvasWidth, canvasHeight)
+               : std::vector<DrawStep>{{{0, 0, canvasWidth, canvasHeight}, CompositorFeature::all}};
 }
 
 bool FrameCompositor::renderSequence(const BgraTexture& source, int canvasWidth, int canvasHeight,
@@ -149,19 +173,39 @@ bool FrameCompositor::renderSequence(const BgraTexture& source, int canvasWidth,
                                      const std::optional<CursorFrame>& cursor, bool topRowFirst,
                                      bool sourceChanged) {
     const auto [u, caption] = prepare(canvasWidth, canvasHeight, project, t, cursor);
-    // A caption's texture may be rebuilt with other words at the same place, so its frames always draw.
-    if (!sourceChanged && caption == &m_blank && m_lastSequenceFrame && *m_lastSequenceFrame == u &&
-        m_lastTopRowFirst == topRowFirst) {
-        return false;
+    std::vector<DrawStep> steps = plan(u, canvasWidth, canvasHeight);
+    std::vector<PixelRect> overlays;
+    for (const DrawStep& step : steps) {
+        if (step.overlay) {
+            overlays.push_back(step.region);
+        }
     }
-    draw(source, u, *caption, canvasWidth, canvasHeight, topRowFirst);
+    const bool sameCanvas = m_lastSequenceFrame && m_lastTopRowFirst == topRowFirst &&
+                            canvasLevel(*m_lastSequenceFrame) == canvasLevel(u);
+    if (sameCanvas) {
+        // A caption's texture may be rebuilt with other words at the same place, so its frames always draw.
+        if (!sourceChanged && caption == &m_blank && *m_lastSequenceFrame == u) {
+            return false;
+        }
+        // The framebuffer holds the same canvas: only the recording and what lies over it are drawn again,
+        // and the places where the last frame's cursor, ripple or caption were, to take them away.
+        std::erase_if(steps, [](const DrawStep& step) {
+            return (step.features & (CompositorFeature::surface | CompositorFeature::interior)) == 0;
+        });
+        for (const PixelRect& region : m_lastOverlays) {
+            steps.push_back({region, CompositorFeature::all});
+        }
+    }
+    draw(source, u, *caption, canvasWidth, canvasHeight, topRowFirst, steps);
     m_lastSequenceFrame = u;
     m_lastTopRowFirst = topRowFirst;
+    m_lastOverlays = std::move(overlays);
     return true;
 }
 
 void FrameCompositor::draw(const BgraTexture& source, const FrameUniforms& u, const BgraTexture& caption,
-                           int canvasWidth, int canvasHeight, bool topRowFirst) {
+                           int canvasWidth, int canvasHeight, bool topRowFirst,
+                           const std::vector<DrawStep>& steps) {
     glViewport(0, 0, canvasWidth, canvasHeight);
     glDisable(GL_BLEND);
     glBindBuffer(GL_UNIFORM_BUFFER, m_uniforms.get());
@@ -173,9 +217,6 @@ void FrameCompositor::draw(const BgraTexture& source, const FrameUniforms& u, co
     glBindTexture(GL_TEXTURE_2D, caption.get());
     glBindVertexArray(m_vertexArray.get());
 
-    const std::vector<DrawStep> steps =
-        m_regionPlanning ? planDraws(u, canvasWidth, canvasHeight)
-                         : std::vector<DrawStep>{{{0, 0, canvasWidth, canvasHeight}, CompositorFeature::all}};
     glEnable(GL_SCISSOR_TEST);
     for (const DrawStep& step : steps) {
         const Variant& v = variant(step.features);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "compositor/DrawPlan.h"
 #include "compositor/FrameLayout.h"
 #include "compositor/Gl.h"
 
@@ -31,11 +32,13 @@ public:
     void render(const BgraTexture& source, int canvasWidth, int canvasHeight, const Project& project,
                 double t, const std::optional<CursorFrame>& cursor, bool topRowFirst);
 
-    // The same, for a sequence of frames drawn into one framebuffer that keeps its contents: when the
-    // source is unchanged since the last call (`sourceChanged` false) and the frame would be drawn with
-    // exactly the same values as last time, the framebuffer already holds it and nothing is drawn.
-    // Screen recordings rest often, and a software renderer then spares the whole draw. Returns whether
-    // it drew. A frame with a caption on it is always drawn.
+    // The same, for a sequence of frames drawn into one framebuffer that keeps its contents. While the
+    // canvas stays as it was (everything but the camera, the cursor, the ripple and the caption), only the
+    // recording and what lies over it are drawn again, with the places the last frame's cursor, ripple and
+    // caption took. When moreover the source is unchanged since the last call (`sourceChanged` false) and
+    // the frame would be drawn with exactly the same values, nothing is drawn. The pixels are those of
+    // `render`; a software renderer is spared the background, the shadow, and at rest the whole draw.
+    // Returns whether it drew. A frame with a caption on it is always drawn.
     bool renderSequence(const BgraTexture& source, int canvasWidth, int canvasHeight, const Project& project,
                         double t, const std::optional<CursorFrame>& cursor, bool topRowFirst,
                         bool sourceChanged);
@@ -55,7 +58,9 @@ public:
 private:
     // Draws with the values already worked out; `caption` is the caption's texture or the blank one.
     void draw(const BgraTexture& source, const FrameUniforms& u, const BgraTexture& caption, int canvasWidth,
-              int canvasHeight, bool topRowFirst);
+              int canvasHeight, bool topRowFirst, const std::vector<DrawStep>& steps);
+    // The steps of a frame: the region plan, or one draw of everything.
+    std::vector<DrawStep> plan(const FrameUniforms& u, int canvasWidth, int canvasHeight) const;
     // The values of a frame, and its caption's texture (the blank one when there is none).
     std::pair<FrameUniforms, const BgraTexture*> prepare(int canvasWidth, int canvasHeight,
                                                          const Project& project, double t,
@@ -77,6 +82,7 @@ private:
     // What renderSequence drew last, to know when the framebuffer already holds the next frame.
     std::optional<FrameUniforms> m_lastSequenceFrame;
     bool m_lastTopRowFirst = true;
+    std::vector<PixelRect> m_lastOverlays; // where that frame's cursor, ripple, caption and housing lie
 };
 
 } // namespace marlowick

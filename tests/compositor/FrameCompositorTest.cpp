@@ -262,46 +262,50 @@ TEST(FrameCompositor, CaptionsStayLevelAndInPlace) {
     EXPECT_FALSE(renderer.layout(*p.captions, 0.5, {320, 180}).has_value());
 }
 
+// Looks that exercise every region of the plan: captions and a zoom, a transparent canvas with a
+// shadow, every device, fill mode zoomed, a recording larger than the canvas, and a tilt.
+std::vector<std::pair<std::string, Project>> looks() {
+    std::vector<std::pair<std::string, Project>> all;
+    Project fresh = project(Canvas::freshRecording());
+    fresh.camera.beats = {
+        ZoomBeat(Uuid::random(), 0, 5, {0.3, 0.6}, 1.7, 0.35, 0.35, Easing::easeInOut, true)};
+    fresh.captions =
+        CaptionTrack{{CaptionTrack::Cue{Uuid::random(), {{"Open", 0, 1, 1}, {"settings.", 1, 2, 1}}}},
+                     CaptionStyle{},
+                     true};
+    all.emplace_back("fresh", fresh);
+    Canvas edge = bare(0.1);
+    edge.shadow = {20, 0.6, {4, 10}};
+    edge.cornerRadius = 30;
+    all.emplace_back("transparent", project(edge));
+    for (const DeviceFrame& d : DeviceFrame::all()) {
+        Canvas c = Canvas::freshRecording();
+        c.deviceFrame = d;
+        c.contentMode = ContentMode::fit;
+        all.emplace_back(d.id, project(c));
+    }
+    Canvas vertical = Canvas::freshRecording();
+    vertical.ratio = AspectRatio::vertical;
+    Project fill = project(vertical);
+    fill.camera.beats = {ZoomBeat(Uuid::random(), 0, 5, {0.8, 0.2}, 2.4, 0, 0, Easing::linear, true)};
+    all.emplace_back("fill", fill);
+    Canvas beyond = bare(-0.1);
+    beyond.cornerRadius = 0;
+    all.emplace_back("beyond", project(beyond));
+    Canvas tilted = Canvas::freshRecording();
+    tilted.tilt = {10, -15};
+    all.emplace_back("tilted", project(tilted));
+    return all;
+}
+
 TEST(FrameCompositor, DrawingByRegionsGivesTheSamePixelsAsOneDraw) {
-    auto looks = [] {
-        std::vector<std::pair<std::string, Project>> all;
-        Project fresh = project(Canvas::freshRecording());
-        fresh.camera.beats = {
-            ZoomBeat(Uuid::random(), 0, 5, {0.3, 0.6}, 1.7, 0.35, 0.35, Easing::easeInOut, true)};
-        fresh.captions =
-            CaptionTrack{{CaptionTrack::Cue{Uuid::random(), {{"Open", 0, 1, 1}, {"settings.", 1, 2, 1}}}},
-                         CaptionStyle{},
-                         true};
-        all.emplace_back("fresh", fresh);
-        Canvas edge = bare(0.1);
-        edge.shadow = {20, 0.6, {4, 10}};
-        edge.cornerRadius = 30;
-        all.emplace_back("transparent", project(edge));
-        for (const DeviceFrame& d : DeviceFrame::all()) {
-            Canvas c = Canvas::freshRecording();
-            c.deviceFrame = d;
-            c.contentMode = ContentMode::fit;
-            all.emplace_back(d.id, project(c));
-        }
-        Canvas vertical = Canvas::freshRecording();
-        vertical.ratio = AspectRatio::vertical;
-        Project fill = project(vertical);
-        fill.camera.beats = {ZoomBeat(Uuid::random(), 0, 5, {0.8, 0.2}, 2.4, 0, 0, Easing::linear, true)};
-        all.emplace_back("fill", fill);
-        Canvas beyond = bare(-0.1);
-        beyond.cornerRadius = 0;
-        all.emplace_back("beyond", project(beyond));
-        Canvas tilted = Canvas::freshRecording();
-        tilted.tilt = {10, -15};
-        all.emplace_back("tilted", project(tilted));
-        return all;
-    }();
+    const auto all = looks();
     const std::vector<std::optional<CursorFrame>> cursors{
         std::nullopt, CursorFrame{{0.3, 0.6}, 1, 1, 0.2, {0.31, 0.62}},
         CursorFrame{{0.995, 0.02}, 0.7, 2, 0, {0.99, 0.99}}, CursorFrame{{0.5, 0.5}, 1, 1, 0.9, {0.0, 0.5}}};
 
     Gpu& g = gpu();
-    for (const auto& [name, p] : looks) {
+    for (const auto& [name, p] : all) {
         for (std::size_t c = 0; c < cursors.size(); ++c) {
             for (const bool topRowFirst : {true, false}) {
                 RenderTarget target(320, 180);
@@ -369,4 +373,35 @@ TEST(PixelTransfer, StreamingThroughBuffersGivesThePixelsOfTheDirectWay) {
     // Read in the framebuffer's own order: red first.
     const std::vector<std::uint8_t> bgra = target.readBgra();
     EXPECT_EQ(out[0][4 * (45 * 160 + 80) + 0], bgra[4 * (45 * 160 + 80) + 2]);
+}
+
+TEST(FrameCompositor, ASequenceDrawnInPartsGivesThePixelsOfWholeFrames) {
+    // Times across a zoom's ramps and the caption's words, with the cursor moving, resting, leaving the
+    // recording's edge, rippling and gone.
+    const std::vector<std::pair<double, std::optional<CursorFrame>>> frames{
+        {0.0, CursorFrame{{0.3, 0.6}, 1, 1, -1, {}}},
+        {0.1, CursorFrame{{0.35, 0.6}, 1, 1, 0.1, {0.35, 0.6}}},
+        {0.2, CursorFrame{{0.995, 0.02}, 0.7, 2, -1, {}}},
+        {0.2, CursorFrame{{0.995, 0.02}, 0.7, 2, -1, {}}},
+        {0.6, std::nullopt},
+        {1.2, CursorFrame{{0.5, 0.5}, 1, 1, 0.9, {0.0, 0.5}}},
+        {1.2, CursorFrame{{0.5, 0.5}, 1, 1, 0.9, {0.0, 0.5}}},
+        {2.5, CursorFrame{{0.1, 0.9}, 1, 1, -1, {}}},
+        {4.8, CursorFrame{{0.1, 0.9}, 0.4, 1, -1, {}}},
+        {5.5, std::nullopt}};
+    Gpu& g = gpu();
+    FrameCompositor reference; // draws whole frames, beside the sequence
+    for (const auto& [name, p] : looks()) {
+        RenderTarget sequence(320, 180);
+        RenderTarget whole(320, 180);
+        for (std::size_t i = 0; i < frames.size(); ++i) {
+            sequence.bind();
+            g.compositor.renderSequence(g.source, 320, 180, p, frames[i].first, frames[i].second, true,
+                                        i == 0);
+            const auto parts = sequence.readBgra();
+            whole.bind();
+            reference.render(g.source, 320, 180, p, frames[i].first, frames[i].second, true);
+            ASSERT_EQ(parts, whole.readBgra()) << name << ", frame " << i;
+        }
+    }
 }
