@@ -2,6 +2,7 @@
 // scrolls and key presses come back as telemetry at their pixel positions and times.
 
 #include "capture/InputMonitor.h"
+#include "support/VirtualDisplay.h"
 
 #include <xcb/xcb.h>
 #include <xcb/xtest.h>
@@ -15,54 +16,10 @@
 #include <unistd.h>
 
 using namespace marlowick;
+using namespace marlowick::test;
 using namespace std::chrono_literals;
 
 namespace {
-
-// A private Xvfb on the first free display number, stopped at the end. It runs with -noreset: by default
-// an X server resets when its last client leaves, and the connection after the readiness check would
-// find it half way through, without its extensions.
-class VirtualDisplay {
-public:
-    VirtualDisplay() {
-        for (int n = 90; n < 140; ++n) {
-            if (std::filesystem::exists("/tmp/.X11-unix/X" + std::to_string(n)) ||
-                std::filesystem::exists("/tmp/.X" + std::to_string(n) + "-lock")) {
-                continue;
-            }
-            m_name = ":" + std::to_string(n);
-            m_server = fork();
-            if (m_server == 0) {
-                std::freopen("/dev/null", "w", stderr);
-                execlp("Xvfb", "Xvfb", m_name.c_str(), "-screen", "0", "1280x720x24", "-nolisten", "tcp",
-                       "-noreset", "+extension", "RECORD", static_cast<char*>(nullptr));
-                _exit(127);
-            }
-            for (int i = 0; i < 100; ++i) {
-                xcb_connection_t* c = xcb_connect(m_name.c_str(), nullptr);
-                const bool up = xcb_connection_has_error(c) == 0;
-                xcb_disconnect(c);
-                if (up) {
-                    return;
-                }
-                std::this_thread::sleep_for(50ms);
-            }
-            break;
-        }
-        m_name.clear();
-    }
-    ~VirtualDisplay() {
-        if (m_server > 0) {
-            kill(m_server, SIGTERM);
-            waitpid(m_server, nullptr, 0);
-        }
-    }
-    const std::string& name() const { return m_name; }
-
-private:
-    std::string m_name;
-    pid_t m_server = -1;
-};
 
 // Fakes input on the display through XTEST, as a user would give it.
 class FakeUser {
