@@ -171,8 +171,6 @@ std::string describeExport(const std::exception& error, const std::filesystem::p
         switch (e->kind()) {
         case ExportError::Kind::noVideoTrack:
             return where + "the recording has no video";
-        case ExportError::Kind::pixelBufferPoolUnavailable:
-            return where + "the GPU gave no memory for the finished frames";
         case ExportError::Kind::cancelled:
             return "export stopped; the unfinished movie was removed";
         case ExportError::Kind::writerFailed:

@@ -3,6 +3,7 @@
 #include "Errors.h"
 #include "SampleTake.h"
 
+#include "model/FileOps.h"
 #include "model/MarlowickDocument.h"
 #include "trajectory/ZoomDirector.h"
 
@@ -67,17 +68,12 @@ int runSample(const std::vector<std::string>& args) {
     try {
         const std::filesystem::path folder = package.parent_path().empty() ? "." : package.parent_path();
         std::filesystem::create_directories(folder);
-        const std::filesystem::path movie = folder / ("take-" + Uuid::random().toString() + ".mov");
-        struct RemoveMovie {
-            std::filesystem::path path;
-            ~RemoveMovie() {
-                std::error_code ignored;
-                std::filesystem::remove(path, ignored);
-            }
-        } removeMovie{movie}; // the package keeps its own link or copy
+        // The package keeps its own link or copy of the movie.
+        const fileops::RemovedOnExit movieFile(folder / ("take-" + Uuid::random().toString() + ".mov"));
+        const std::filesystem::path& movie = movieFile.path();
 
         std::cerr << "Drawing the sample take…\n";
-        const SampleTake::Result take_ = take.write(movie);
+        const SampleTake::Result made = take.write(movie);
 
         Project project;
         project.id = Uuid::random();
@@ -85,23 +81,23 @@ int runSample(const std::vector<std::string>& args) {
         project.source.mediaURL = Url::fileUrl(std::filesystem::absolute(movie));
         project.source.size = {static_cast<double>(take.width), static_cast<double>(take.height)};
         project.source.frameRate = take.frameRate;
-        project.source.duration = take_.duration;
+        project.source.duration = made.duration;
         project.source.capturedSystemAudio = true;
         project.source.capturedMicrophone = take.voice;
         project.canvas = Canvas::freshRecording();
 
         Recording withEvents = project.source;
-        withEvents.inputEvents = take_.telemetry;
+        withEvents.inputEvents = made.telemetry;
         ZoomDirector director;
         director.style = CameraTrack::Style::dynamic;
         project.camera.style = CameraTrack::Style::dynamic;
         project.camera.beats = director.beatsFor(withEvents);
 
-        MarlowickDocument(project, take_.telemetry).write(package);
+        MarlowickDocument(project, made.telemetry).write(package);
         char line[200];
         std::snprintf(line, sizeof line, "Wrote %s (%d×%d, %.0f fps, %.1f s, %zu events, %zu zooms)\n",
-                      package.c_str(), take.width, take.height, take.frameRate, take_.duration,
-                      take_.telemetry.size(), project.camera.beats.size());
+                      package.c_str(), take.width, take.height, take.frameRate, made.duration,
+                      made.telemetry.size(), project.camera.beats.size());
         std::cout << line;
     } catch (const std::exception& e) {
         report(package.string() + ": can't make the sample: " + e.what());

@@ -2,6 +2,7 @@
 
 #include "media/AudioFile.h"
 #include "media/VideoEncoder.h"
+#include "model/FileOps.h"
 #include "model/Uuid.h"
 
 #include <cairo.h>
@@ -291,15 +292,10 @@ struct ContextDeleter {
 
 SampleTake::Result SampleTake::write(const fs::path& movie,
                                      const std::function<void(double)>& progress) const {
-    const fs::path scratch = movie.parent_path() / (".sample-" + Uuid::random().toString());
+    const fileops::RemovedOnExit scratchDirectory(movie.parent_path() /
+                                                  (".sample-" + Uuid::random().toString()));
+    const fs::path& scratch = scratchDirectory.path();
     fs::create_directories(scratch);
-    struct RemoveScratch {
-        fs::path path;
-        ~RemoveScratch() {
-            std::error_code ignored;
-            fs::remove_all(path, ignored);
-        }
-    } removeScratch{scratch};
 
     std::vector<float> voiceSamples;
     const double voiceStart = 0.4;

@@ -46,7 +46,8 @@ public:
 
     Mode mode() const { return m_mode; }
 
-    // Where tap events come from, and their server times (ms), mapped onto the monitor's clock.
+private:
+    // A device event as the tap delivers it.
     struct RawEvent {
         std::uint8_t type;   // X core event code
         std::uint8_t detail; // button or key code
@@ -56,7 +57,6 @@ public:
         std::int16_t rootY;
     };
 
-private:
     void startTap();
     void startPolling();
     void record(const RawEvent& event);

@@ -10,6 +10,7 @@
 #include "media/MediaInfo.h"
 #include "media/VideoDecoder.h"
 #include "media/VideoEncoder.h"
+#include "model/FileOps.h"
 #include "trajectory/CursorSampler.h"
 
 #include <cmath>
@@ -48,19 +49,6 @@ struct FinishedFrame {
 
 // Thrown through the mix renderer's progress report to stop it part way.
 struct MixCancelled {};
-
-// A file that is removed on every way out of the scope that made it, failures ignored.
-struct TemporaryFile {
-    fs::path path;
-    explicit TemporaryFile(fs::path p)
-        : path(std::move(p)) {}
-    ~TemporaryFile() {
-        std::error_code ignored;
-        fs::remove(path, ignored);
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-};
 
 fs::path temporaryMixPath() {
     return fs::temp_directory_path() / ("marlowick-mix-" + Uuid::random().toString() + ".m4a");
@@ -260,7 +248,7 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
     }
 
     // The sound: the one recorded track as it stands when nothing would change it, else the mix.
-    std::optional<TemporaryFile> mix;
+    std::optional<fileops::RemovedOnExit> mix; // removed on every way out
     if (info.audioTracks > 0) {
         const bool render = info.audioTracks >= 2 || !p.audio.isPassthrough() || !map.isIdentity();
         const VideoEncoder::AudioTrack recorded{media, 0};
@@ -273,7 +261,7 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
             }
             mix.emplace(temporaryMixPath());
             try {
-                AudioRenderer{}.render(media, p.audio, clickTimes, map, mix->path, [&](double fraction) {
+                AudioRenderer{}.render(media, p.audio, clickTimes, map, mix->path(), [&](double fraction) {
                     if (stop.stop_requested()) {
                         throw MixCancelled{};
                     }
@@ -284,15 +272,16 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
             } catch (const MixCancelled&) {
                 throw cancelled();
             }
-            settings.audio.push_back({mix->path, 0});
+            settings.audio.push_back({mix->path(), 0});
         } else if (reportingMediaFailures(
                        [&] { return VideoEncoder::canCarry(settings.container, recorded); })) {
             settings.audio.push_back(recorded);
         } else {
             // A sound the container can't store as it is (PCM in MP4, say) is encoded once, as AAC.
             mix.emplace(temporaryMixPath());
-            reportingMediaFailures([&] { AudioFile::writeAac(mix->path, AudioFile::decodeTrack(media, 0)); });
-            settings.audio.push_back({mix->path, 0});
+            reportingMediaFailures(
+                [&] { AudioFile::writeAac(mix->path(), AudioFile::decodeTrack(media, 0)); });
+            settings.audio.push_back({mix->path(), 0});
         }
     }
     if (stop.stop_requested()) {

@@ -17,10 +17,9 @@ namespace marlowick {
 class ExportError : public std::runtime_error {
 public:
     enum class Kind {
-        writerFailed,               // reading the recording or writing the movie failed; the text says how
-        noVideoTrack,               // the recording holds no video
-        pixelBufferPoolUnavailable, // the GPU gave no buffer to read a finished frame into
-        cancelled,                  // the caller asked it to stop
+        writerFailed, // reading the recording or writing the movie failed; the text says how
+        noVideoTrack, // the recording holds no video
+        cancelled,    // the caller asked it to stop
     };
     ExportError(Kind kind, const std::string& text = {})
         : std::runtime_error(text)

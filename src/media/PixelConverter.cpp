@@ -52,6 +52,11 @@ PixelConverter::PixelConverter(int width, int height, AVPixelFormat from, AVPixe
 
 void PixelConverter::setColorspace(const int* fromCoefficients, bool fromFullRange, const int* toCoefficients,
                                    bool toFullRange) {
+    const Colorspace wanted{fromCoefficients, fromFullRange, toCoefficients, toFullRange};
+    if (m_colorspace == wanted) {
+        return; // the converter rebuilds its tables on every call
+    }
+    m_colorspace = wanted;
     for (Band& band : m_bands) {
         sws_setColorspaceDetails(band.context.get(), fromCoefficients, fromFullRange ? 1 : 0, toCoefficients,
                                  toFullRange ? 1 : 0, 0, 1 << 16, 1 << 16);

@@ -2,6 +2,7 @@
 
 #include "media/FFmpeg.h"
 
+#include <optional>
 #include <vector>
 
 namespace marlowick::av {
@@ -17,7 +18,8 @@ public:
     // Throws MediaError when FFmpeg has no such conversion. `bands` 0 picks the count by the machine.
     PixelConverter(int width, int height, AVPixelFormat from, AVPixelFormat to, int bands = 0);
 
-    // The YUV↔RGB coefficients and ranges, as sws_setColorspaceDetails takes them.
+    // The YUV↔RGB coefficients and ranges, as sws_setColorspaceDetails takes them. Setting the ones already
+    // set costs nothing, so a caller may pass them with every picture.
     void setColorspace(const int* fromCoefficients, bool fromFullRange, const int* toCoefficients,
                        bool toFullRange);
 
@@ -40,6 +42,14 @@ private:
     AVPixelFormat m_from;
     AVPixelFormat m_to;
     std::vector<Band> m_bands;
+    struct Colorspace {
+        const int* fromCoefficients;
+        bool fromFullRange;
+        const int* toCoefficients;
+        bool toFullRange;
+        friend bool operator==(const Colorspace&, const Colorspace&) = default;
+    };
+    std::optional<Colorspace> m_colorspace; // as last set
 };
 
 } // namespace marlowick::av

@@ -40,7 +40,8 @@ struct OpenEncoder {
 // Opens `name` with the common settings and whatever `configure` adds, or gives none when FFmpeg has no
 // such encoder or it won't open (no device, no driver).
 std::optional<OpenEncoder> tryOpen(const char* name, const VideoEncoder::Settings& settings,
-                                   bool globalHeader, const std::function<bool(OpenEncoder&)>& configure) {
+                                   bool globalHeader, const std::function<bool(OpenEncoder&)>& configure,
+                                   int* failure = nullptr) {
     const AVCodec* encoder = avcodec_find_encoder_by_name(name);
     if (encoder == nullptr) {
         return std::nullopt;
@@ -64,7 +65,13 @@ std::optional<OpenEncoder> tryOpen(const char* name, const VideoEncoder::Setting
     if (settings.codec == VideoEncoder::Codec::hevc) {
         c.codec_tag = MKTAG('h', 'v', 'c', '1'); // what players on every platform expect in MP4/QuickTime
     }
-    if (!configure(open) || avcodec_open2(&c, encoder, nullptr) < 0) {
+    if (!configure(open)) {
+        return std::nullopt;
+    }
+    if (const int result = avcodec_open2(&c, encoder, nullptr); result < 0) {
+        if (failure != nullptr) {
+            *failure = result;
+        }
         return std::nullopt;
     }
     return open;
@@ -120,42 +127,38 @@ OpenEncoder openSoftware(const fs::path& path, const VideoEncoder::Settings& set
     if (avcodec_find_encoder_by_name(name) == nullptr) {
         throw MediaError(path.string() + ": no " + name + " encoder");
     }
-    auto open = tryOpen(name, settings, globalHeader, [&](OpenEncoder& e) {
-        AVCodecContext& c = *e.codec;
-        if (prores) {
-            c.pix_fmt = AV_PIX_FMT_YUVA444P10LE;
-            c.color_range = AVCOL_RANGE_UNSPECIFIED;
-            c.colorspace = AVCOL_SPC_UNSPECIFIED;
-            c.color_primaries = AVCOL_PRI_UNSPECIFIED;
-            c.color_trc = AVCOL_TRC_UNSPECIFIED;
-            av_opt_set(c.priv_data, "profile", "4444", 0);
-            e.softwareFormat = AV_PIX_FMT_YUVA444P10LE;
+    int failure = 0;
+    auto open = tryOpen(
+        name, settings, globalHeader,
+        [&](OpenEncoder& e) {
+            AVCodecContext& c = *e.codec;
+            if (prores) {
+                c.pix_fmt = AV_PIX_FMT_YUVA444P10LE;
+                c.color_range = AVCOL_RANGE_UNSPECIFIED;
+                c.colorspace = AVCOL_SPC_UNSPECIFIED;
+                c.color_primaries = AVCOL_PRI_UNSPECIFIED;
+                c.color_trc = AVCOL_TRC_UNSPECIFIED;
+                av_opt_set(c.priv_data, "profile", "4444", 0);
+                e.softwareFormat = AV_PIX_FMT_YUVA444P10LE;
+                return true;
+            }
+            // Screen content is mostly flat areas and sharp text: a constant quality that keeps text crisp.
+            // The presets trade compression for speed so that a long export on two cores doesn't crawl, and
+            // 4K a step further, since it has four times the pixels.
+            const bool large = settings.width * settings.height > 1920 * 1080;
+            if (settings.codec == VideoEncoder::Codec::hevc) {
+                av_opt_set(c.priv_data, "preset", large ? "superfast" : "fast", 0);
+                av_opt_set(c.priv_data, "crf", "22", 0);
+                av_opt_set(c.priv_data, "x265-params", "log-level=none", 0);
+            } else {
+                av_opt_set(c.priv_data, "preset", large ? "superfast" : "veryfast", 0);
+                av_opt_set(c.priv_data, "crf", "18", 0);
+            }
             return true;
-        }
-        // Screen content is mostly flat areas and sharp text: a constant quality that keeps text crisp.
-        // The presets trade compression for speed so that a long export on two cores doesn't crawl, and
-        // 4K a step further, since it has four times the pixels.
-        const bool large = settings.width * settings.height > 1920 * 1080;
-        if (settings.codec == VideoEncoder::Codec::hevc) {
-            av_opt_set(c.priv_data, "preset", large ? "superfast" : "fast", 0);
-            av_opt_set(c.priv_data, "crf", "22", 0);
-            av_opt_set(c.priv_data, "x265-params", "log-level=none", 0);
-        } else {
-            av_opt_set(c.priv_data, "preset", large ? "superfast" : "veryfast", 0);
-            av_opt_set(c.priv_data, "crf", "18", 0);
-        }
-        return true;
-    });
+        },
+        &failure);
     if (!open) {
-        // Open it once more to learn FFmpeg's reason.
-        const AVCodec* encoder = avcodec_find_encoder_by_name(name);
-        av::CodecContext c(avcodec_alloc_context3(encoder));
-        c->width = settings.width;
-        c->height = settings.height;
-        c->time_base = {1, settings.timeScale};
-        c->pix_fmt = prores ? AV_PIX_FMT_YUVA444P10LE : AV_PIX_FMT_YUV420P;
-        fail(path, std::string("can't open the ") + name + " encoder",
-             avcodec_open2(c.get(), encoder, nullptr));
+        fail(path, std::string("can't open the ") + name + " encoder", failure);
     }
     return std::move(*open);
 }

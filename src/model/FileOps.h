@@ -111,6 +111,26 @@ struct FileIdentity {
 
 std::optional<FileIdentity> identityOf(const fs::path& path);
 
+// A file or directory that is removed, with everything in it, when this goes out of scope, however the
+// scope ends: scratch space and temporary files. A failure to remove is ignored, since the outcome of the
+// work that made the path is what a caller needs to hear.
+class RemovedOnExit {
+public:
+    explicit RemovedOnExit(fs::path path)
+        : m_path(std::move(path)) {}
+    ~RemovedOnExit() {
+        std::error_code ignored;
+        fs::remove_all(m_path, ignored);
+    }
+    RemovedOnExit(const RemovedOnExit&) = delete;
+    RemovedOnExit& operator=(const RemovedOnExit&) = delete;
+
+    const fs::path& path() const { return m_path; }
+
+private:
+    fs::path m_path;
+};
+
 // Whether `path`, with every link resolved, lies inside `directory`.
 bool isInside(const fs::path& path, const fs::path& directory);
 

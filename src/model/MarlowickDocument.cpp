@@ -12,27 +12,6 @@ namespace {
 constexpr std::string_view documentFile = "Document.json";
 constexpr std::string_view eventsFile = "Telemetry/events.json";
 
-// Removes the scratch directory when a save ends, however it ends. A failure to remove is ignored: the
-// save's own outcome is what the caller needs to hear.
-class ScratchDirectory {
-public:
-    explicit ScratchDirectory(fs::path path)
-        : m_path(std::move(path)) {
-        fs::create_directory(m_path);
-    }
-    ~ScratchDirectory() {
-        std::error_code ignored;
-        fs::remove_all(m_path, ignored);
-    }
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-
-    const fs::path& path() const { return m_path; }
-
-private:
-    fs::path m_path;
-};
-
 // A path that names a movie inside the package: relative, and never climbing out with "..".
 bool staysInside(const fs::path& relative) {
     if (relative.empty() || relative.is_absolute() || relative.has_root_name()) {
@@ -146,7 +125,9 @@ void MarlowickDocument::write(const fs::path& requestedTarget) const {
     // come in by hard link and the swap is a rename.
     const fs::path parent = target.parent_path();
     fs::create_directories(parent);
-    const ScratchDirectory scratch(parent / (".marlowick-save-" + Uuid::random().toString()));
+    // The scratch directory goes when the save ends, however it ends.
+    const fileops::RemovedOnExit scratch(parent / (".marlowick-save-" + Uuid::random().toString()));
+    fs::create_directory(scratch.path());
     for (const char* sub : {"Media", "Telemetry", "Cache"}) {
         fs::create_directory(scratch.path() / sub);
     }
