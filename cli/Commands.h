@@ -16,6 +16,7 @@ int runSilence(const std::vector<std::string>& args);
 int runPresets(const std::vector<std::string>& args);
 int runExport(const std::vector<std::string>& args);
 int runSample(const std::vector<std::string>& args);
+int runRecord(const std::vector<std::string>& args);
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;

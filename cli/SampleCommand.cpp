@@ -5,7 +5,7 @@
 
 #include "model/FileOps.h"
 #include "model/MarlowickDocument.h"
-#include "trajectory/ZoomDirector.h"
+#include "trajectory/NewRecording.h"
 
 #include <cmath>
 #include <cstdio>
@@ -75,29 +75,20 @@ int runSample(const std::vector<std::string>& args) {
         std::cerr << "Drawing the sample take…\n";
         const SampleTake::Result made = take.write(movie);
 
-        Project project;
-        project.id = Uuid::random();
-        project.name = "Sample take";
-        project.source.mediaURL = Url::fileUrl(std::filesystem::absolute(movie));
-        project.source.size = {static_cast<double>(take.width), static_cast<double>(take.height)};
-        project.source.frameRate = take.frameRate;
-        project.source.duration = made.duration;
-        project.source.capturedSystemAudio = true;
-        project.source.capturedMicrophone = take.voice;
-        project.canvas = Canvas::freshRecording();
-
-        Recording withEvents = project.source;
-        withEvents.inputEvents = made.telemetry;
-        ZoomDirector director;
-        director.style = CameraTrack::Style::dynamic;
-        project.camera.style = CameraTrack::Style::dynamic;
-        project.camera.beats = director.beatsFor(withEvents);
-
-        MarlowickDocument(project, made.telemetry).write(package);
+        Recording recording;
+        recording.mediaURL = Url::fileUrl(std::filesystem::absolute(movie));
+        recording.size = {static_cast<double>(take.width), static_cast<double>(take.height)};
+        recording.frameRate = take.frameRate;
+        recording.duration = made.duration;
+        recording.inputEvents = made.telemetry;
+        recording.capturedSystemAudio = true;
+        recording.capturedMicrophone = take.voice;
+        const MarlowickDocument document = documentForNewRecording(recording, "Sample take");
+        document.write(package);
         char line[200];
         std::snprintf(line, sizeof line, "Wrote %s (%d×%d, %.0f fps, %.1f s, %zu events, %zu zooms)\n",
                       package.c_str(), take.width, take.height, take.frameRate, made.duration,
-                      made.telemetry.size(), project.camera.beats.size());
+                      made.telemetry.size(), document.project.camera.beats.size());
         std::cout << line;
     } catch (const std::exception& e) {
         report(package.string() + ": can't make the sample: " + e.what());

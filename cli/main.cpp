@@ -27,6 +27,9 @@ Commands:
                           Export the finished movie with one of the presets.
   sample PACKAGE [--size WxH] [--rate FPS] [--seconds S] [--no-voice]
                           Make a sample take (a synthetic desktop, telemetry, sound) as a package.
+  record [-o PACKAGE] [--seconds N] [--no-system-audio] [--mic] [--countdown N]
+                          Record the screen, its sound, the microphone and the telemetry into a new
+                          package.
 
 Run 'marlowick COMMAND --help' for more about a command.
 )";
@@ -74,6 +77,9 @@ int main(int argc, char** argv) {
     }
     if (command == "presets") {
         return runPresets(args);
+    }
+    if (command == "record") {
+        return runRecord(args);
     }
     if (command == "export") {
         return runExport(args);

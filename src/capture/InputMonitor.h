@@ -45,6 +45,8 @@ public:
     std::vector<InputEvent> stop();
 
     Mode mode() const { return m_mode; }
+    // The instant the events' times count from, set by `start`.
+    std::chrono::steady_clock::time_point startedAt() const { return m_startedAt; }
 
 private:
     // A device event as the tap delivers it.

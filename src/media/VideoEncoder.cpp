@@ -1,19 +1,14 @@
 #include "media/VideoEncoder.h"
 
+#include "media/EncoderChoice.h"
 #include "media/FFmpeg.h"
 #include "media/MediaError.h"
 #include "media/PixelConverter.h"
 
 #include <cmath>
 #include <cstdlib>
-#include <functional>
 #include <limits>
 #include <optional>
-
-extern "C" {
-#include <libavutil/hwcontext.h>
-#include <libavutil/opt.h>
-}
 
 namespace marlowick {
 
@@ -27,140 +22,6 @@ namespace {
 
 const char* formatName(VideoEncoder::Container container) {
     return container == VideoEncoder::Container::mp4 ? "mp4" : "mov";
-}
-
-// An encoder that opened, with what its frames must be made of.
-struct OpenEncoder {
-    av::CodecContext codec;
-    std::string name;
-    av::BufferRef hardwareFrames;                      // the GPU's frame pool, for VAAPI only
-    AVPixelFormat softwareFormat = AV_PIX_FMT_YUV420P; // what BGRA is converted into on the CPU
-};
-
-// Opens `name` with the common settings and whatever `configure` adds, or gives none when FFmpeg has no
-// such encoder or it won't open (no device, no driver).
-std::optional<OpenEncoder> tryOpen(const char* name, const VideoEncoder::Settings& settings,
-                                   bool globalHeader, const std::function<bool(OpenEncoder&)>& configure,
-                                   int* failure = nullptr) {
-    const AVCodec* encoder = avcodec_find_encoder_by_name(name);
-    if (encoder == nullptr) {
-        return std::nullopt;
-    }
-    OpenEncoder open{av::CodecContext(avcodec_alloc_context3(encoder)), name, {}, AV_PIX_FMT_YUV420P};
-    AVCodecContext& c = *open.codec;
-    c.width = settings.width;
-    c.height = settings.height;
-    c.time_base = {1, settings.timeScale};
-    c.framerate = av_d2q(settings.frameRate, 1000);
-    c.sample_aspect_ratio = {1, 1};
-    c.thread_count = 0; // as many as the machine has
-    c.pix_fmt = AV_PIX_FMT_YUV420P;
-    c.color_range = AVCOL_RANGE_MPEG;
-    c.colorspace = AVCOL_SPC_BT709;
-    c.color_primaries = AVCOL_PRI_BT709;
-    c.color_trc = AVCOL_TRC_BT709;
-    if (globalHeader) {
-        c.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    }
-    if (settings.codec == VideoEncoder::Codec::hevc) {
-        c.codec_tag = MKTAG('h', 'v', 'c', '1'); // what players on every platform expect in MP4/QuickTime
-    }
-    if (!configure(open)) {
-        return std::nullopt;
-    }
-    if (const int result = avcodec_open2(&c, encoder, nullptr); result < 0) {
-        if (failure != nullptr) {
-            *failure = result;
-        }
-        return std::nullopt;
-    }
-    return open;
-}
-
-// The GPU encoders, NVENC first, then VAAPI on the default render node.
-std::optional<OpenEncoder> openHardware(const VideoEncoder::Settings& settings, bool globalHeader) {
-    const bool hevc = settings.codec == VideoEncoder::Codec::hevc;
-    auto nvenc = tryOpen(hevc ? "hevc_nvenc" : "h264_nvenc", settings, globalHeader, [&](OpenEncoder& e) {
-        // Constant quality in the range that keeps text sharp; NVENC's own presets run far above real time.
-        av_opt_set(e.codec->priv_data, "preset", "p5", 0);
-        av_opt_set(e.codec->priv_data, "tune", "hq", 0);
-        av_opt_set(e.codec->priv_data, "rc", "vbr", 0);
-        av_opt_set(e.codec->priv_data, "cq", hevc ? "23" : "21", 0);
-        e.codec->bit_rate = 0;
-        return true;
-    });
-    if (nvenc) {
-        return nvenc;
-    }
-    return tryOpen(hevc ? "hevc_vaapi" : "h264_vaapi", settings, globalHeader, [&](OpenEncoder& e) {
-        AVBufferRef* device = nullptr;
-        if (av_hwdevice_ctx_create(&device, AV_HWDEVICE_TYPE_VAAPI, nullptr, nullptr, 0) < 0) {
-            return false;
-        }
-        const av::BufferRef deviceRef(device);
-        av::BufferRef frames(av_hwframe_ctx_alloc(device));
-        if (!frames) {
-            return false;
-        }
-        auto* context = reinterpret_cast<AVHWFramesContext*>(frames->data);
-        context->format = AV_PIX_FMT_VAAPI;
-        context->sw_format = AV_PIX_FMT_NV12;
-        context->width = settings.width;
-        context->height = settings.height;
-        context->initial_pool_size = 16;
-        if (av_hwframe_ctx_init(frames.get()) < 0) {
-            return false;
-        }
-        e.codec->pix_fmt = AV_PIX_FMT_VAAPI;
-        e.codec->hw_frames_ctx = av_buffer_ref(frames.get());
-        e.codec->global_quality = hevc ? 24 : 22; // constant quantiser
-        e.softwareFormat = AV_PIX_FMT_NV12;
-        e.hardwareFrames = std::move(frames);
-        return true;
-    });
-}
-
-OpenEncoder openSoftware(const fs::path& path, const VideoEncoder::Settings& settings, bool globalHeader) {
-    const bool prores = settings.codec == VideoEncoder::Codec::prores4444;
-    const char* name =
-        prores ? "prores_ks" : (settings.codec == VideoEncoder::Codec::hevc ? "libx265" : "libx264");
-    if (avcodec_find_encoder_by_name(name) == nullptr) {
-        throw MediaError(path.string() + ": no " + name + " encoder");
-    }
-    int failure = 0;
-    auto open = tryOpen(
-        name, settings, globalHeader,
-        [&](OpenEncoder& e) {
-            AVCodecContext& c = *e.codec;
-            if (prores) {
-                c.pix_fmt = AV_PIX_FMT_YUVA444P10LE;
-                c.color_range = AVCOL_RANGE_UNSPECIFIED;
-                c.colorspace = AVCOL_SPC_UNSPECIFIED;
-                c.color_primaries = AVCOL_PRI_UNSPECIFIED;
-                c.color_trc = AVCOL_TRC_UNSPECIFIED;
-                av_opt_set(c.priv_data, "profile", "4444", 0);
-                e.softwareFormat = AV_PIX_FMT_YUVA444P10LE;
-                return true;
-            }
-            // Screen content is mostly flat areas and sharp text: a constant quality that keeps text crisp.
-            // The presets trade compression for speed so that a long export on two cores doesn't crawl, and
-            // 4K a step further, since it has four times the pixels.
-            const bool large = settings.width * settings.height > 1920 * 1080;
-            if (settings.codec == VideoEncoder::Codec::hevc) {
-                av_opt_set(c.priv_data, "preset", large ? "superfast" : "fast", 0);
-                av_opt_set(c.priv_data, "crf", "22", 0);
-                av_opt_set(c.priv_data, "x265-params", "log-level=none", 0);
-            } else {
-                av_opt_set(c.priv_data, "preset", large ? "superfast" : "veryfast", 0);
-                av_opt_set(c.priv_data, "crf", "18", 0);
-            }
-            return true;
-        },
-        &failure);
-    if (!open) {
-        fail(path, std::string("can't open the ") + name + " encoder", failure);
-    }
-    return std::move(*open);
 }
 
 // One audio stream of another file, copied packet by packet into an output stream.
@@ -211,7 +72,7 @@ struct VideoEncoder::State {
     fs::path path;
     Settings settings;
     av::OutputFormat output;
-    OpenEncoder encoder;
+    av::OpenEncoder encoder;
     AVStream* stream = nullptr;
     std::unique_ptr<av::StreamEncoder> encoding;
     av::Frame frame{av_frame_alloc()};         // the converted picture, in the CPU's memory
@@ -277,15 +138,22 @@ VideoEncoder::VideoEncoder(const fs::path& path, const Settings& settings)
         fail(path, "can't write", result);
     }
     s.output.reset(raw);
-    const bool globalHeader = (raw->oformat->flags & AVFMT_GLOBALHEADER) != 0;
 
-    std::optional<OpenEncoder> hardware;
+    av::EncoderRequest request;
+    request.codec = settings.codec == Codec::h264   ? av::EncoderRequest::Codec::h264
+                    : settings.codec == Codec::hevc ? av::EncoderRequest::Codec::hevc
+                                                    : av::EncoderRequest::Codec::prores4444;
+    request.width = settings.width;
+    request.height = settings.height;
+    request.frameRate = settings.frameRate;
+    request.timeScale = s.settings.timeScale;
+    request.globalHeader = (raw->oformat->flags & AVFMT_GLOBALHEADER) != 0;
+    std::optional<av::OpenEncoder> hardware;
     // MARLOWICK_SOFTWARE_ENCODER keeps to libx264/libx265, to compare or to work around a driver.
-    if (settings.allowHardware && settings.codec != Codec::prores4444 &&
-        std::getenv("MARLOWICK_SOFTWARE_ENCODER") == nullptr) {
-        hardware = openHardware(s.settings, globalHeader);
+    if (settings.allowHardware && std::getenv("MARLOWICK_SOFTWARE_ENCODER") == nullptr) {
+        hardware = av::openHardwareEncoder(request);
     }
-    s.encoder = hardware ? std::move(*hardware) : openSoftware(path, s.settings, globalHeader);
+    s.encoder = hardware ? std::move(*hardware) : av::openSoftwareEncoder(path, request);
     AVCodecContext& c = *s.encoder.codec;
 
     s.stream = avformat_new_stream(raw, nullptr);
@@ -359,17 +227,8 @@ void VideoEncoder::encode(const std::uint8_t* bgra, int stride, double time) {
         pts = s.lastPts + 1;
     }
     s.lastPts = pts;
-    AVFrame* send = s.frame.get();
-    if (s.encoder.hardwareFrames) {
-        av_frame_unref(s.hardwareFrame.get());
-        if ((result = av_hwframe_get_buffer(s.encoder.hardwareFrames.get(), s.hardwareFrame.get(), 0)) < 0 ||
-            (result = av_hwframe_transfer_data(s.hardwareFrame.get(), s.frame.get(), 0)) < 0) {
-            fail(s.path, "can't hand the frame to the GPU", result);
-        }
-        send = s.hardwareFrame.get();
-    }
-    send->pts = pts;
-    s.encoding->send(send);
+    s.frame->pts = pts;
+    av::sendPicture(s.encoder, *s.encoding, s.frame.get(), s.hardwareFrame.get(), s.path);
     s.copyAudio(time, {});
 }
 

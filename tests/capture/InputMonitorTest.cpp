@@ -2,10 +2,8 @@
 // scrolls and key presses come back as telemetry at their pixel positions and times.
 
 #include "capture/InputMonitor.h"
+#include "support/FakeUser.h"
 #include "support/VirtualDisplay.h"
-
-#include <xcb/xcb.h>
-#include <xcb/xtest.h>
 
 #include <gtest/gtest.h>
 
@@ -20,37 +18,6 @@ using namespace marlowick::test;
 using namespace std::chrono_literals;
 
 namespace {
-
-// Fakes input on the display through XTEST, as a user would give it.
-class FakeUser {
-public:
-    explicit FakeUser(const std::string& display)
-        : m_connection(xcb_connect(display.c_str(), nullptr)) {
-        m_root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
-    }
-    ~FakeUser() { xcb_disconnect(m_connection); }
-
-    void moveTo(int x, int y) { fake(XCB_MOTION_NOTIFY, 0, x, y); }
-    void press(std::uint8_t button) { fake(XCB_BUTTON_PRESS, button); }
-    void release(std::uint8_t button) { fake(XCB_BUTTON_RELEASE, button); }
-    void key(std::uint8_t keycode) {
-        fake(XCB_KEY_PRESS, keycode);
-        fake(XCB_KEY_RELEASE, keycode);
-    }
-
-private:
-    void fake(std::uint8_t type, std::uint8_t detail, int x = 0, int y = 0) {
-        xcb_test_fake_input(m_connection, type, detail, XCB_CURRENT_TIME, m_root,
-                            static_cast<std::int16_t>(x), static_cast<std::int16_t>(y), 0);
-        xcb_aux_sync();
-    }
-    void xcb_aux_sync() {
-        std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
-    }
-
-    xcb_connection_t* m_connection;
-    xcb_window_t m_root;
-};
 
 double since(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

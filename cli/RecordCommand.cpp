@@ -1,0 +1,225 @@
+#include "Arguments.h"
+#include "Commands.h"
+#include "Errors.h"
+#include "InterruptWatch.h"
+
+#include "capture/X11ScreenCapturer.h"
+#include "model/FileOps.h"
+#include "model/MarlowickDocument.h"
+#include "trajectory/NewRecording.h"
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <iostream>
+#include <thread>
+#include <unistd.h>
+
+namespace marlowick::cli {
+
+namespace {
+
+constexpr std::string_view help =
+    R"(Usage: marlowick record [-o TAKE.marlowick] [--seconds N] [--system-audio | --no-system-audio]
+                        [--mic] [--countdown N]
+
+Records the screen of $DISPLAY with the system's sound (on unless --no-system-audio) and, with --mic,
+the default microphone, each on a track of its own, and the pointer and keyboard telemetry beside it.
+The cursor is left out of the picture: the editor draws it from the telemetry.
+
+Recording runs until Ctrl-C or for N seconds, after a countdown (3 seconds unless told). The take then
+becomes a new project, with zooms placed in the dynamic style, saved as a package (by default
+"Take YYYY-MM-DD at HH.MM.SS.marlowick" here). While recording, the movie is written to the
+temporary directory in pieces a second long, so that a crash loses only the last second or so; the
+path is printed when the recording starts.
+)";
+
+std::string defaultPackageName() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    char name[64];
+    std::strftime(name, sizeof name, "Take %Y-%m-%d at %H.%M.%S.marlowick", &local);
+    return name;
+}
+
+std::string describeCapture(const CaptureError& error) {
+    switch (error.kind()) {
+    case CaptureError::Kind::captureUnavailable:
+        return std::string("Screen capture unavailable: ") + error.what();
+    case CaptureError::Kind::writerFailed:
+        return std::string("Recording failed: ") + error.what();
+    case CaptureError::Kind::permissionDenied:
+        return "The X server refused to share its screen.";
+    case CaptureError::Kind::microphoneDenied:
+        return "Microphone access was denied, so there would be no voice in the recording. Check that a "
+               "microphone is connected and that the sound server lets it be recorded, then try again.";
+    case CaptureError::Kind::noDisplayAvailable:
+        return "No display available to capture.";
+    case CaptureError::Kind::alreadyRecording:
+        return "Already recording.";
+    case CaptureError::Kind::notRecording:
+        return "Not recording.";
+    }
+    return error.what();
+}
+
+void printWarnings(ScreenCapturer& capturer) {
+    for (const std::string& warning : capturer.takeWarnings()) {
+        std::cerr << "marlowick: " << warning << '\n';
+    }
+}
+
+} // namespace
+
+int runRecord(const std::vector<std::string>& args) {
+    if (wantsHelp(args)) {
+        std::cout << help;
+        return 0;
+    }
+    const auto parsed = parseArguments("record", args, {"--system-audio", "--no-system-audio", "--mic"},
+                                       {"-o", "--seconds", "--countdown"}, 0);
+    if (!parsed) {
+        return exitUsage;
+    }
+    double seconds = 0; // 0: until Ctrl-C
+    double countdown = 3;
+    for (const auto& [option, field, high] :
+         {std::tuple{"--seconds", &seconds, 86400.0}, std::tuple{"--countdown", &countdown, 60.0}}) {
+        if (const auto text = parsed->value(option)) {
+            const auto value = parseNumber(*text);
+            if (!value || *value < 0 || *value > high) {
+                report(std::string("record: ") + option + " takes a number of seconds from 0 to " +
+                       std::to_string(static_cast<int>(high)));
+                return exitUsage;
+            }
+            *field = *value;
+        }
+    }
+    if (parsed->has("--system-audio") && parsed->has("--no-system-audio")) {
+        report("record: --system-audio and --no-system-audio can't both be given");
+        return exitUsage;
+    }
+    std::filesystem::path package = parsed->value("-o").value_or(defaultPackageName());
+    if (package.extension() != ".marlowick") {
+        package += ".marlowick";
+    }
+    if (std::filesystem::exists(package)) {
+        report(package.string() + " already exists; a take goes into a new package");
+        return exitFailure;
+    }
+
+    const InterruptWatch interrupt;
+    X11ScreenCapturer capturer;
+    CaptureConfiguration configuration;
+    try {
+        configuration.size = X11ScreenCapturer::screenSize();
+    } catch (const CaptureError& error) {
+        report(describeCapture(error));
+        return exitFailure;
+    }
+    configuration.outputURL =
+        std::filesystem::temp_directory_path() / ("take-" + Uuid::random().toString() + ".mov");
+    configuration.frameRate = 60;
+    configuration.capturesAudio = !parsed->has("--no-system-audio");
+    configuration.capturesMicrophone = parsed->has("--mic");
+
+    for (int left = static_cast<int>(countdown); left > 0 && !interrupt.token().stop_requested(); --left) {
+        std::cerr << left << "… " << std::flush;
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
+    if (interrupt.token().stop_requested()) {
+        std::cerr << "\nNothing recorded.\n";
+        return exitInterrupted;
+    }
+    try {
+        capturer.start(configuration);
+    } catch (const CaptureError& error) {
+        report(describeCapture(error));
+        return exitFailure;
+    }
+    const bool terminal = ::isatty(STDERR_FILENO) != 0;
+    std::cerr << (countdown >= 1 ? "\n" : "") << "Recording " << static_cast<int>(configuration.size.width)
+              << "×" << static_cast<int>(configuration.size.height) << " at 60 fps into "
+              << configuration.outputURL.string() << " (" << capturer.encoderName() << "); "
+              << (seconds > 0
+                      ? "it stops after " + std::to_string(static_cast<int>(seconds)) + " s or at Ctrl-C"
+                      : "Ctrl-C stops it")
+              << ".\n";
+    if (capturer.telemetryAvailability() != TelemetryAvailability::full) {
+        std::cerr << "marlowick: the X server has no RECORD extension: only pointer positions are recorded, "
+                     "no clicks or keys.\n";
+    }
+
+    const auto began = std::chrono::steady_clock::now();
+    std::optional<CaptureError> interruption;
+    auto shown = began;
+    while (!interrupt.token().stop_requested()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        const auto now = std::chrono::steady_clock::now();
+        const double elapsed = std::chrono::duration<double>(now - began).count();
+        if (seconds > 0 && elapsed >= seconds) {
+            break;
+        }
+        if ((interruption = capturer.interruption())) {
+            break;
+        }
+        printWarnings(capturer);
+        if (terminal && now - shown >= std::chrono::milliseconds(250)) {
+            shown = now;
+            const CaptureStatistics statistics = capturer.statistics();
+            char line[120];
+            std::snprintf(line, sizeof line, "\r● %d:%02d  %lld frames, %lld dropped   ",
+                          static_cast<int>(elapsed) / 60, static_cast<int>(elapsed) % 60,
+                          static_cast<long long>(statistics.framesWritten),
+                          static_cast<long long>(statistics.framesDropped));
+            std::cerr << line << std::flush;
+        }
+    }
+    if (terminal) {
+        std::cerr << '\n';
+    }
+    if (interruption) {
+        report(describeCapture(*interruption));
+    }
+
+    std::cerr << "Finishing the movie…\n";
+    Recording recording;
+    try {
+        recording = capturer.stop();
+    } catch (const CaptureError& error) {
+        report(describeCapture(error) + " The partial movie stays at " + configuration.outputURL.string());
+        return exitFailure;
+    }
+    printWarnings(capturer);
+    const CaptureStatistics statistics = capturer.statistics();
+
+    std::size_t clicks = 0;
+    std::size_t keys = 0;
+    for (const InputEvent& event : recording.inputEvents) {
+        clicks += event.kind == InputEvent::Kind::down;
+        keys += event.kind == InputEvent::Kind::keyPress;
+    }
+    try {
+        const MarlowickDocument document = documentForNewRecording(recording, package.stem().string());
+        document.write(package);
+        // The package holds the movie now (by a link or a copy of its own).
+        std::error_code ignored;
+        std::filesystem::remove(configuration.outputURL, ignored);
+        char line[320];
+        std::snprintf(line, sizeof line,
+                      "Recorded %.1f s: %lld frames, %lld dropped; %zu events (%zu clicks, %zu key presses), "
+                      "%zu zooms\nSaved %s\n",
+                      recording.duration, static_cast<long long>(statistics.framesWritten),
+                      static_cast<long long>(statistics.framesDropped), recording.inputEvents.size(), clicks,
+                      keys, document.project.camera.beats.size(), package.c_str());
+        std::cout << line;
+    } catch (const std::exception& error) {
+        report(describe(error, package, Operation::saving) + "; the movie stays at " +
+               configuration.outputURL.string());
+        return exitFailure;
+    }
+    return interruption ? exitFailure : 0;
+}
+
+} // namespace marlowick::cli

@@ -1,0 +1,279 @@
+#include "capture/X11ScreenCapturer.h"
+
+#include "capture/InputMonitor.h"
+#include "capture/RecordingSink.h"
+#include "capture/SoundSource.h"
+#include "capture/X11FrameGrabber.h"
+
+#include <xcb/randr.h>
+#include <xcb/xcb.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <thread>
+
+namespace marlowick {
+
+namespace {
+
+double now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+} // namespace
+
+struct X11ScreenCapturer::Capture {
+    CaptureConfiguration configuration;
+    std::unique_ptr<RecordingSink> sink;
+    std::unique_ptr<X11FrameGrabber> grabber;
+    std::unique_ptr<SoundSource> systemAudio;
+    std::unique_ptr<SoundSource> microphone;
+    std::unique_ptr<InputMonitor> monitor;
+    Point pointsToPixels{1, 1};
+    std::optional<CaptureError> grabFailure; // guarded by the capturer's m_lock
+    std::jthread grabbing;                   // last: it ends before the rest goes
+};
+
+X11ScreenCapturer::X11ScreenCapturer(Options options)
+    : m_options(std::move(options)) {}
+
+X11ScreenCapturer::~X11ScreenCapturer() {
+    std::unique_ptr<Capture> capture;
+    {
+        std::lock_guard lock(m_lock);
+        capture = std::move(m_capture);
+    }
+    if (capture) {
+        // An abandoned capture still leaves a complete movie behind.
+        capture->grabbing = {};
+        capture->systemAudio.reset();
+        capture->microphone.reset();
+        if (capture->monitor) {
+            capture->monitor->stop();
+        }
+        try {
+            capture->sink->finish();
+        } catch (const CaptureError&) {
+        }
+    }
+}
+
+TelemetryAvailability X11ScreenCapturer::telemetryAvailability() const {
+    return m_options.allowTap && InputMonitor::isEventTapPermitted(m_options.display)
+               ? TelemetryAvailability::full
+               : TelemetryAvailability::positionOnly;
+}
+
+Size X11ScreenCapturer::screenSize(const std::string& display) {
+    xcb_connection_t* connection = xcb_connect(display.empty() ? nullptr : display.c_str(), nullptr);
+    const std::unique_ptr<xcb_connection_t, void (*)(xcb_connection_t*)> guard(connection, xcb_disconnect);
+    if (xcb_connection_has_error(connection) != 0) {
+        throw CaptureError(CaptureError::Kind::noDisplayAvailable);
+    }
+    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
+    if (screen == nullptr) {
+        throw CaptureError(CaptureError::Kind::noDisplayAvailable);
+    }
+    Size size{static_cast<double>(screen->width_in_pixels), static_cast<double>(screen->height_in_pixels)};
+    const xcb_query_extension_reply_t* randr = xcb_get_extension_data(connection, &xcb_randr_id);
+    if (randr != nullptr && randr->present != 0) {
+        xcb_randr_get_screen_info_reply_t* info = xcb_randr_get_screen_info_reply(
+            connection, xcb_randr_get_screen_info(connection, screen->root), nullptr);
+        if (info != nullptr) {
+            const xcb_randr_screen_size_t* sizes = xcb_randr_get_screen_info_sizes(info);
+            if (info->sizeID < xcb_randr_get_screen_info_sizes_length(info)) {
+                size = {static_cast<double>(sizes[info->sizeID].width),
+                        static_cast<double>(sizes[info->sizeID].height)};
+            }
+            std::free(info);
+        }
+    }
+    return size;
+}
+
+void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
+    {
+        std::lock_guard lock(m_lock);
+        if (m_capture) {
+            throw CaptureError(CaptureError::Kind::alreadyRecording);
+        }
+    }
+    auto capture = std::make_unique<Capture>();
+    capture->configuration = configuration;
+    capture->grabber = std::make_unique<X11FrameGrabber>(m_options.display);
+    const Size screen = screenSize(m_options.display);
+
+    // The sound streams open before the take starts, so that their first pieces come in time; they
+    // deliver only once started, when the sink exists.
+    Capture* c = capture.get();
+    if (configuration.capturesMicrophone) {
+        capture->microphone = std::make_unique<SoundSource>(
+            SoundSource::Kind::microphone, m_options.soundServer,
+            [c](const float* samples, int frames, double time) {
+                c->sink->appendAudio(RecordingSink::Output::microphone, samples, frames, time);
+            },
+            [this](const std::string& message) { warn(message); });
+    }
+    if (configuration.capturesAudio) {
+        try {
+            capture->systemAudio = std::make_unique<SoundSource>(
+                SoundSource::Kind::systemAudio, m_options.soundServer,
+                [c](const float* samples, int frames, double time) {
+                    c->sink->appendAudio(RecordingSink::Output::audio, samples, frames, time);
+                },
+                [this](const std::string& message) { warn(message); });
+        } catch (const CaptureError& error) {
+            // The track is still made, silent: the system's sound is a nicety, the picture is the take.
+            warn(std::string(error.what()) + "; the take has no system sound.");
+        }
+    }
+
+    RecordingSink::Options sinkOptions;
+    sinkOptions.minimumFreeBytes = m_options.minimumFreeBytes;
+    sinkOptions.allowHardware = m_options.allowHardware;
+    capture->sink = std::make_unique<RecordingSink>(configuration, sinkOptions);
+
+    capture->grabbing = std::jthread([this, c](std::stop_token stop) {
+        const double period = 1.0 / std::max(1.0, c->configuration.frameRate);
+        double next = now();
+        while (!stop.stop_requested()) {
+            const double wait = next - now();
+            if (wait > 0) {
+                std::this_thread::sleep_for(std::chrono::duration<double>(wait));
+            }
+            const double time = now();
+            try {
+                const std::uint8_t* pixels = c->grabber->grab();
+                c->sink->appendVideo(pixels, c->grabber->stride(), c->grabber->width(), c->grabber->height(),
+                                     time);
+            } catch (const CaptureError& error) {
+                std::lock_guard lock(m_lock);
+                c->grabFailure = error;
+                return;
+            }
+            if (c->sink->interruption()) {
+                return;
+            }
+            next += period;
+            // Behind by whole frames (the machine was busy): those moments are lost, and counted.
+            const double behind = now() - next;
+            if (behind >= period) {
+                const auto missed = static_cast<std::int64_t>(behind / period);
+                next += static_cast<double>(missed) * period;
+                c->sink->countMissed(missed);
+            }
+        }
+    });
+    if (capture->systemAudio) {
+        capture->systemAudio->start();
+    }
+    if (capture->microphone) {
+        capture->microphone->start();
+    }
+    capture->monitor = std::make_unique<InputMonitor>(m_options.display, m_options.allowTap);
+    capture->monitor->start();
+    capture->pointsToPixels = {screen.width > 0 ? configuration.size.width / screen.width : 1.0,
+                               screen.height > 0 ? configuration.size.height / screen.height : 1.0};
+    std::lock_guard lock(m_lock);
+    m_capture = std::move(capture);
+}
+
+Recording X11ScreenCapturer::stop() {
+    Capture* c = nullptr;
+    {
+        std::lock_guard lock(m_lock);
+        if (!m_capture) {
+            throw CaptureError(CaptureError::Kind::notRecording);
+        }
+        c = m_capture.get();
+    }
+    c->grabbing = {};
+    if (c->systemAudio) {
+        c->systemAudio->stop();
+    }
+    if (c->microphone) {
+        c->microphone->stop();
+    }
+    std::vector<InputEvent> events = c->monitor->stop();
+    const double duration = c->sink->finish();
+    for (std::string& message : c->sink->takeWarnings()) {
+        warn(message);
+    }
+
+    // The monitor counts from its own start; the movie from its first picture.
+    const std::optional<double> sessionStart = c->sink->sessionStart();
+    const double monitorStart =
+        std::chrono::duration<double>(c->monitor->startedAt().time_since_epoch()).count();
+    const double shift = sessionStart ? monitorStart - *sessionStart : 0.0;
+    Recording recording;
+    recording.mediaURL = Url::fileUrl(c->configuration.outputURL);
+    recording.size = c->configuration.size;
+    recording.frameRate = c->configuration.frameRate;
+    recording.duration = duration;
+    recording.inputEvents.reserve(events.size());
+    for (const InputEvent& event : events) {
+        const double time = event.time + shift;
+        if (time < 0) {
+            continue; // before the movie's first picture
+        }
+        recording.inputEvents.push_back(
+            {time,
+             event.kind,
+             {event.location.x * c->pointsToPixels.x, event.location.y * c->pointsToPixels.y}});
+    }
+    recording.capturedMicrophone = c->configuration.capturesMicrophone;
+    recording.capturedSystemAudio = c->configuration.capturesAudio;
+
+    std::unique_ptr<Capture> ended;
+    {
+        std::lock_guard lock(m_lock);
+        m_lastStatistics = c->sink->statistics();
+        m_lastMovieStart = sessionStart;
+        ended = std::move(m_capture);
+    }
+    return recording;
+}
+
+std::optional<CaptureError> X11ScreenCapturer::interruption() const {
+    std::lock_guard lock(m_lock);
+    if (!m_capture) {
+        return std::nullopt;
+    }
+    if (m_capture->grabFailure) {
+        return m_capture->grabFailure;
+    }
+    return m_capture->sink->interruption();
+}
+
+std::vector<std::string> X11ScreenCapturer::takeWarnings() {
+    std::lock_guard lock(m_lock);
+    return std::exchange(m_warnings, {});
+}
+
+CaptureStatistics X11ScreenCapturer::statistics() const {
+    std::lock_guard lock(m_lock);
+    return m_capture ? m_capture->sink->statistics() : m_lastStatistics;
+}
+
+std::optional<double> X11ScreenCapturer::lastMovieStart() const {
+    std::lock_guard lock(m_lock);
+    return m_lastMovieStart;
+}
+
+Point X11ScreenCapturer::pointsToPixels() const {
+    std::lock_guard lock(m_lock);
+    return m_capture ? m_capture->pointsToPixels : Point{1, 1};
+}
+
+std::string X11ScreenCapturer::encoderName() const {
+    std::lock_guard lock(m_lock);
+    return m_capture ? m_capture->sink->encoderName() : std::string();
+}
+
+void X11ScreenCapturer::warn(const std::string& message) {
+    std::lock_guard lock(m_lock);
+    m_warnings.push_back(message);
+}
+
+} // namespace marlowick

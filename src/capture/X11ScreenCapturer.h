@@ -1,0 +1,66 @@
+#pragma once
+
+#include "capture/ScreenCapturer.h"
+#include "model/Geometry.h"
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace marlowick {
+
+// The capturer on an X11 desktop: the root window of the display's default screen, read through MIT-SHM
+// on a thread of its own at the configured rate (the server leaves the cursor out); the system's sound
+// from the default sink's monitor and the microphone from the default source, through PulseAudio; the
+// input telemetry from the RECORD extension, or from polling the pointer where it is missing.
+//
+// The picture is recorded at the configuration's `size`: the screen's own size gives every pixel as it
+// is, another size is scaled to. Telemetry is scaled by the same factor, `pointsToPixels`.
+class X11ScreenCapturer : public ScreenCapturer {
+public:
+    struct Options {
+        std::string display;                           // as $DISPLAY says it; empty takes $DISPLAY
+        std::string soundServer;                       // as $PULSE_SERVER says it; empty takes the default
+        std::uint64_t minimumFreeBytes = 512ull << 20; // a take stops before the disk is full
+        bool allowTap = true;                          // false: telemetry by polling only
+        bool allowHardware = true;                     // the GPU's video encoder where one opens
+    };
+
+    X11ScreenCapturer()
+        : X11ScreenCapturer(Options{}) {}
+    explicit X11ScreenCapturer(Options options);
+    ~X11ScreenCapturer() override;
+
+    TelemetryAvailability telemetryAvailability() const override;
+    void start(const CaptureConfiguration& configuration) override;
+    Recording stop() override;
+    std::optional<CaptureError> interruption() const override;
+    std::vector<std::string> takeWarnings() override;
+    // Of the running capture, or of the last one once it has stopped.
+    CaptureStatistics statistics() const override;
+
+    // The factor from screen pixels to pixels of the recording, per axis; (1, 1) outside a capture.
+    Point pointsToPixels() const;
+    // When the movie of the last stopped capture begins (its first picture), in seconds on the steady
+    // clock; none before any capture or when no picture came.
+    std::optional<double> lastMovieStart() const;
+    // The video encoder of the running capture, as "libx264".
+    std::string encoderName() const;
+
+    // The size of the display's screen in pixels, as RandR reports it (the root window's where the server
+    // has no RandR). Throws CaptureError (noDisplayAvailable) when no display answers.
+    static Size screenSize(const std::string& display = {});
+
+private:
+    struct Capture;
+    void warn(const std::string& message);
+
+    Options m_options;
+    mutable std::mutex m_lock;          // guards the fields below
+    std::unique_ptr<Capture> m_capture; // present while capturing
+    std::vector<std::string> m_warnings;
+    CaptureStatistics m_lastStatistics; // of the capture that ended last
+    std::optional<double> m_lastMovieStart;
+};
+
+} // namespace marlowick

@@ -1,0 +1,301 @@
+// The whole capture on a real X server and a real PulseAudio daemon, both started by the fixtures:
+// pictures at the configured rate, input telemetry on the movie's clock, the system's sound and the
+// microphone on tracks of their own, the failures of start and stop, and a take that outlives a
+// recorder killed part way.
+
+#include "capture/X11ScreenCapturer.h"
+#include "media/AudioFile.h"
+#include "media/MediaInfo.h"
+#include "media/RecordingWriter.h"
+#include "media/VideoDecoder.h"
+#include "support/FakeUser.h"
+#include "support/SoundServer.h"
+#include "support/TempDir.h"
+#include "support/VirtualDisplay.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <numbers>
+#include <thread>
+
+using namespace marlowick;
+using namespace marlowick::test;
+using namespace std::chrono_literals;
+
+namespace {
+
+double now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// A 16-bit WAV of a tone: `seconds` long, `channels` wide.
+void writeTone(const std::filesystem::path& path, double frequency, double seconds, int channels) {
+    const auto frames = static_cast<std::uint32_t>(seconds * 48000);
+    std::ofstream out(path, std::ios::binary);
+    const auto put = [&](std::uint32_t value, int bytes) {
+        for (int i = 0; i < bytes; ++i) {
+            out.put(static_cast<char>((value >> (8 * i)) & 0xff));
+        }
+    };
+    const std::uint32_t data = frames * 2 * static_cast<std::uint32_t>(channels);
+    out << "RIFF";
+    put(36 + data, 4);
+    out << "WAVEfmt ";
+    put(16, 4);
+    put(1, 2);
+    put(static_cast<std::uint32_t>(channels), 2);
+    put(48000, 4);
+    put(48000 * 2 * static_cast<std::uint32_t>(channels), 4);
+    put(2 * static_cast<std::uint32_t>(channels), 2);
+    put(16, 2);
+    out << "data";
+    put(data, 4);
+    for (std::uint32_t i = 0; i < frames; ++i) {
+        const auto s =
+            static_cast<std::int16_t>(16000 * std::sin(2 * std::numbers::pi * frequency * i / 48000));
+        for (int c = 0; c < channels; ++c) {
+            put(static_cast<std::uint16_t>(s), 2);
+        }
+    }
+}
+
+double level(const std::vector<float>& track, double from, double to) {
+    const auto a = static_cast<std::size_t>(std::max(0.0, from) * 48000);
+    const auto b = std::min(track.size(), static_cast<std::size_t>(std::max(0.0, to) * 48000));
+    double sum = 0;
+    for (std::size_t i = a; i < b; ++i) {
+        sum += track[i] * track[i];
+    }
+    return b > a ? std::sqrt(sum / static_cast<double>(b - a)) : 0;
+}
+
+double onset(const std::vector<float>& track, double threshold) {
+    for (double t = 0; t < static_cast<double>(track.size()) / 48000; t += 0.001) {
+        if (level(track, t, t + 0.005) > threshold) {
+            return t;
+        }
+    }
+    return -1;
+}
+
+std::size_t frameCount(const std::filesystem::path& movie, double* last = nullptr) {
+    VideoDecoder decoder(movie);
+    BgraImage image;
+    std::size_t count = 0;
+    while (const auto time = decoder.next(image, [](double) { return true; })) {
+        ++count;
+        if (last != nullptr) {
+            *last = *time;
+        }
+    }
+    return count;
+}
+
+} // namespace
+
+TEST(X11ScreenCapturer, RecordsPicturesTelemetryAndBothSoundsOnOneClock) {
+    const VirtualDisplay display;
+    const SoundServer sound;
+    if (display.name().empty() || !sound.up()) {
+        GTEST_SKIP() << "no Xvfb or no PulseAudio";
+    }
+    const TempDir dir;
+    writeTone(dir / "system.wav", 440, 0.6, 2);
+    writeTone(dir / "voice.wav", 1000, 0.6, 1);
+    writeTone(dir / "silence.wav", 0, 0.05, 2);
+
+    X11ScreenCapturer capturer({display.name(), sound.server()});
+    EXPECT_EQ(capturer.telemetryAvailability(), TelemetryAvailability::full);
+    CaptureConfiguration configuration;
+    configuration.outputURL = dir / "take.mov";
+    configuration.size = X11ScreenCapturer::screenSize(display.name());
+    EXPECT_EQ(configuration.size, (Size{1280, 720}));
+    configuration.frameRate = 60;
+    configuration.capturesAudio = true;
+    configuration.capturesMicrophone = true;
+    capturer.start(configuration);
+    EXPECT_THROW(
+        try { capturer.start(configuration); } catch (const CaptureError& e) {
+            EXPECT_EQ(e.kind(), CaptureError::Kind::alreadyRecording);
+            throw;
+        },
+        CaptureError);
+
+    FakeUser user(display.name());
+    struct Sent {
+        InputEvent::Kind kind;
+        double x, y, time;
+    };
+    std::vector<Sent> sent;
+    const auto act = [&](InputEvent::Kind kind, int x, int y, auto&& what) {
+        std::this_thread::sleep_for(150ms);
+        const double before = now();
+        what();
+        sent.push_back({kind, double(x), double(y), (before + now()) / 2});
+    };
+    act(InputEvent::Kind::move, 300, 200, [&] { user.moveTo(300, 200); });
+    act(InputEvent::Kind::down, 300, 200, [&] { user.press(1); });
+    act(InputEvent::Kind::drag, 340, 220, [&] { user.moveTo(340, 220); });
+    act(InputEvent::Kind::up, 340, 220, [&] { user.release(1); });
+    act(InputEvent::Kind::scroll, 340, 220, [&] { user.press(5), user.release(5); });
+    act(InputEvent::Kind::keyPress, 340, 220, [&] { user.key(38); });
+
+    sound.run("paplay -d sysaudio " + (dir / "silence.wav").string()); // the first start of paplay is slow
+    const double systemPlayed = now();
+    std::thread system([&] { sound.run("paplay -d sysaudio " + (dir / "system.wav").string()); });
+    std::this_thread::sleep_for(900ms);
+    const double voicePlayed = now();
+    std::thread voice([&] { sound.run("paplay -d micsink " + (dir / "voice.wav").string()); });
+    system.join();
+    voice.join();
+    std::this_thread::sleep_for(300ms);
+    const double stopped = now();
+    const Recording recording = capturer.stop();
+    EXPECT_TRUE(capturer.takeWarnings().empty());
+
+    const double start = capturer.lastMovieStart().value();
+    EXPECT_NEAR(recording.duration, stopped - start, 0.1);
+    EXPECT_EQ(recording.size, configuration.size);
+    EXPECT_TRUE(recording.capturedMicrophone);
+    EXPECT_TRUE(recording.capturedSystemAudio);
+
+    // Every kind at its pixel position and within 20 ms of when it was sent, on the movie's clock.
+    for (const Sent& s : sent) {
+        const auto found = std::find_if(recording.inputEvents.begin(), recording.inputEvents.end(),
+                                        [&](const InputEvent& e) { return e.kind == s.kind; });
+        ASSERT_NE(found, recording.inputEvents.end()) << static_cast<int>(s.kind);
+        EXPECT_EQ(found->location, (Point{s.x, s.y}));
+        EXPECT_NEAR(found->time, s.time - start, 0.02) << static_cast<int>(s.kind);
+    }
+
+    // N seconds at 60 fps hold N × 60 frames, within 2%.
+    const std::size_t frames = frameCount(configuration.outputURL);
+    const CaptureStatistics statistics = capturer.statistics();
+    EXPECT_EQ(static_cast<std::int64_t>(frames), statistics.framesWritten);
+    EXPECT_NEAR(static_cast<double>(frames), recording.duration * 60, recording.duration * 60 * 0.02);
+
+    // The tone is on the system track only, the voice on the microphone's only, each when it was played.
+    ASSERT_EQ(MediaInfo::of(configuration.outputURL).audioTracks, 2u);
+    const std::vector<float> systemTrack = AudioFile::decodeTrack(configuration.outputURL, 0);
+    const std::vector<float> microphoneTrack = AudioFile::decodeTrack(configuration.outputURL, 1);
+    const double systemAt = onset(systemTrack, 0.1);
+    const double voiceAt = onset(microphoneTrack, 0.1);
+    EXPECT_GT(systemAt, systemPlayed - start - 0.02);
+    EXPECT_LT(systemAt, systemPlayed - start + 0.5); // paplay takes a while to start
+    EXPECT_GT(voiceAt, voicePlayed - start - 0.02);
+    EXPECT_LT(voiceAt, voicePlayed - start + 0.5);
+    EXPECT_LT(level(systemTrack, voiceAt + 0.2, voiceAt + 0.5), 0.01); // the voice isn't on the system track
+    EXPECT_LT(level(microphoneTrack, systemAt, systemAt + 0.5), 0.01);
+}
+
+TEST(X11ScreenCapturer, TelemetryIsScaledToTheMoviesPixels) {
+    const VirtualDisplay display;
+    if (display.name().empty()) {
+        GTEST_SKIP() << "no Xvfb";
+    }
+    const TempDir dir;
+    X11ScreenCapturer capturer({display.name(), "unix:/nonexistent"});
+    EXPECT_THROW(capturer.stop(), CaptureError);
+    CaptureConfiguration configuration;
+    configuration.outputURL = dir / "take.mov";
+    configuration.size = {2560, 1440};
+    configuration.frameRate = 30;
+    capturer.start(configuration);
+    EXPECT_EQ(capturer.pointsToPixels(), (Point{2, 2}));
+    FakeUser user(display.name());
+    std::this_thread::sleep_for(100ms);
+    user.moveTo(100, 50);
+    user.press(1);
+    user.release(1);
+    std::this_thread::sleep_for(200ms);
+    const Recording recording = capturer.stop();
+    const auto down = std::find_if(recording.inputEvents.begin(), recording.inputEvents.end(),
+                                   [](const InputEvent& e) { return e.kind == InputEvent::Kind::down; });
+    ASSERT_NE(down, recording.inputEvents.end());
+    EXPECT_EQ(down->location, (Point{200, 100}));
+    VideoDecoder decoder(configuration.outputURL);
+    EXPECT_EQ(decoder.width(), 2560);
+    EXPECT_EQ(decoder.height(), 1440);
+    try {
+        capturer.stop();
+        ADD_FAILURE() << "a second stop succeeded";
+    } catch (const CaptureError& e) {
+        EXPECT_EQ(e.kind(), CaptureError::Kind::notRecording);
+    }
+}
+
+TEST(X11ScreenCapturer, AMissingMicrophoneFailsBeforeAnythingIsWritten) {
+    const VirtualDisplay display;
+    const SoundServer sound;
+    if (display.name().empty() || !sound.up()) {
+        GTEST_SKIP() << "no Xvfb or no PulseAudio";
+    }
+    const TempDir dir;
+    CaptureConfiguration configuration;
+    configuration.outputURL = dir / "take.mov";
+    configuration.size = {1280, 720};
+    configuration.capturesAudio = true;
+    configuration.capturesMicrophone = true;
+    const auto refused = [&](const std::string& server) {
+        X11ScreenCapturer capturer({display.name(), server});
+        try {
+            capturer.start(configuration);
+            capturer.stop();
+            return false;
+        } catch (const CaptureError& e) {
+            return e.kind() == CaptureError::Kind::microphoneDenied;
+        }
+    };
+    EXPECT_TRUE(refused("unix:/nonexistent")); // no sound server at all
+    // A default source that is only the monitor of a sink is no microphone.
+    ASSERT_TRUE(sound.run("pactl set-default-source sysaudio.monitor"));
+    EXPECT_TRUE(refused(sound.server()));
+    EXPECT_FALSE(std::filesystem::exists(configuration.outputURL));
+}
+
+TEST(X11ScreenCapturer, ATakeOutlivesARecorderKilledPartWay) {
+    const VirtualDisplay display;
+    const SoundServer sound;
+    if (display.name().empty() || !sound.up()) {
+        GTEST_SKIP() << "no Xvfb or no PulseAudio";
+    }
+    const TempDir dir;
+    const pid_t recorder = fork();
+    if (recorder == 0) {
+        setenv("DISPLAY", display.name().c_str(), 1);
+        setenv("PULSE_SERVER", sound.server().c_str(), 1);
+        setenv("TMPDIR", dir.path().c_str(), 1);
+        std::freopen("/dev/null", "w", stdout);
+        std::freopen("/dev/null", "w", stderr);
+        execl(MARLOWICK_CLI, MARLOWICK_CLI, "record", "-o", (dir / "never.marlowick").c_str(), "--mic",
+              "--countdown", "0", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    // The take begins when its file appears in the temporary directory.
+    std::filesystem::path take;
+    for (int i = 0; i < 200 && take.empty(); ++i) {
+        std::this_thread::sleep_for(20ms);
+        for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+            if (entry.path().filename().string().starts_with("take-")) {
+                take = entry.path();
+            }
+        }
+    }
+    ASSERT_FALSE(take.empty());
+    const double began = now();
+    std::this_thread::sleep_for(4s);
+    const double killed = now();
+    kill(recorder, SIGKILL);
+    waitpid(recorder, nullptr, 0);
+
+    double last = 0;
+    const std::size_t frames = frameCount(take, &last);
+    EXPECT_GE(last, killed - began - 2.0);
+    EXPECT_GE(frames, static_cast<std::size_t>((killed - began - 2.0) * 60 * 0.98));
+    EXPECT_EQ(MediaInfo::of(take).audioTracks, 2u);
+    // And it can still be made into an ordinary movie with the same pictures.
+    RecordingWriter::finalise(take);
+    EXPECT_EQ(frameCount(take), frames);
+}
