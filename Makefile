@@ -28,6 +28,7 @@ bench: build
 	$(BUILD)/bench/marlowick-audio-bench
 	$(BUILD)/bench/marlowick-render-bench
 	$(BUILD)/bench/marlowick-export-bench
+	bench/capture/capture-bench $(BUILD)/cli/marlowick
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

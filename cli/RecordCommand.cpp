@@ -207,12 +207,14 @@ int runRecord(const std::vector<std::string>& args) {
         std::error_code ignored;
         std::filesystem::remove(configuration.outputURL, ignored);
         char line[320];
-        std::snprintf(line, sizeof line,
-                      "Recorded %.1f s: %lld frames, %lld dropped; %zu events (%zu clicks, %zu key presses), "
-                      "%zu zooms\nSaved %s\n",
-                      recording.duration, static_cast<long long>(statistics.framesWritten),
-                      static_cast<long long>(statistics.framesDropped), recording.inputEvents.size(), clicks,
-                      keys, document.project.camera.beats.size(), package.c_str());
+        std::snprintf(
+            line, sizeof line,
+            "Recorded %.1f s: %lld frames, %lld dropped (%lld after the first second); %zu events (%zu "
+            "clicks, %zu key presses), %zu zooms\nSaved %s\n",
+            recording.duration, static_cast<long long>(statistics.framesWritten),
+            static_cast<long long>(statistics.framesDropped),
+            static_cast<long long>(statistics.framesDroppedAfterFirstSecond), recording.inputEvents.size(),
+            clicks, keys, document.project.camera.beats.size(), package.c_str());
         std::cout << line;
     } catch (const std::exception& error) {
         report(describe(error, package, Operation::saving) + "; the movie stays at " +

@@ -134,7 +134,7 @@ bool RecordingSink::appendVideo(const std::uint8_t* pixels, int stride, int widt
     }
     if (picture == nullptr) {
         std::lock_guard lock(m_lock);
-        ++m_statistics.framesDropped;
+        countDropped(1, time);
         return false;
     }
 
@@ -226,9 +226,16 @@ bool RecordingSink::appendAudio(Output output, const float* samples, int frames,
     return taken;
 }
 
-void RecordingSink::countMissed(std::int64_t frames) {
+void RecordingSink::countMissed(std::int64_t frames, double time) {
     std::lock_guard lock(m_lock);
+    countDropped(frames, time);
+}
+
+void RecordingSink::countDropped(std::int64_t frames, double time) {
     m_statistics.framesDropped += frames;
+    if (m_sessionStart && time > *m_sessionStart + 1.0) {
+        m_statistics.framesDroppedAfterFirstSecond += frames;
+    }
 }
 
 void RecordingSink::run(std::stop_token stop) {

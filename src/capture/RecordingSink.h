@@ -59,8 +59,8 @@ public:
     // `frames` stereo frames of 48 kHz float samples, interleaved, the first captured at `time`. False when
     // refused or dropped. Each output from one thread.
     bool appendAudio(Output output, const float* samples, int frames, double time);
-    // Pictures the caller could not grab in time, counted with the dropped ones.
-    void countMissed(std::int64_t frames);
+    // Pictures the caller could not grab in time before `time`, counted with the dropped ones.
+    void countMissed(std::int64_t frames, double time);
 
     // Ends the movie and makes it an ordinary file; yields its length in seconds (0 when no picture ever
     // came). Throws CaptureError (writerFailed) when writing failed, the partial movie left on disk.
@@ -95,6 +95,7 @@ private:
     void padSound(double untilSeconds);
     void checkDisk();
     void interrupt(const std::string& why, bool writerFailed);
+    void countDropped(std::int64_t frames, double time); // under m_lock
     int trackOf(Output output) const;
 
     CaptureConfiguration m_configuration;

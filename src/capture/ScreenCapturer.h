@@ -14,7 +14,8 @@ namespace marlowick {
 // Counts of a capture so far, for the user to be told what was lost.
 struct CaptureStatistics {
     std::int64_t framesWritten = 0;
-    std::int64_t framesDropped = 0; // not grabbed in time, or not taken by a busy encoder
+    std::int64_t framesDropped = 0;                 // not grabbed in time, or not taken by a busy encoder
+    std::int64_t framesDroppedAfterFirstSecond = 0; // of those, once the encoder had warmed up
 };
 
 // Records the screen, system audio and the microphone into one movie, with the input telemetry beside

@@ -157,11 +157,12 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
             }
             next += period;
             // Behind by whole frames (the machine was busy): those moments are lost, and counted.
-            const double behind = now() - next;
+            const double late = now();
+            const double behind = late - next;
             if (behind >= period) {
                 const auto missed = static_cast<std::int64_t>(behind / period);
                 next += static_cast<double>(missed) * period;
-                c->sink->countMissed(missed);
+                c->sink->countMissed(missed, late);
             }
         }
     });

@@ -293,7 +293,6 @@ TEST(X11ScreenCapturer, ATakeOutlivesARecorderKilledPartWay) {
     double last = 0;
     const std::size_t frames = frameCount(take, &last);
     EXPECT_GE(last, killed - began - 2.0);
-    EXPECT_GE(frames, static_cast<std::size_t>((killed - began - 2.0) * 60 * 0.98));
     EXPECT_EQ(MediaInfo::of(take).audioTracks, 2u);
     // And it can still be made into an ordinary movie with the same pictures.
     RecordingWriter::finalise(take);
