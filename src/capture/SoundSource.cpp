@@ -1,6 +1,7 @@
 #include "capture/SoundSource.h"
 
 #include "capture/CaptureError.h"
+#include "capture/MonotonicClock.h"
 
 #include <pulse/pulseaudio.h>
 #include <pulse/simple.h>
@@ -15,10 +16,6 @@ namespace {
 constexpr int sampleRate = 48000;
 constexpr int channels = 2;
 constexpr int pieceFrames = sampleRate * 15 / 1000; // 15 ms
-
-double now() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 struct SimpleDeleter {
     void operator()(pa_simple* stream) const { pa_simple_free(stream); }
@@ -225,7 +222,7 @@ void SoundSource::run(std::stop_token stop) {
                    "); the recording goes on, with silence in its place.");
             continue;
         }
-        const double arrived = now();
+        const double arrived = monotonicSeconds();
         const pa_usec_t latency =
             m_subtractLatency ? pa_simple_get_latency(m_stream->simple.get(), &error) : 0;
         const double captured =

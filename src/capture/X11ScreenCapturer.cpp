@@ -1,6 +1,7 @@
 #include "capture/X11ScreenCapturer.h"
 
 #include "capture/InputMonitor.h"
+#include "capture/MonotonicClock.h"
 #include "capture/RecordingSink.h"
 #include "capture/SoundSource.h"
 #include "capture/X11FrameGrabber.h"
@@ -14,14 +15,6 @@
 #include <thread>
 
 namespace marlowick {
-
-namespace {
-
-double now() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-} // namespace
 
 struct X11ScreenCapturer::Capture {
     CaptureConfiguration configuration;
@@ -136,13 +129,13 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
 
     capture->grabbing = std::jthread([this, c](std::stop_token stop) {
         const double period = 1.0 / std::max(1.0, c->configuration.frameRate);
-        double next = now();
+        double next = monotonicSeconds();
         while (!stop.stop_requested()) {
-            const double wait = next - now();
+            const double wait = next - monotonicSeconds();
             if (wait > 0) {
                 std::this_thread::sleep_for(std::chrono::duration<double>(wait));
             }
-            const double time = now();
+            const double time = monotonicSeconds();
             try {
                 const std::uint8_t* pixels = c->grabber->grab();
                 c->sink->appendVideo(pixels, c->grabber->stride(), c->grabber->width(), c->grabber->height(),
@@ -157,7 +150,7 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
             }
             next += period;
             // Behind by whole frames (the machine was busy): those moments are lost, and counted.
-            const double late = now();
+            const double late = monotonicSeconds();
             const double behind = late - next;
             if (behind >= period) {
                 const auto missed = static_cast<std::int64_t>(behind / period);
