@@ -138,8 +138,9 @@ struct SoundSource::Stream {
     Simple simple;
 };
 
-std::optional<std::string> SoundSource::defaultMicrophone(const std::string& server) {
-    Introspection introspection(server);
+namespace {
+
+std::optional<std::string> defaultMicrophoneOf(Introspection& introspection) {
     if (!introspection.connected()) {
         return std::nullopt;
     }
@@ -154,6 +155,13 @@ std::optional<std::string> SoundSource::defaultMicrophone(const std::string& ser
     return source;
 }
 
+} // namespace
+
+std::optional<std::string> SoundSource::defaultMicrophone(const std::string& server) {
+    Introspection introspection(server);
+    return defaultMicrophoneOf(introspection);
+}
+
 SoundSource::SoundSource(Kind kind, std::string server, Deliver deliver, Warn warn)
     : m_kind(kind)
     , m_server(std::move(server))
@@ -161,7 +169,7 @@ SoundSource::SoundSource(Kind kind, std::string server, Deliver deliver, Warn wa
     , m_warn(std::move(warn)) {
     if (kind == Kind::microphone) {
         Introspection introspection(m_server);
-        const std::optional<std::string> microphone = defaultMicrophone(m_server);
+        const std::optional<std::string> microphone = defaultMicrophoneOf(introspection);
         if (!microphone) {
             throw CaptureError(CaptureError::Kind::microphoneDenied);
         }
@@ -169,7 +177,7 @@ SoundSource::SoundSource(Kind kind, std::string server, Deliver deliver, Warn wa
         // A hardware device's latency is sound captured but not yet handed over. A virtual source's (a
         // monitor, a remap of one) counts sound its sink rendered ahead of time: it arrives early, not
         // late, so it is stamped on arrival.
-        m_subtractLatency = introspection.connected() && introspection.source(m_device).hardware;
+        m_subtractLatency = introspection.source(m_device).hardware;
     } else {
         m_device = "@DEFAULT_MONITOR@";
         m_subtractLatency = false;

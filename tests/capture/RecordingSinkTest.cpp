@@ -6,6 +6,7 @@
 #include "media/AudioFile.h"
 #include "media/MediaInfo.h"
 #include "media/VideoDecoder.h"
+#include "support/TakeAnalysis.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -49,37 +50,6 @@ void feedSound(RecordingSink& sink, RecordingSink::Output output, double from, d
         }
         sink.appendAudio(output, samples.data(), piece, t);
     }
-}
-
-// Root mean square of a decoded track between two times.
-double level(const std::vector<float>& track, double from, double to) {
-    const auto a = static_cast<std::size_t>(std::max(0.0, from) * 48000);
-    const auto b = std::min(track.size(), static_cast<std::size_t>(to * 48000));
-    double sum = 0;
-    for (std::size_t i = a; i < b; ++i) {
-        sum += track[i] * track[i];
-    }
-    return b > a ? std::sqrt(sum / static_cast<double>(b - a)) : 0;
-}
-
-// The first moment the track's level over 5 ms rises above a third of `amplitude` after `from`.
-double onset(const std::vector<float>& track, double from, double amplitude) {
-    for (double t = from; t < static_cast<double>(track.size()) / 48000; t += 0.001) {
-        if (level(track, t, t + 0.005) > amplitude / 3) {
-            return t;
-        }
-    }
-    return -1;
-}
-
-std::vector<double> frameTimes(const std::filesystem::path& movie) {
-    VideoDecoder decoder(movie);
-    std::vector<double> times;
-    BgraImage image;
-    while (const auto time = decoder.next(image, [](double) { return true; })) {
-        times.push_back(*time);
-    }
-    return times;
 }
 
 } // namespace
@@ -136,7 +106,7 @@ TEST(RecordingSink, TheMovieStartsOnTheFirstPictureWithVideoThenSystemSoundThenT
     EXPECT_GT(level(system, 0.1, 0.9), 0.2);
     EXPECT_LT(level(microphone, 0.1, 0.45), 0.01);
     EXPECT_GT(level(microphone, 0.55, 0.65), 0.2);
-    EXPECT_NEAR(onset(microphone, 0.0, 0.5), 0.5, 0.01);
+    EXPECT_NEAR(onset(microphone, 0.5 / 3), 0.5, 0.01);
     EXPECT_LT(level(microphone, 0.75, 0.95), 0.01);
 }
 
@@ -170,9 +140,9 @@ TEST(RecordingSink, ASilentStretchOfADeviceIsFilledSoTheSoundStaysInStep) {
     }
     sink.finish();
     const std::vector<float> system = AudioFile::decodeTrack(movie, 0);
-    EXPECT_NEAR(onset(system, 0.0, 0.5), 0.05, 0.01);
+    EXPECT_NEAR(onset(system, 0.5 / 3), 0.05, 0.01);
     EXPECT_LT(level(system, 0.55, 1.45), 0.01);
-    EXPECT_NEAR(onset(system, 0.55, 0.5), 1.5, 0.01);
+    EXPECT_NEAR(onset(system, 0.5 / 3, 0.55), 1.5, 0.01);
     EXPECT_NEAR(static_cast<double>(system.size()) / 48000, 2.0, 0.05);
 }
 

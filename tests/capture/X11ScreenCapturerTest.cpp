@@ -10,6 +10,7 @@
 #include "media/VideoDecoder.h"
 #include "support/FakeUser.h"
 #include "support/SoundServer.h"
+#include "support/TakeAnalysis.h"
 #include "support/TempDir.h"
 #include "support/VirtualDisplay.h"
 
@@ -59,38 +60,6 @@ void writeTone(const std::filesystem::path& path, double frequency, double secon
             put(static_cast<std::uint16_t>(s), 2);
         }
     }
-}
-
-double level(const std::vector<float>& track, double from, double to) {
-    const auto a = static_cast<std::size_t>(std::max(0.0, from) * 48000);
-    const auto b = std::min(track.size(), static_cast<std::size_t>(std::max(0.0, to) * 48000));
-    double sum = 0;
-    for (std::size_t i = a; i < b; ++i) {
-        sum += track[i] * track[i];
-    }
-    return b > a ? std::sqrt(sum / static_cast<double>(b - a)) : 0;
-}
-
-double onset(const std::vector<float>& track, double threshold) {
-    for (double t = 0; t < static_cast<double>(track.size()) / 48000; t += 0.001) {
-        if (level(track, t, t + 0.005) > threshold) {
-            return t;
-        }
-    }
-    return -1;
-}
-
-std::size_t frameCount(const std::filesystem::path& movie, double* last = nullptr) {
-    VideoDecoder decoder(movie);
-    BgraImage image;
-    std::size_t count = 0;
-    while (const auto time = decoder.next(image, [](double) { return true; })) {
-        ++count;
-        if (last != nullptr) {
-            *last = *time;
-        }
-    }
-    return count;
 }
 
 } // namespace
@@ -171,7 +140,7 @@ TEST(X11ScreenCapturer, RecordsPicturesTelemetryAndBothSoundsOnOneClock) {
     }
 
     // N seconds at 60 fps hold N × 60 frames, within 2%.
-    const std::size_t frames = frameCount(configuration.outputURL);
+    const std::size_t frames = frameTimes(configuration.outputURL).size();
     const CaptureStatistics statistics = capturer.statistics();
     EXPECT_EQ(static_cast<std::int64_t>(frames), statistics.framesWritten);
     EXPECT_NEAR(static_cast<double>(frames), recording.duration * 60, recording.duration * 60 * 0.02);
@@ -290,11 +259,13 @@ TEST(X11ScreenCapturer, ATakeOutlivesARecorderKilledPartWay) {
     kill(recorder, SIGKILL);
     waitpid(recorder, nullptr, 0);
 
-    double last = 0;
-    const std::size_t frames = frameCount(take, &last);
+    const std::vector<double> times = frameTimes(take);
+    ASSERT_FALSE(times.empty());
+    const double last = times.back();
+    const std::size_t frames = times.size();
     EXPECT_GE(last, killed - began - 2.0);
     EXPECT_EQ(MediaInfo::of(take).audioTracks, 2u);
     // And it can still be made into an ordinary movie with the same pictures.
     RecordingWriter::finalise(take);
-    EXPECT_EQ(frameCount(take), frames);
+    EXPECT_EQ(frameTimes(take).size(), frames);
 }
