@@ -159,8 +159,8 @@ bool RecordingSink::appendVideo(const std::uint8_t* pixels, int stride, int widt
         }
     }
     av_frame_make_writable(&frame);
-    const std::uint8_t* planes[1] = {pixels};
-    const int strides[1] = {stride};
+    const std::uint8_t* planes[4] = {pixels};
+    const int strides[4] = {stride};
     if (c.same) {
         c.same->convert(planes, strides, frame.data, frame.linesize);
     } else if (c.scaling) {

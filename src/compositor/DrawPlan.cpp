@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <optional>
 
 namespace marlowick {
@@ -150,6 +151,30 @@ std::vector<DrawStep> planDraws(const FrameUniforms& u, int width, int height) {
     }
     std::erase_if(steps, [](const DrawStep& s) { return s.region.empty(); });
     return steps;
+}
+
+PixelRect canvasReach(const FrameUniforms& u, const PixelRect& area, int sourceWidth, int sourceHeight,
+                      int width, int height) {
+    const auto w = static_cast<float>(std::max(sourceWidth, 1));
+    const auto h = static_cast<float>(std::max(sourceHeight, 1));
+    const Float2 a = toCanvas(u, {static_cast<float>(area.x - 1) / w, static_cast<float>(area.y - 1) / h});
+    const Float2 b =
+        toCanvas(u, {static_cast<float>(area.right() + 1) / w, static_cast<float>(area.bottom() + 1) / h});
+    const double infinity = std::numeric_limits<double>::infinity();
+    const double x0 = area.x <= 0 ? -infinity : std::min(a.x, b.x);
+    const double y0 = area.y <= 0 ? -infinity : std::min(a.y, b.y);
+    const double x1 = area.right() >= sourceWidth ? infinity : std::max(a.x, b.x);
+    const double y1 = area.bottom() >= sourceHeight ? infinity : std::max(a.y, b.y);
+    auto clampTo = [](double v, int limit) { return std::clamp(v, 0.0, static_cast<double>(limit)); };
+    const double left = clampTo(std::floor(x0) - 1, width);
+    const double top = clampTo(std::floor(y0) - 1, height);
+    const double right = clampTo(std::ceil(x1) + 1, width);
+    const double bottom = clampTo(std::ceil(y1) + 1, height);
+    if (!std::isfinite(a.x) || !std::isfinite(a.y) || !std::isfinite(b.x) || !std::isfinite(b.y)) {
+        return {0, 0, width, height};
+    }
+    return {static_cast<int>(left), static_cast<int>(top), static_cast<int>(right - left),
+            static_cast<int>(bottom - top)};
 }
 
 } // namespace marlowick

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "compositor/FrameUniforms.h"
+#include "compositor/PixelRect.h"
 
 #include <vector>
 
@@ -21,17 +22,6 @@ constexpr unsigned surface = 256; // the recording, with the ripple and cursor t
 constexpr unsigned all = tilt | under | shadow | device | ripple | cursor | caption | surface;
 } // namespace CompositorFeature
 
-// A rectangle of canvas pixels, top-left origin.
-struct PixelRect {
-    int x = 0;
-    int y = 0;
-    int width = 0;
-    int height = 0;
-
-    bool empty() const { return width <= 0 || height <= 0; }
-    friend bool operator==(const PixelRect&, const PixelRect&) = default;
-};
-
 struct DrawStep {
     PixelRect region;
     unsigned features; // CompositorFeature bits
@@ -46,5 +36,12 @@ struct DrawStep {
 // steps overwrite earlier ones; every pixel ends with the value the whole program gives it. A tilted frame is
 // one step with everything.
 std::vector<DrawStep> planDraws(const FrameUniforms& u, int width, int height);
+
+// The canvas pixels an untilted frame's sampling can carry `area` of a `sourceWidth` × `sourceHeight` source
+// to: the area grown by the texel that filtering blends in on each side, placed through the crop and the
+// camera, and a pixel more; on a side where the area meets the source's edge, which sampling repeats beyond
+// it, out to the canvas's edge. Clipped to the canvas.
+PixelRect canvasReach(const FrameUniforms& u, const PixelRect& area, int sourceWidth, int sourceHeight,
+                      int width, int height);
 
 } // namespace marlowick

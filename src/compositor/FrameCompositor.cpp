@@ -168,10 +168,10 @@ std::vector<DrawStep> FrameCompositor::plan(const FrameUniforms& u, int canvasWi
                : std::vector<DrawStep>{{{0, 0, canvasWidth, canvasHeight}, CompositorFeature::all}};
 }
 
-bool FrameCompositor::renderSequence(const BgraTexture& source, int canvasWidth, int canvasHeight,
-                                     const Project& project, double t,
-                                     const std::optional<CursorFrame>& cursor, bool topRowFirst,
-                                     bool sourceChanged) {
+std::vector<PixelRect> FrameCompositor::renderSequence(const BgraTexture& source, int canvasWidth,
+                                                       int canvasHeight, const Project& project, double t,
+                                                       const std::optional<CursorFrame>& cursor,
+                                                       bool topRowFirst, const SourceChange& change) {
     const auto [u, caption] = prepare(canvasWidth, canvasHeight, project, t, cursor);
     std::vector<DrawStep> steps = plan(u, canvasWidth, canvasHeight);
     std::vector<PixelRect> overlays;
@@ -182,25 +182,61 @@ bool FrameCompositor::renderSequence(const BgraTexture& source, int canvasWidth,
     }
     const bool sameCanvas = m_lastSequenceFrame && m_lastTopRowFirst == topRowFirst &&
                             canvasLevel(*m_lastSequenceFrame) == canvasLevel(u);
-    if (sameCanvas) {
+    std::vector<PixelRect> drawn;
+    if (!sameCanvas) {
+        drawn.push_back({0, 0, canvasWidth, canvasHeight});
+    } else {
         // A caption's texture may be rebuilt with other words at the same place, so its frames always draw.
-        if (!sourceChanged && caption == &m_blank && *m_lastSequenceFrame == u) {
-            return false;
+        if (change.none() && caption == &m_blank && *m_lastSequenceFrame == u) {
+            return {};
         }
-        // The framebuffer holds the same canvas: only the recording and what lies over it are drawn again,
-        // and the places where the last frame's cursor, ripple or caption were, to take them away.
-        std::erase_if(steps, [](const DrawStep& step) {
-            return (step.features & (CompositorFeature::surface | CompositorFeature::interior)) == 0;
-        });
+        auto onSurface = [](const DrawStep& step) {
+            return (step.features & (CompositorFeature::surface | CompositorFeature::interior)) != 0;
+        };
+        const bool sameCamera = m_lastSequenceFrame->cameraCenter == u.cameraCenter &&
+                                m_lastSequenceFrame->cameraScale == u.cameraScale && u.tiltEnabled < 0.5f;
+        std::vector<DrawStep> parts;
+        if (sameCamera && !change.whole) {
+            // The recording sits where it sat: only what the source's changes reach is drawn again, then what
+            // lies over it, now and in the last frame.
+            std::vector<PixelRect> reach;
+            for (const PixelRect& area : change.areas) {
+                reach.push_back(
+                    canvasReach(u, area, source.width(), source.height(), canvasWidth, canvasHeight));
+            }
+            for (const DrawStep& step : steps) {
+                if (step.overlay) {
+                    parts.push_back(step);
+                } else if (onSurface(step)) {
+                    for (const PixelRect& r : reach) {
+                        const PixelRect part = PixelRect::intersection(step.region, r);
+                        if (!part.empty()) {
+                            parts.push_back({part, step.features});
+                        }
+                    }
+                }
+            }
+        } else {
+            // The framebuffer holds the same canvas: only the recording and what lies over it are drawn.
+            std::erase_if(steps, [&](const DrawStep& step) { return !onSurface(step) && !step.overlay; });
+            parts = std::move(steps);
+        }
+        // The places where the last frame's cursor, ripple or caption were, to take them away.
         for (const PixelRect& region : m_lastOverlays) {
-            steps.push_back({region, CompositorFeature::all});
+            parts.push_back({region, CompositorFeature::all});
+        }
+        steps = std::move(parts);
+        for (const DrawStep& step : steps) {
+            drawn.push_back(step.region);
         }
     }
-    draw(source, u, *caption, canvasWidth, canvasHeight, topRowFirst, steps);
+    if (!steps.empty()) {
+        draw(source, u, *caption, canvasWidth, canvasHeight, topRowFirst, steps);
+    }
     m_lastSequenceFrame = u;
     m_lastTopRowFirst = topRowFirst;
     m_lastOverlays = std::move(overlays);
-    return true;
+    return drawn;
 }
 
 void FrameCompositor::draw(const BgraTexture& source, const FrameUniforms& u, const BgraTexture& caption,

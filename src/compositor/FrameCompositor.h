@@ -12,6 +12,17 @@ namespace marlowick {
 
 class CaptionRenderer;
 
+// Which pixels of the source picture changed since the last frame of a sequence.
+struct SourceChange {
+    bool whole = true;            // all of them, or nobody knows which
+    std::vector<PixelRect> areas; // when not whole: those in these areas; none when it is the same picture
+
+    static SourceChange everywhere() { return {}; }
+    static SourceChange nowhere() { return {false, {}}; }
+    static SourceChange within(std::vector<PixelRect> areas) { return {false, std::move(areas)}; }
+    bool none() const { return !whole && areas.empty(); }
+};
+
 // Turns one source image, a project, a time and a cursor into one finished frame, in a single draw of
 // the compositor program. It draws into whatever framebuffer is bound in the current GL context and owns
 // no context itself, so that headless export and the preview run the very same code.
@@ -32,16 +43,18 @@ public:
     void render(const BgraTexture& source, int canvasWidth, int canvasHeight, const Project& project,
                 double t, const std::optional<CursorFrame>& cursor, bool topRowFirst);
 
-    // The same, for a sequence of frames drawn into one framebuffer that keeps its contents. While the
-    // canvas stays as it was (everything but the camera, the cursor, the ripple and the caption), only the
-    // recording and what lies over it are drawn again, with the places the last frame's cursor, ripple and
-    // caption took. When moreover the source is unchanged since the last call (`sourceChanged` false) and
-    // the frame would be drawn with exactly the same values, nothing is drawn. The pixels are those of
-    // `render`; a software renderer is spared the background, the shadow, and at rest the whole draw.
-    // Returns whether it drew. A frame with a caption on it is always drawn.
-    bool renderSequence(const BgraTexture& source, int canvasWidth, int canvasHeight, const Project& project,
-                        double t, const std::optional<CursorFrame>& cursor, bool topRowFirst,
-                        bool sourceChanged);
+    // The same, for a sequence of frames drawn into one framebuffer that keeps its contents, with `source`
+    // changed since the last call where `change` says. While the canvas stays as it was (everything but the
+    // camera, the cursor, the ripple and the caption), only the recording and what lies over it are drawn
+    // again, with the places the last frame's cursor, ripple and caption took; while the camera stays too,
+    // only the places the source's changes reach. When nothing changed at all, nothing is drawn. The pixels
+    // are those of `render`: a software renderer is spared the background, the shadow, and most of the
+    // recording of a screen take that changes in a few places. Returns the areas of the canvas it drew, top
+    // row first: all that differs from the last frame lies within them. A caption on a frame is always drawn.
+    std::vector<PixelRect> renderSequence(const BgraTexture& source, int canvasWidth, int canvasHeight,
+                                          const Project& project, double t,
+                                          const std::optional<CursorFrame>& cursor, bool topRowFirst,
+                                          const SourceChange& change);
 
     // Forgets the cached captions, after a cue's words were edited.
     void invalidateCaptions();

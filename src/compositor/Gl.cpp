@@ -56,6 +56,19 @@ void BgraTexture::upload(const std::uint8_t* bgra, int width, int height, int st
     glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
 }
 
+void BgraTexture::update(const std::uint8_t* bgra, int stride, const PixelRect& area) {
+    glBindTexture(GL_TEXTURE_2D, m_texture.get());
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, stride / 4);
+    glPixelStorei(GL_UNPACK_SKIP_PIXELS, area.x);
+    glPixelStorei(GL_UNPACK_SKIP_ROWS, area.y);
+    glTexSubImage2D(GL_TEXTURE_2D, 0, area.x, area.y, area.width, area.height, GL_RGBA, GL_UNSIGNED_BYTE,
+                    bgra);
+    glPixelStorei(GL_UNPACK_SKIP_PIXELS, 0);
+    glPixelStorei(GL_UNPACK_SKIP_ROWS, 0);
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+}
+
 RenderTarget::RenderTarget(int width, int height)
     : m_texture(newTexture())
     , m_width(width)

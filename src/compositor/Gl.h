@@ -6,6 +6,8 @@
 #define GL_GLEXT_PROTOTYPES 1
 #include <GL/glcorearb.h>
 
+#include "compositor/PixelRect.h"
+
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -72,6 +74,9 @@ public:
     BgraTexture();
     // Replaces the contents; `stride` is the bytes from one row to the next, row 0 at the top.
     void upload(const std::uint8_t* bgra, int width, int height, int stride);
+    // Replaces `area` of the contents with that area of an image of the texture's size at `bgra` (or at that
+    // offset of the bound pixel unpack buffer), rows `stride` bytes apart.
+    void update(const std::uint8_t* bgra, int stride, const PixelRect& area);
     GLuint get() const { return m_texture.get(); }
     int width() const { return m_width; }
     int height() const { return m_height; }

@@ -1,5 +1,6 @@
 #include "compositor/PixelTransfer.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -44,43 +45,83 @@ bool PixelTransfer::isSoftwareRenderer(const char* renderer) {
 
 void PixelTransfer::upload(BgraTexture& texture, const std::uint8_t* bgra, int width, int height,
                            int stride) {
-    if (!m_streaming) {
+    if (!m_streaming || texture.width() != width || texture.height() != height) {
         texture.upload(bgra, width, height, stride);
         return;
     }
-    const auto bytes = static_cast<GLsizeiptr>(stride) * height;
+    uploadAreas(texture, bgra, stride, {{0, 0, width, height}});
+}
+
+void PixelTransfer::uploadAreas(BgraTexture& texture, const std::uint8_t* bgra, int stride,
+                                const std::vector<PixelRect>& areas) {
+    if (!m_streaming) {
+        for (const PixelRect& area : areas) {
+            texture.update(bgra, stride, area);
+        }
+        return;
+    }
+    const auto bytes = static_cast<GLsizeiptr>(stride) * texture.height();
     glBindBuffer(GL_PIXEL_UNPACK_BUFFER, m_unpack[m_nextUnpack].get());
     m_nextUnpack = (m_nextUnpack + 1) % m_unpack.size();
     // Orphaning the storage lets the driver hand out fresh memory while an earlier copy still reads the old.
     glBufferData(GL_PIXEL_UNPACK_BUFFER, bytes, nullptr, GL_STREAM_DRAW);
-    void* mapped =
-        glMapBufferRange(GL_PIXEL_UNPACK_BUFFER, 0, bytes, GL_MAP_WRITE_BIT | GL_MAP_INVALIDATE_BUFFER_BIT);
+    auto* mapped = static_cast<std::uint8_t*>(
+        glMapBufferRange(GL_PIXEL_UNPACK_BUFFER, 0, bytes, GL_MAP_WRITE_BIT | GL_MAP_INVALIDATE_BUFFER_BIT));
     if (mapped == nullptr) {
         glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
-        texture.upload(bgra, width, height, stride);
+        for (const PixelRect& area : areas) {
+            texture.update(bgra, stride, area);
+        }
         return;
     }
-    std::memcpy(mapped, bgra, static_cast<std::size_t>(bytes));
+    // The areas go to the places they have in the image, so the buffer reads as the image would.
+    for (const PixelRect& area : areas) {
+        for (int y = area.y; y < area.bottom(); ++y) {
+            const auto offset = static_cast<std::size_t>(y) * static_cast<std::size_t>(stride) +
+                                static_cast<std::size_t>(area.x) * 4;
+            std::memcpy(mapped + offset, bgra + offset, static_cast<std::size_t>(area.width) * 4);
+        }
+    }
     glUnmapBuffer(GL_PIXEL_UNPACK_BUFFER);
-    texture.upload(nullptr, width, height, stride); // from offset 0 of the bound buffer
+    for (const PixelRect& area : areas) {
+        texture.update(nullptr, stride, area); // from the bound buffer
+    }
     glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
 }
 
 std::vector<std::uint64_t> PixelTransfer::read(int width, int height, std::uint8_t* destination,
                                                std::uint64_t tag) {
-    const auto bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
+    return readAreas(width, height, {{0, 0, width, height}}, destination, tag);
+}
+
+std::vector<std::uint64_t> PixelTransfer::readAreas(int width, int height,
+                                                    const std::vector<PixelRect>& areas,
+                                                    std::uint8_t* destination, std::uint64_t tag) {
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
+    glPixelStorei(GL_PACK_ROW_LENGTH, width);
+    auto readEach = [&](std::uint8_t* base) {
+        for (const PixelRect& area : areas) {
+            glPixelStorei(GL_PACK_SKIP_PIXELS, area.x);
+            glPixelStorei(GL_PACK_SKIP_ROWS, area.y);
+            glReadPixels(area.x, area.y, area.width, area.height, GL_RGBA, GL_UNSIGNED_BYTE, base);
+        }
+        glPixelStorei(GL_PACK_SKIP_PIXELS, 0);
+        glPixelStorei(GL_PACK_SKIP_ROWS, 0);
+        glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+    };
     if (!m_streaming) {
-        glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, destination);
+        readEach(destination);
         return {tag};
     }
+    const auto bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
     const GLuint buffer = m_pack[m_nextPack].get();
     m_nextPack = (m_nextPack + 1) % m_pack.size();
     glBindBuffer(GL_PIXEL_PACK_BUFFER, buffer);
     glBufferData(GL_PIXEL_PACK_BUFFER, static_cast<GLsizeiptr>(bytes), nullptr, GL_STREAM_READ);
-    glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    readEach(nullptr); // into the bound buffer, each area at its place in the frame
     glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
-    m_pending.push_back({buffer, glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0), destination, bytes, tag});
+    m_pending.push_back(
+        {buffer, glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0), destination, width, areas, tag});
     glFlush(); // start the copy now, not at the next implicit flush
 
     std::vector<std::uint64_t> done;
@@ -106,15 +147,36 @@ void PixelTransfer::complete(PendingRead& read) {
     glClientWaitSync(read.fence, GL_SYNC_FLUSH_COMMANDS_BIT, GL_TIMEOUT_IGNORED);
     glDeleteSync(read.fence);
     read.fence = nullptr;
+    if (read.areas.empty()) {
+        return;
+    }
+    // Only the rows the areas span are mapped.
+    const auto rowBytes = static_cast<std::size_t>(read.width) * 4;
+    int top = read.areas.front().y;
+    int bottom = read.areas.front().bottom();
+    for (const PixelRect& area : read.areas) {
+        top = std::min(top, area.y);
+        bottom = std::max(bottom, area.bottom());
+    }
+    const std::size_t start = static_cast<std::size_t>(top) * rowBytes;
+    const std::size_t length = static_cast<std::size_t>(bottom - top) * rowBytes;
     glBindBuffer(GL_PIXEL_PACK_BUFFER, read.buffer);
-    const void* mapped =
-        glMapBufferRange(GL_PIXEL_PACK_BUFFER, 0, static_cast<GLsizeiptr>(read.bytes), GL_MAP_READ_BIT);
+    const auto* mapped =
+        static_cast<const std::uint8_t*>(glMapBufferRange(GL_PIXEL_PACK_BUFFER, static_cast<GLintptr>(start),
+                                                          static_cast<GLsizeiptr>(length), GL_MAP_READ_BIT));
     if (mapped == nullptr) {
         glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
         throw CompositorError(CompositorError::Kind::noFramebuffer,
                               "the GPU gave no buffer to read a frame from");
     }
-    std::memcpy(read.destination, mapped, read.bytes);
+    for (const PixelRect& area : read.areas) {
+        for (int y = area.y; y < area.bottom(); ++y) {
+            const std::size_t offset =
+                static_cast<std::size_t>(y) * rowBytes + static_cast<std::size_t>(area.x) * 4;
+            std::memcpy(read.destination + offset, mapped + (offset - start),
+                        static_cast<std::size_t>(area.width) * 4);
+        }
+    }
     glUnmapBuffer(GL_PIXEL_PACK_BUFFER);
     glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
 }

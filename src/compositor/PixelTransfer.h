@@ -29,6 +29,9 @@ public:
 
     // Replaces the texture's contents; the caller may reuse `bgra` as soon as this returns.
     void upload(BgraTexture& texture, const std::uint8_t* bgra, int width, int height, int stride);
+    // Replaces only `areas` of a texture that already has the size of the image at `bgra`.
+    void uploadAreas(BgraTexture& texture, const std::uint8_t* bgra, int stride,
+                     const std::vector<PixelRect>& areas);
 
     // Reads the bound read framebuffer's `width` × `height` pixels as the framebuffer stores them, straight
     // R, G, B, A bytes (any other order costs Mesa a converting draw), row 0 first as drawn, into
@@ -36,6 +39,10 @@ public:
     // the tags of the reads now complete, oldest first: this one at once when not streaming, else the one
     // before it. `flush` completes the rest. Throws CompositorError when a buffer can't be mapped.
     std::vector<std::uint64_t> read(int width, int height, std::uint8_t* destination, std::uint64_t tag);
+    // The same for `areas` of the framebuffer alone, each into its own place in `destination`; the rest of
+    // `destination` is left as it is.
+    std::vector<std::uint64_t> readAreas(int width, int height, const std::vector<PixelRect>& areas,
+                                         std::uint8_t* destination, std::uint64_t tag);
     std::vector<std::uint64_t> flush();
 
 private:
@@ -43,7 +50,8 @@ private:
         GLuint buffer;
         GLsync fence;
         std::uint8_t* destination;
-        std::size_t bytes;
+        int width;
+        std::vector<PixelRect> areas;
         std::uint64_t tag;
     };
     void complete(PendingRead& read);

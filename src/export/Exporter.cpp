@@ -39,13 +39,31 @@ constexpr std::size_t finishedFrames = 4;
 struct DecodedFrame {
     double outputTime; // seconds on the finished movie's clock
     BgraImage image;
-    bool changed; // false: the picture is the previous frame's, and `image` holds nothing of it
+    PictureChange change; // where the picture differs from the last one; `image` holds only those areas
 };
 
 struct FinishedFrame {
     double outputTime; // seconds on the finished movie's clock
     std::vector<std::uint8_t> pixels;
+    std::vector<RowSpan> rows; // where the frame differs from the last; `pixels` holds only these rows
 };
+
+std::vector<PixelRect> pixelRects(const std::vector<PictureArea>& areas) {
+    std::vector<PixelRect> rects;
+    for (const PictureArea& a : areas) {
+        rects.push_back({a.x, a.y, a.width, a.height});
+    }
+    return rects;
+}
+
+// The rows the encoder reads for a frame drawn in `drawn`: whole blocks of rows of the canvas.
+std::vector<RowSpan> rowsToEncode(const std::vector<PixelRect>& drawn, int height) {
+    std::vector<RowSpan> rows;
+    for (const PixelRect& r : drawn) {
+        rows.push_back({r.y, r.height});
+    }
+    return VideoEncoder::blocksHolding(rows, height);
+}
 
 // Thrown through the mix renderer's progress report to stop it part way.
 struct MixCancelled {};
@@ -203,10 +221,16 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
             };
             while (auto frame = pipeline.decoded.pop()) {
                 const BgraImage& image = frame->image;
-                if (frame->changed) {
+                const PictureChange& change = frame->change;
+                if (change.whole) {
                     transfer.upload(source, image.bytes.data(), image.width, image.height, image.stride);
+                } else if (!change.areas.empty()) {
+                    transfer.uploadAreas(source, image.bytes.data(), image.stride, pixelRects(change.areas));
                 }
                 const double t = frame->outputTime;
+                const SourceChange sourceChange = change.whole
+                                                      ? SourceChange::everywhere()
+                                                      : SourceChange::within(pixelRects(change.areas));
                 pipeline.emptyImages.push(std::move(frame->image));
                 auto pixels = pipeline.emptyOutputs.pop();
                 if (!pixels) {
@@ -214,12 +238,24 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
                 }
                 pixels->resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4);
                 canvas.bind();
-                compositor.renderSequence(source, width, height, p, t,
-                                          cursor ? cursor->frameAt(t) : std::nullopt, true, frame->changed);
+                const auto cursorFrame = cursor ? cursor->frameAt(t) : std::nullopt;
+                std::vector<PixelRect> drawn;
+                if (followsChanges) {
+                    drawn = compositor.renderSequence(source, width, height, p, t, cursorFrame, true,
+                                                      sourceChange);
+                } else {
+                    compositor.render(source, width, height, p, t, cursorFrame, true);
+                    drawn = {{0, 0, width, height}};
+                }
+                std::vector<RowSpan> rows = rowsToEncode(drawn, height);
+                std::vector<PixelRect> bands;
+                for (const RowSpan& span : rows) {
+                    bands.push_back({0, span.first, width, span.count});
+                }
                 const std::uint64_t tag = nextTag++;
                 std::uint8_t* destination = pixels->data();
-                reading.emplace(tag, FinishedFrame{t, std::move(*pixels)});
-                handOver(transfer.read(width, height, destination, tag));
+                reading.emplace(tag, FinishedFrame{t, std::move(*pixels), std::move(rows)});
+                handOver(transfer.readAreas(width, height, bands, destination, tag));
             }
             handOver(transfer.flush());
             pipeline.finished.finish();
@@ -302,14 +338,14 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
                 if (!image) {
                     return;
                 }
-                bool changed = true;
+                PictureChange change;
                 const auto time = decoder->next(
-                    *image, [&](double t) { return !map.isRemoved(t); }, &changed);
+                    *image, [&](double t) { return !map.isRemoved(t); }, followsChanges ? &change : nullptr);
                 if (!time) {
                     break;
                 }
                 const double output = map.isIdentity() ? *time : map.outputTimeForSource(*time);
-                if (!pipeline.decoded.push({output, std::move(*image), changed})) {
+                if (!pipeline.decoded.push({output, std::move(*image), std::move(change)})) {
                     return;
                 }
             }
@@ -337,7 +373,7 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
             if (!frame) {
                 break;
             }
-            encoder->encode(frame->pixels.data(), width * 4, frame->outputTime);
+            encoder->encodeChanged(frame->pixels.data(), width * 4, frame->outputTime, frame->rows);
             pipeline.emptyOutputs.push(std::move(frame->pixels));
             ++completed;
             report(completed, total);

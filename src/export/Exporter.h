@@ -38,9 +38,15 @@ private:
 // change, and otherwise the rendered mix.
 //
 // Decoding, compositing and encoding run on three threads joined by short queues, so that every core is
-// busy; the calling thread encodes and hears the progress. Stateless: any number of exports may run, each
-// on its own thread.
+// busy; the calling thread encodes and hears the progress. A screen take changes little from one frame to
+// the next, so each stage works only where the frame changed: the decoder converts the changed areas, the
+// compositor draws where they and the cursor land, and only those rows are read back and converted for the
+// encoder. Any number of exports may run, each on its own thread.
 struct Exporter {
+    // Whether each stage works only where frames change (the default), or on every frame whole. Both give
+    // the same movie; the second is there to prove it.
+    bool followsChanges = true;
+
     struct Progress {
         long long completedFrames = 0; // frames written so far
         long long totalFrames = 0;     // estimated from the cut duration and the preset's frame rate

@@ -4,6 +4,7 @@
 #include "media/MediaError.h"
 #include "media/PixelConverter.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -59,7 +60,8 @@ struct VideoDecoder::State {
         return image;
     }
 
-    void convert(const AVFrame& f, BgraImage& image) {
+    // Converts the picture into `image`, or only the blocks of it holding `rows` when given.
+    void convert(const AVFrame& f, BgraImage& image, const std::vector<RowSpan>* rows = nullptr) {
         const auto pixelFormat = static_cast<AVPixelFormat>(f.format);
         if (!converter || converter->width() != f.width || converter->height() != f.height ||
             converter->from() != pixelFormat) {
@@ -79,7 +81,11 @@ struct VideoDecoder::State {
         }
         uint8_t* planes[4] = {image.bytes.data(), nullptr, nullptr, nullptr};
         const int strides[4] = {image.stride, 0, 0, 0};
-        converter->convert(f.data, f.linesize, planes, strides);
+        if (rows != nullptr) {
+            converter->convertRows(f.data, f.linesize, planes, strides, *rows);
+        } else {
+            converter->convert(f.data, f.linesize, planes, strides);
+        }
     }
 };
 
@@ -139,49 +145,139 @@ int VideoDecoder::timeScale() const {
 
 namespace {
 
-// Whether two decoded pictures hold the same pixels, compared plane by plane and row by row.
-bool samePicture(const AVFrame& a, const AVFrame& b) {
+// Rows whose changes lie closer than this are reported as one area: a few areas, each drawn, read and
+// converted in one go, cost less than many thin ones.
+constexpr int areaGap = 16;
+constexpr std::size_t mostAreas = 16;
+// Pixels around a changed sample that its conversion may reach: chroma shared with a neighbour, and
+// interpolated where the converter does so.
+constexpr int conversionReach = 2;
+
+// The index of the first and of the last byte at which `a` and `b`, which differ, differ.
+std::size_t firstDifference(const std::uint8_t* a, const std::uint8_t* b, std::size_t n) {
+    std::size_t i = 0;
+    while (i + 8 <= n && std::memcmp(a + i, b + i, 8) == 0) {
+        i += 8;
+    }
+    while (i < n && a[i] == b[i]) {
+        ++i;
+    }
+    return i;
+}
+std::size_t lastDifference(const std::uint8_t* a, const std::uint8_t* b, std::size_t n) {
+    std::size_t end = n;
+    while (end >= 8 && std::memcmp(a + end - 8, b + end - 8, 8) == 0) {
+        end -= 8;
+    }
+    while (end > 0 && a[end - 1] == b[end - 1]) {
+        --end;
+    }
+    return end - 1;
+}
+
+// Where picture `a` differs from picture `b`: runs of changed rows, each as wide as the changes in its
+// rows reach. Everywhere when they can't be compared (another size or format, frames in GPU memory).
+PictureChange pictureChange(const AVFrame& a, const AVFrame& b) {
     if (a.format != b.format || a.width != b.width || a.height != b.height || a.format < 0) {
-        return false;
+        return PictureChange::everywhere();
     }
     const auto format = static_cast<AVPixelFormat>(a.format);
     const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(format);
-    if (desc == nullptr || (desc->flags & (AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BITSTREAM)) != 0) {
-        return false;
+    if (desc == nullptr ||
+        (desc->flags & (AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BITSTREAM | AV_PIX_FMT_FLAG_PAL)) != 0) {
+        return PictureChange::everywhere();
     }
     int rowBytes[4] = {};
     if (av_image_fill_linesizes(rowBytes, format, a.width) < 0) {
-        return false;
+        return PictureChange::everywhere();
     }
+    const int width = a.width;
+    const int height = a.height;
+    // The changed pixels of each row of the picture, as [left, right).
+    std::vector<int> left(static_cast<std::size_t>(height), width);
+    std::vector<int> right(static_cast<std::size_t>(height), 0);
     const int planes = av_pix_fmt_count_planes(format);
     for (int p = 0; p < planes; ++p) {
         const bool chroma = (p == 1 || p == 2) && (desc->flags & AV_PIX_FMT_FLAG_RGB) == 0;
-        const int rows = chroma ? AV_CEIL_RSHIFT(a.height, desc->log2_chroma_h) : a.height;
+        const int shiftW = chroma ? desc->log2_chroma_w : 0;
+        const int shiftH = chroma ? desc->log2_chroma_h : 0;
+        const int planeWidth = AV_CEIL_RSHIFT(width, shiftW);
+        const int bytesPerPixel = std::max(1, rowBytes[p] / std::max(1, planeWidth));
+        const int rows = AV_CEIL_RSHIFT(height, shiftH);
+        const auto n = static_cast<std::size_t>(rowBytes[p]);
         for (int y = 0; y < rows; ++y) {
-            if (std::memcmp(a.data[p] + static_cast<std::ptrdiff_t>(y) * a.linesize[p],
-                            b.data[p] + static_cast<std::ptrdiff_t>(y) * b.linesize[p],
-                            static_cast<std::size_t>(rowBytes[p])) != 0) {
-                return false;
+            const std::uint8_t* ra = a.data[p] + static_cast<std::ptrdiff_t>(y) * a.linesize[p];
+            const std::uint8_t* rb = b.data[p] + static_cast<std::ptrdiff_t>(y) * b.linesize[p];
+            if (std::memcmp(ra, rb, n) == 0) {
+                continue;
+            }
+            const std::size_t first = firstDifference(ra, rb, n);
+            const std::size_t last = lastDifference(ra, rb, n);
+            const int x0 = (static_cast<int>(first) / bytesPerPixel) << shiftW;
+            const int x1 = std::min(width, ((static_cast<int>(last) / bytesPerPixel) + 1) << shiftW);
+            for (int py = y << shiftH; py < std::min(height, (y + 1) << shiftH); ++py) {
+                left[static_cast<std::size_t>(py)] = std::min(left[static_cast<std::size_t>(py)], x0);
+                right[static_cast<std::size_t>(py)] = std::max(right[static_cast<std::size_t>(py)], x1);
             }
         }
     }
-    return true;
+
+    PictureChange change = PictureChange::nowhere();
+    for (int gap = areaGap;; gap *= 2) {
+        change.areas.clear();
+        int lastChanged = -1;
+        for (int y = 0; y < height; ++y) {
+            const auto i = static_cast<std::size_t>(y);
+            if (right[i] <= left[i]) {
+                continue;
+            }
+            if (lastChanged >= 0 && y - lastChanged <= gap) {
+                PictureArea& area = change.areas.back();
+                const int x1 = std::max(area.x + area.width, right[i]);
+                area.x = std::min(area.x, left[i]);
+                area.width = x1 - area.x;
+                area.height = y + 1 - area.y;
+            } else {
+                change.areas.push_back({left[i], y, right[i] - left[i], 1});
+            }
+            lastChanged = y;
+        }
+        if (change.areas.size() <= mostAreas) {
+            break;
+        }
+    }
+    for (PictureArea& area : change.areas) {
+        const int x0 = std::max(0, area.x - conversionReach);
+        const int y0 = std::max(0, area.y - conversionReach);
+        const int x1 = std::min(width, area.x + area.width + conversionReach);
+        const int y1 = std::min(height, area.y + area.height + conversionReach);
+        area = {x0, y0, x1 - x0, y1 - y0};
+    }
+    return change;
 }
 
 } // namespace
 
 std::optional<double> VideoDecoder::next(BgraImage& image, const std::function<bool(double)>& wanted,
-                                         bool* changed) {
+                                         PictureChange* change) {
     State& s = *m_state;
     while (s.receive()) {
         const double time = s.frameTime(*s.frame);
         s.lastTime = time;
         if (wanted(time)) {
-            if (changed != nullptr) {
-                *changed = !samePicture(*s.frame, *s.previous);
+            if (change != nullptr) {
+                *change = s.previous->data[0] != nullptr ? pictureChange(*s.frame, *s.previous)
+                                                         : PictureChange::everywhere();
                 av_frame_unref(s.previous.get());
                 av_frame_ref(s.previous.get(), s.frame.get());
-                if (!*changed) {
+                if (!change->whole) {
+                    std::vector<RowSpan> rows;
+                    for (const PictureArea& area : change->areas) {
+                        rows.push_back({area.y, area.height});
+                    }
+                    if (!rows.empty()) {
+                        s.convert(*s.frame, image, &rows);
+                    }
                     av_frame_unref(s.frame.get());
                     return time;
                 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "media/BgraImage.h"
+#include "media/PictureChange.h"
 
 #include <filesystem>
 #include <functional>
@@ -35,11 +36,13 @@ public:
     std::optional<Frame> next();
     // The next frame that `wanted` accepts by its time, converted into `image` (whose memory is reused
     // when it has the frame's size), with its time; none at the end. Frames it refuses are decoded, as
-    // the frames after them may need, but never converted. With `changed` given, a picture identical to
-    // the one handed out before is not converted either: `image` is left as it was and `*changed` is
-    // false. Screen recordings hold many such frames.
+    // the frames after them may need, but never converted. With `change` given, it is set to where the
+    // picture differs from the one handed out before (everywhere for the first, or after a seek), and only
+    // those areas of `image` are sure to hold the new picture: the rest may keep whatever it held. A picture
+    // identical to the one before is not converted at all. Screen recordings hold many such frames, and
+    // many more that differ in a few places.
     std::optional<double> next(BgraImage& image, const std::function<bool(double)>& wanted,
-                               bool* changed = nullptr);
+                               PictureChange* change = nullptr);
     // Moves so that `next` yields the frame showing at `time` (the last one starting at or before it).
     void seek(double time);
     // The frame showing at `time`: the last frame that starts at or before it, or the first frame for a

@@ -214,14 +214,21 @@ std::string VideoEncoder::encoderName() const {
 }
 
 void VideoEncoder::encode(const std::uint8_t* bgra, int stride, double time) {
+    encodeChanged(bgra, stride, time, {{0, m_state->settings.height}});
+}
+
+void VideoEncoder::encodeChanged(const std::uint8_t* bgra, int stride, double time,
+                                 const std::vector<RowSpan>& rows) {
     State& s = *m_state;
-    int result = av_frame_make_writable(s.frame.get());
-    if (result < 0) {
-        fail(s.path, "no frame buffer", result);
+    if (!rows.empty()) {
+        // A picture an encoder still holds is copied first, so the rows left alone keep the last frame's.
+        if (const int result = av_frame_make_writable(s.frame.get()); result < 0) {
+            fail(s.path, "no frame buffer", result);
+        }
+        const uint8_t* planes[4] = {bgra};
+        const int strides[4] = {stride};
+        s.converter->convertRows(planes, strides, s.frame->data, s.frame->linesize, rows);
     }
-    const uint8_t* planes[1] = {bgra};
-    const int strides[1] = {stride};
-    s.converter->convert(planes, strides, s.frame->data, s.frame->linesize);
     int64_t pts = std::llround(time * s.settings.timeScale);
     if (pts <= s.lastPts) {
         pts = s.lastPts + 1;
@@ -230,6 +237,11 @@ void VideoEncoder::encode(const std::uint8_t* bgra, int stride, double time) {
     s.frame->pts = pts;
     av::sendPicture(s.encoder, *s.encoding, s.frame.get(), s.hardwareFrame.get(), s.path);
     s.copyAudio(time, {});
+}
+
+std::vector<RowSpan> VideoEncoder::blocksHolding(const std::vector<RowSpan>& rows, int height) {
+    static_assert(rowBlock == av::PixelConverter::blockRows);
+    return av::PixelConverter::blocksHolding(rows, height);
 }
 
 bool VideoEncoder::finish(std::stop_token stop) {

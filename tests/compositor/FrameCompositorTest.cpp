@@ -6,6 +6,7 @@
 #include "compositor/EglContext.h"
 #include "compositor/PixelTransfer.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 
@@ -328,16 +329,26 @@ TEST(FrameCompositor, ASequenceSkipsOnlyTheFramesTheFramebufferAlreadyHolds) {
     RenderTarget target(160, 90);
     target.bind();
     const CursorFrame here{{0.3, 0.5}, 1, 1, -1, {}};
-    EXPECT_TRUE(g.compositor.renderSequence(g.source, 160, 90, p, 0, here, true, true));
-    EXPECT_FALSE(g.compositor.renderSequence(g.source, 160, 90, p, 0, here, true, false));
-    // A new source picture, a moved cursor, or a plain render in between all draw again.
-    EXPECT_TRUE(g.compositor.renderSequence(g.source, 160, 90, p, 0, here, true, true));
+    const auto everywhere = SourceChange::everywhere();
+    const auto nowhere = SourceChange::nowhere();
+    EXPECT_EQ(g.compositor.renderSequence(g.source, 160, 90, p, 0, here, true, everywhere),
+              (std::vector<PixelRect>{{0, 0, 160, 90}}));
+    EXPECT_TRUE(g.compositor.renderSequence(g.source, 160, 90, p, 0, here, true, nowhere).empty());
+    // A new source picture, a moved cursor, or a plain render in between all draw again; a cursor that
+    // moved alone, only around where it was and is.
+    EXPECT_FALSE(g.compositor.renderSequence(g.source, 160, 90, p, 0, here, true, everywhere).empty());
     const CursorFrame there{{0.6, 0.5}, 1, 1, -1, {}};
-    EXPECT_TRUE(g.compositor.renderSequence(g.source, 160, 90, p, 0, there, true, false));
+    const auto drawn = g.compositor.renderSequence(g.source, 160, 90, p, 0, there, true, nowhere);
+    ASSERT_FALSE(drawn.empty());
+    int pixels = 0;
+    for (const PixelRect& r : drawn) {
+        pixels += r.width * r.height;
+    }
+    EXPECT_LT(pixels, 160 * 90 / 4);
     const std::vector<std::uint8_t> sequence = target.readBgra();
     g.compositor.render(g.source, 160, 90, p, 0, there, true);
     EXPECT_EQ(target.readBgra(), sequence);
-    EXPECT_TRUE(g.compositor.renderSequence(g.source, 160, 90, p, 0, there, true, false));
+    EXPECT_FALSE(g.compositor.renderSequence(g.source, 160, 90, p, 0, there, true, nowhere).empty());
 }
 
 TEST(PixelTransfer, StreamingThroughBuffersGivesThePixelsOfTheDirectWay) {
@@ -375,33 +386,115 @@ TEST(PixelTransfer, StreamingThroughBuffersGivesThePixelsOfTheDirectWay) {
     EXPECT_EQ(out[0][4 * (45 * 160 + 80) + 0], bgra[4 * (45 * 160 + 80) + 2]);
 }
 
+TEST(PixelTransfer, AreasAreReadIntoTheirOwnPlacesAndNothingElse) {
+    Gpu& g = gpu();
+    const Project p = project(bare(0.1));
+    RenderTarget target(160, 90);
+    target.bind();
+    g.compositor.render(g.source, 160, 90, p, 0, std::nullopt, true);
+    std::vector<std::uint8_t> whole(160 * 90 * 4);
+    PixelTransfer(false).read(160, 90, whole.data(), 0);
+    const std::vector<PixelRect> areas{{0, 0, 160, 3}, {20, 40, 50, 10}, {159, 89, 1, 1}};
+    for (const bool streaming : {false, true}) {
+        PixelTransfer transfer(streaming);
+        std::vector<std::uint8_t> parts(whole.size(), 7);
+        std::vector<std::uint64_t> done = transfer.readAreas(160, 90, areas, parts.data(), 1);
+        for (const std::uint64_t tag : transfer.flush()) {
+            done.push_back(tag);
+        }
+        EXPECT_EQ(done, std::vector<std::uint64_t>{1});
+        for (int y = 0; y < 90; ++y) {
+            for (int x = 0; x < 160; ++x) {
+                const bool inside = std::any_of(areas.begin(), areas.end(), [&](const PixelRect& r) {
+                    return x >= r.x && x < r.right() && y >= r.y && y < r.bottom();
+                });
+                const auto at = static_cast<std::size_t>((y * 160 + x) * 4);
+                for (std::size_t c = 0; c < 4; ++c) {
+                    ASSERT_EQ(parts[at + c], inside ? whole[at + c] : 7)
+                        << (streaming ? "streaming" : "direct") << " at " << x << "," << y;
+                }
+            }
+        }
+    }
+}
+
 TEST(FrameCompositor, ASequenceDrawnInPartsGivesThePixelsOfWholeFrames) {
-    // Times across a zoom's ramps and the caption's words, with the cursor moving, resting, leaving the
-    // recording's edge, rippling and gone.
-    const std::vector<std::pair<double, std::optional<CursorFrame>>> frames{
-        {0.0, CursorFrame{{0.3, 0.6}, 1, 1, -1, {}}},
-        {0.1, CursorFrame{{0.35, 0.6}, 1, 1, 0.1, {0.35, 0.6}}},
-        {0.2, CursorFrame{{0.995, 0.02}, 0.7, 2, -1, {}}},
-        {0.2, CursorFrame{{0.995, 0.02}, 0.7, 2, -1, {}}},
-        {0.6, std::nullopt},
-        {1.2, CursorFrame{{0.5, 0.5}, 1, 1, 0.9, {0.0, 0.5}}},
-        {1.2, CursorFrame{{0.5, 0.5}, 1, 1, 0.9, {0.0, 0.5}}},
-        {2.5, CursorFrame{{0.1, 0.9}, 1, 1, -1, {}}},
-        {4.8, CursorFrame{{0.1, 0.9}, 0.4, 1, -1, {}}},
-        {5.5, std::nullopt}};
+    // Times across a zoom's ramps and its hold and the caption's words, with the cursor moving, resting,
+    // leaving the recording's edge, rippling and gone; the recording changes nowhere, in a few places (at
+    // its edges too), or everywhere (no list).
+    struct Frame {
+        double t;
+        std::optional<CursorFrame> cursor;
+        std::optional<std::vector<PixelRect>> changed;
+    };
+    const CursorFrame corner{{0.995, 0.02}, 0.7, 2, -1, {}};
+    const CursorFrame centre{{0.5, 0.5}, 1, 1, 0.9, {0.0, 0.5}};
+    const std::vector<Frame> frames{
+        {0.0, CursorFrame{{0.3, 0.6}, 1, 1, -1, {}}, std::nullopt},
+        {0.1, CursorFrame{{0.35, 0.6}, 1, 1, 0.1, {0.35, 0.6}}, std::vector<PixelRect>{}},
+        {0.2, corner, std::vector<PixelRect>{{10, 5, 6, 4}}},
+        {0.2, corner, std::vector<PixelRect>{}},
+        {0.6, std::nullopt, std::vector<PixelRect>{{0, 0, 64, 2}, {60, 30, 4, 6}}},
+        {1.2, centre, std::vector<PixelRect>{{30, 16, 1, 1}}},
+        {1.2, centre, std::vector<PixelRect>{}},
+        {2.5, CursorFrame{{0.1, 0.9}, 1, 1, -1, {}}, std::vector<PixelRect>{{5, 20, 3, 3}, {0, 35, 1, 1}}},
+        {2.6, CursorFrame{{0.12, 0.9}, 1, 1, -1, {}}, std::vector<PixelRect>{{40, 10, 10, 10}}},
+        {4.8, CursorFrame{{0.1, 0.9}, 0.4, 1, -1, {}}, std::nullopt},
+        {5.5, std::nullopt, std::vector<PixelRect>{{63, 10, 1, 3}}}};
     Gpu& g = gpu();
     FrameCompositor reference; // draws whole frames, beside the sequence
     for (const auto& [name, p] : looks()) {
+        BgraTexture texture;
+        PixelTransfer transfer(true);
+        std::vector<std::uint8_t> recording(64 * 36 * 4);
         RenderTarget sequence(320, 180);
         RenderTarget whole(320, 180);
+        std::vector<std::uint8_t> last;
         for (std::size_t i = 0; i < frames.size(); ++i) {
+            // New colours in the changed places.
+            const std::vector<PixelRect> areas =
+                frames[i].changed.value_or(std::vector<PixelRect>{{0, 0, 64, 36}});
+            for (const PixelRect& a : areas) {
+                for (int y = a.y; y < a.bottom(); ++y) {
+                    for (int x = a.x; x < a.right(); ++x) {
+                        for (int c = 0; c < 4; ++c) {
+                            recording[static_cast<std::size_t>((y * 64 + x) * 4 + c)] =
+                                static_cast<std::uint8_t>(c == 3 ? 255
+                                                                 : (x * 37 + y * 11 + c * 71 + i * 53) % 256);
+                        }
+                    }
+                }
+            }
+            if (frames[i].changed) {
+                transfer.uploadAreas(texture, recording.data(), 64 * 4, areas);
+            } else {
+                transfer.upload(texture, recording.data(), 64, 36, 64 * 4);
+            }
+            const SourceChange change =
+                frames[i].changed ? SourceChange::within(*frames[i].changed) : SourceChange::everywhere();
             sequence.bind();
-            g.compositor.renderSequence(g.source, 320, 180, p, frames[i].first, frames[i].second, true,
-                                        i == 0);
+            const std::vector<PixelRect> drawn = g.compositor.renderSequence(
+                texture, 320, 180, p, frames[i].t, frames[i].cursor, true, change);
             const auto parts = sequence.readBgra();
             whole.bind();
-            reference.render(g.source, 320, 180, p, frames[i].first, frames[i].second, true);
+            reference.render(texture, 320, 180, p, frames[i].t, frames[i].cursor, true);
             ASSERT_EQ(parts, whole.readBgra()) << name << ", frame " << i;
+            // Whatever differs from the last frame lies in what it says it drew.
+            if (!last.empty()) {
+                for (int y = 0; y < 180; ++y) {
+                    for (int x = 0; x < 320; ++x) {
+                        const auto at = static_cast<std::size_t>((y * 320 + x) * 4);
+                        if (std::equal(&parts[at], &parts[at] + 4, &last[at])) {
+                            continue;
+                        }
+                        const bool inside = std::any_of(drawn.begin(), drawn.end(), [&](const PixelRect& r) {
+                            return x >= r.x && x < r.right() && y >= r.y && y < r.bottom();
+                        });
+                        ASSERT_TRUE(inside) << name << ", frame " << i << " at " << x << "," << y;
+                    }
+                }
+            }
+            last = parts;
         }
     }
 }

@@ -172,6 +172,45 @@ TEST_F(ExporterTest, AnUncutTakeKeepsEveryFrameAtItsOwnTimeAndItsSoundAsRecorded
     EXPECT_EQ(run.reports.back(), (Exporter::Progress{60, 60}));
 }
 
+TEST_F(ExporterTest, WorkingOnlyWhereFramesChangeGivesTheMovieOfWholeFrames) {
+    // A still picture with a small pattern travelling over it, as a screen take changes: a zoom that ramps
+    // in, holds and ramps out, the cursor moving and clicking, and a cut the camera jumps across.
+    const fs::path take = dir / "still.mov";
+    const std::string command =
+        "ffmpeg -v error -y -f lavfi -i smptebars=size=320x180:rate=30 -f lavfi -i "
+        "testsrc2=size=24x16:rate=30 "
+        "-filter_complex \"[0][1]overlay=x='20+mod(n*9,260)':y='30+mod(n*4,120)'\" -t 2 -c:v libx264 "
+        "-preset ultrafast -pix_fmt yuv420p '" +
+        take.string() + "'";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    Project project = projectOf(take, 30);
+    project.source.size = {320, 180};
+    project.camera.beats = {
+        ZoomBeat(Uuid::random(), 0.3, 1.7, {0.3, 0.4}, 1.8, 0.3, 0.3, Easing::easeInOut, true)};
+    project.manualCuts.emplace_back(Uuid::random(), 0.9, 1.1);
+    const ExportPreset preset{
+        "test", "Test", {320, 180}, 30, ExportPreset::Container::mp4, ExportPreset::Codec::h264};
+
+    std::vector<std::vector<std::vector<std::uint8_t>>> movies;
+    for (const bool follows : {true, false}) {
+        Exporter exporter;
+        exporter.followsChanges = follows;
+        const fs::path out = dir / (follows ? "parts.mp4" : "whole.mp4");
+        exporter.exportMovie(project, sweep(), preset, out);
+        VideoDecoder decoder(out);
+        std::vector<std::vector<std::uint8_t>> frames;
+        while (auto frame = decoder.next()) {
+            frames.push_back(std::move(frame->image.bytes));
+        }
+        movies.push_back(std::move(frames));
+    }
+    ASSERT_EQ(movies[0].size(), 54u); // 60 frames less the 6 in the cut
+    ASSERT_EQ(movies[1].size(), movies[0].size());
+    for (std::size_t i = 0; i < movies[0].size(); ++i) {
+        ASSERT_TRUE(movies[0][i] == movies[1][i]) << "frame " << i;
+    }
+}
+
 TEST_F(ExporterTest, ACutDropsItsFramesClosesTheGapAndMixesTheSound) {
     Project project = projectOf(oneTrack, 30);
     project.manualCuts.emplace_back(Uuid::random(), 0.5, 1.0);

@@ -79,3 +79,94 @@ TEST(VideoDecoder, AFileThatIsNoMovieIsRefused) {
     EXPECT_THROW(VideoDecoder(dir / "notes.mov"), MediaError);
     EXPECT_THROW(VideoDecoder(dir / "missing.mov"), MediaError);
 }
+
+namespace {
+
+// Six 96×64 frames, losslessly coded: grey; the same; a red box at (20, 10, 8×6); a blue one at (70, 50, 4×4)
+// besides; another grey everywhere; the same.
+std::filesystem::path makeChangingMovie(const TempDir& dir) {
+    constexpr int width = 96;
+    constexpr int height = 64;
+    auto box = [&](std::string& frame, int x0, int y0, int w, int h, char b, char g, char r) {
+        for (int y = y0; y < y0 + h; ++y) {
+            for (int x = x0; x < x0 + w; ++x) {
+                const auto at = static_cast<std::size_t>((y * width + x) * 4);
+                frame[at] = b;
+                frame[at + 1] = g;
+                frame[at + 2] = r;
+            }
+        }
+    };
+    const auto raw = dir / "changing.bgra";
+    {
+        std::ofstream out(raw, std::ios::binary);
+        std::string frame(width * height * 4, static_cast<char>(90));
+        out << frame << frame;
+        box(frame, 20, 10, 8, 6, 0, 0, static_cast<char>(220));
+        out << frame;
+        box(frame, 70, 50, 4, 4, static_cast<char>(220), 0, 0);
+        out << frame;
+        frame.assign(frame.size(), static_cast<char>(140));
+        out << frame << frame;
+    }
+    const auto movie = dir / "changing.mov";
+    const std::string command = "ffmpeg -v error -y -f rawvideo -pix_fmt bgra -s 96x64 -r 10 -i '" +
+                                raw.string() + "' -c:v libx264 -qp 0 -pix_fmt yuv420p '" + movie.string() +
+                                "'";
+    if (std::system(command.c_str()) != 0) {
+        throw std::runtime_error("ffmpeg could not make the test movie");
+    }
+    return movie;
+}
+
+bool holds(const PictureArea& outer, const PictureArea& inner) {
+    return inner.x >= outer.x && inner.y >= outer.y && inner.x + inner.width <= outer.x + outer.width &&
+           inner.y + inner.height <= outer.y + outer.height;
+}
+
+} // namespace
+
+TEST(VideoDecoder, SaysWherePicturesChangeAndConvertsOnlyThere) {
+    TempDir dir;
+    const auto movie = makeChangingMovie(dir);
+    VideoDecoder whole(movie);
+    VideoDecoder decoder(movie);
+    BgraImage image;
+    BgraImage shown; // the pictures as a consumer of the changed areas alone sees them
+    std::vector<PictureChange> changes;
+    while (true) {
+        PictureChange change;
+        const auto time = decoder.next(
+            image, [](double) { return true; }, &change);
+        const auto reference = whole.next();
+        ASSERT_EQ(time.has_value(), reference.has_value());
+        if (!time) {
+            break;
+        }
+        if (change.whole) {
+            shown = image;
+        }
+        for (const PictureArea& a : change.areas) {
+            for (int y = a.y; y < a.y + a.height; ++y) {
+                std::copy(image.row(y) + a.x * 4, image.row(y) + (a.x + a.width) * 4, shown.row(y) + a.x * 4);
+            }
+        }
+        ASSERT_EQ(shown.bytes, reference->image.bytes) << "frame " << changes.size();
+        changes.push_back(change);
+    }
+    ASSERT_EQ(changes.size(), 6u);
+    EXPECT_TRUE(changes[0].whole);
+    EXPECT_TRUE(changes[1].none());
+    EXPECT_TRUE(changes[5].none());
+    // Each box is found where it was drawn, give or take what the 4:2:0 conversion spread it to.
+    const std::vector<std::pair<PictureArea, std::size_t>> boxes{{{20, 10, 8, 6}, 2}, {{70, 50, 4, 4}, 3}};
+    for (const auto& [box, frame] : boxes) {
+        ASSERT_EQ(changes[frame].areas.size(), 1u) << frame;
+        const PictureArea& found = changes[frame].areas.front();
+        EXPECT_TRUE(holds(found, box)) << frame;
+        EXPECT_TRUE(holds({box.x - 8, box.y - 8, box.width + 16, box.height + 16}, found)) << frame;
+    }
+    ASSERT_FALSE(changes[4].whole);
+    ASSERT_EQ(changes[4].areas.size(), 1u);
+    EXPECT_EQ(changes[4].areas.front(), (PictureArea{0, 0, 96, 64}));
+}

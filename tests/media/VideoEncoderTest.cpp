@@ -96,23 +96,46 @@ TEST(VideoEncoder, RefusesWhatTheCodecCantTake) {
         MediaError);
 }
 
-TEST(PixelConverter, BandsSideBySideGiveThePictureOfOneConversion) {
+TEST(PixelConverter, BlocksConvertedApartGiveThePictureOfOneConversion) {
     constexpr int width = 96;
-    constexpr int height = 200; // bands of 80, 80 and 40 rows
+    constexpr int height = 200; // six blocks of 32 rows and one of 8
     std::vector<std::uint8_t> bgra(width * height * 4);
     for (std::size_t i = 0; i < bgra.size(); ++i) {
         bgra[i] = static_cast<std::uint8_t>((i * 37 + i / 977) % 256);
     }
     const std::uint8_t* in[4] = {bgra.data()};
     const int inStrides[4] = {width * 4};
-    std::vector<std::vector<std::uint8_t>> results;
-    for (const int bands : {1, 3}) {
-        av::PixelConverter converter(width, height, AV_PIX_FMT_BGRA, AV_PIX_FMT_YUV420P, bands);
-        std::vector<std::uint8_t> yuv(width * height * 3 / 2);
+    auto convert = [&](int threads, const std::vector<RowSpan>* rows) {
+        av::PixelConverter converter(width, height, AV_PIX_FMT_BGRA, AV_PIX_FMT_YUV420P, threads);
+        std::vector<std::uint8_t> yuv(width * height * 3 / 2, 3);
         std::uint8_t* out[4] = {yuv.data(), yuv.data() + width * height, yuv.data() + width * height * 5 / 4};
         const int outStrides[4] = {width, width / 2, width / 2};
-        converter.convert(in, inStrides, out, outStrides);
-        results.push_back(std::move(yuv));
+        if (rows != nullptr) {
+            converter.convertRows(in, inStrides, out, outStrides, *rows);
+        } else {
+            converter.convert(in, inStrides, out, outStrides);
+        }
+        return yuv;
+    };
+    const auto one = convert(1, nullptr);
+    EXPECT_TRUE(convert(3, nullptr) == one);
+
+    // Rows 40 and 150–170 lie in the blocks from 32 to 64 and from 128 to 192: those are converted, and
+    // nothing else is written.
+    const std::vector<RowSpan> rows{{150, 21}, {40, 1}};
+    EXPECT_EQ(av::PixelConverter::blocksHolding(rows, height), (std::vector<RowSpan>{{32, 32}, {128, 64}}));
+    EXPECT_EQ(av::PixelConverter::blocksHolding({{190, 50}, {-5, 6}}, height),
+              (std::vector<RowSpan>{{0, 32}, {160, 40}}));
+    const auto some = convert(2, &rows);
+    for (int y = 0; y < height; ++y) {
+        const bool converted = (y >= 32 && y < 64) || (y >= 128 && y < 192);
+        const auto luma = static_cast<std::size_t>(y * width);
+        const auto chroma = static_cast<std::size_t>(width * height + y / 2 * width / 2);
+        for (int x = 0; x < width; ++x) {
+            ASSERT_EQ(some[luma + x], converted ? one[luma + x] : 3) << x << "," << y;
+        }
+        for (int x = 0; x < width / 2; ++x) {
+            ASSERT_EQ(some[chroma + x], converted ? one[chroma + x] : 3) << x << "," << y;
+        }
     }
-    EXPECT_TRUE(results[0] == results[1]);
 }
