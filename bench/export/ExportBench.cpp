@@ -21,6 +21,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include <sys/resource.h>
+
 using namespace marlowick;
 namespace fs = std::filesystem;
 
@@ -69,9 +71,21 @@ ExportPreset preset() {
             ExportPreset::Codec::h264};
 }
 
-void counters(benchmark::State& state) {
+// CPU seconds (user and system) used so far by this process's threads, or by the children it waited for.
+double cpuSeconds(int who) {
+    rusage usage{};
+    getrusage(who, &usage);
+    auto toSeconds = [](const timeval& t) {
+        return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
+    };
+    return toSeconds(usage.ru_utime) + toSeconds(usage.ru_stime);
+}
+
+// Frames a second, and the CPU time of all threads (`cpu_s`, per iteration) beside the wall time.
+void counters(benchmark::State& state, double cpu) {
     state.counters["fps"] = benchmark::Counter(seconds() * 60 * static_cast<double>(state.iterations()),
                                                benchmark::Counter::kIsRate);
+    state.counters["cpu_s"] = cpu / static_cast<double>(state.iterations());
 }
 
 void Export(benchmark::State& state) {
@@ -80,11 +94,12 @@ void Export(benchmark::State& state) {
     if (state.range(0) == 1) {
         setenv("MARLOWICK_SOFTWARE_ENCODER", "1", 1);
     }
+    const double cpu = cpuSeconds(RUSAGE_SELF);
     for (auto _ : state) {
         Exporter{}.exportMovie(document.project, document.telemetry(), preset(), t.dir / "export.mp4");
     }
     unsetenv("MARLOWICK_SOFTWARE_ENCODER");
-    counters(state);
+    counters(state, cpuSeconds(RUSAGE_SELF) - cpu);
 }
 BENCHMARK(Export)->Arg(0)->Arg(1)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1)->Repetitions(2);
 
@@ -92,6 +107,7 @@ BENCHMARK(Export)->Arg(0)->Arg(1)->Unit(benchmark::kSecond)->UseRealTime()->Iter
 // Where the ffmpeg CLI isn't at hand it stands in for it; it does a little more (the BGRA round trip).
 void DecodeEncode(benchmark::State& state) {
     const Take& t = take();
+    const double cpu = cpuSeconds(RUSAGE_SELF);
     for (auto _ : state) {
         VideoDecoder decoder(t.movie);
         VideoEncoder::Settings settings;
@@ -107,7 +123,7 @@ void DecodeEncode(benchmark::State& state) {
         }
         encoder.finish();
     }
-    counters(state);
+    counters(state, cpuSeconds(RUSAGE_SELF) - cpu);
 }
 BENCHMARK(DecodeEncode)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1)->Repetitions(2);
 
@@ -122,12 +138,13 @@ void FfmpegTranscode(benchmark::State& state) {
                                 "' -map 0:v -map 0:a -c:v libx264 -preset veryfast -crf 18 -pix_fmt yuv420p "
                                 "-c:a copy '" +
                                 (t.dir / "ffmpeg.mp4").string() + "'";
+    const double cpu = cpuSeconds(RUSAGE_CHILDREN);
     for (auto _ : state) {
         if (std::system(command.c_str()) != 0) {
             state.SkipWithError("ffmpeg failed");
         }
     }
-    counters(state);
+    counters(state, cpuSeconds(RUSAGE_CHILDREN) - cpu);
 }
 BENCHMARK(FfmpegTranscode)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1)->Repetitions(2);
 

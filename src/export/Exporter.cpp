@@ -45,7 +45,7 @@ struct DecodedFrame {
 struct FinishedFrame {
     double outputTime; // seconds on the finished movie's clock
     std::vector<std::uint8_t> pixels;
-    std::vector<RowSpan> rows; // where the frame differs from the last; `pixels` holds only these rows
+    std::vector<PictureArea> tiles; // where the frame differs from the last; `pixels` holds only these
 };
 
 std::vector<PixelRect> pixelRects(const std::vector<PictureArea>& areas) {
@@ -56,13 +56,13 @@ std::vector<PixelRect> pixelRects(const std::vector<PictureArea>& areas) {
     return rects;
 }
 
-// The rows the encoder reads for a frame drawn in `drawn`: whole blocks of rows of the canvas.
-std::vector<RowSpan> rowsToEncode(const std::vector<PixelRect>& drawn, int height) {
-    std::vector<RowSpan> rows;
+// The pixels the encoder reads for a frame drawn in `drawn`: the whole tiles of the canvas they meet.
+std::vector<PictureArea> tilesToEncode(const std::vector<PixelRect>& drawn, int width, int height) {
+    std::vector<PictureArea> areas;
     for (const PixelRect& r : drawn) {
-        rows.push_back({r.y, r.height});
+        areas.push_back({r.x, r.y, r.width, r.height});
     }
-    return VideoEncoder::blocksHolding(rows, height);
+    return VideoEncoder::tilesMeeting(areas, width, height);
 }
 
 // Thrown through the mix renderer's progress report to stop it part way.
@@ -247,15 +247,12 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
                     compositor.render(source, width, height, p, t, cursorFrame, true);
                     drawn = {{0, 0, width, height}};
                 }
-                std::vector<RowSpan> rows = rowsToEncode(drawn, height);
-                std::vector<PixelRect> bands;
-                for (const RowSpan& span : rows) {
-                    bands.push_back({0, span.first, width, span.count});
-                }
+                std::vector<PictureArea> tiles = tilesToEncode(drawn, width, height);
+                const std::vector<PixelRect> reads = pixelRects(tiles);
                 const std::uint64_t tag = nextTag++;
                 std::uint8_t* destination = pixels->data();
-                reading.emplace(tag, FinishedFrame{t, std::move(*pixels), std::move(rows)});
-                handOver(transfer.readAreas(width, height, bands, destination, tag));
+                reading.emplace(tag, FinishedFrame{t, std::move(*pixels), std::move(tiles)});
+                handOver(transfer.readAreas(width, height, reads, destination, tag));
             }
             handOver(transfer.flush());
             pipeline.finished.finish();
@@ -373,7 +370,7 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
             if (!frame) {
                 break;
             }
-            encoder->encodeChanged(frame->pixels.data(), width * 4, frame->outputTime, frame->rows);
+            encoder->encodeChanged(frame->pixels.data(), width * 4, frame->outputTime, frame->tiles);
             pipeline.emptyOutputs.push(std::move(frame->pixels));
             ++completed;
             report(completed, total);

@@ -40,8 +40,8 @@ private:
 // Decoding, compositing and encoding run on three threads joined by short queues, so that every core is
 // busy; the calling thread encodes and hears the progress. A screen take changes little from one frame to
 // the next, so each stage works only where the frame changed: the decoder converts the changed areas, the
-// compositor draws where they and the cursor land, and only those rows are read back and converted for the
-// encoder. Any number of exports may run, each on its own thread.
+// compositor draws where they and the cursor land, and only the tiles around that are read back and converted
+// for the encoder. Any number of exports may run, each on its own thread.
 struct Exporter {
     // Whether each stage works only where frames change (the default), or on every frame whole. Both give
     // the same movie; the second is there to prove it.

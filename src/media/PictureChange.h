@@ -13,13 +13,6 @@ struct PictureArea {
     friend bool operator==(const PictureArea&, const PictureArea&) = default;
 };
 
-// Rows `first` to `first + count - 1` of a picture.
-struct RowSpan {
-    int first = 0;
-    int count = 0;
-    friend bool operator==(const RowSpan&, const RowSpan&) = default;
-};
-
 // How a picture differs from the one before it in a sequence. Screen recordings change little from frame
 // to frame (a caret, a menu, a line of text), and work done only where they change is most of the speed
 // of an export.

@@ -8,17 +8,19 @@
 
 namespace marlowick::av {
 
-// Converts pictures of one size from one pixel format into another. The picture is cut into blocks of
-// `blockRows` rows, each with a conversion context of its own: so a picture that changed in a few rows is
-// converted only there, and the blocks of a whole picture are shared among up to four threads where the
-// machine has cores to spare (one on a two-core machine, where the other stages of a pipeline keep every
-// core busy; a single context would leave a 4K frame's conversion on one core, setting the pace of a whole
-// export on a large machine). Converting blocks apart gives the pixels of one conversion: a block starts on
-// a row a multiple of 32, so subsampled chroma rows never straddle two, and the sampling is point sampling
-// (same-size conversions only). Colours as FFmpeg's converter gives them. One thread at a time.
+// Converts pictures of one size from one pixel format into another, tile by tile: the picture is cut into
+// tiles of `tileWidth` × `tileRows` pixels (narrower and shorter at the right and bottom edges), so that a
+// picture that changed in a few places is converted only there, and the tiles of a whole picture are shared
+// among up to four threads where the machine has cores to spare (one on a two-core machine, where the other
+// stages of a pipeline keep every core busy; a single thread would leave a 4K frame's conversion on one core,
+// setting the pace of a whole export on a large machine). Tiles start on even columns and on rows a multiple
+// of 16, so subsampled chroma never straddles two, and sampling is point sampling (same-size conversions
+// only): a tile converted alone gives the pixels it has in a whole conversion. Colours as FFmpeg's converter
+// gives them. One thread at a time.
 class PixelConverter {
 public:
-    static constexpr int blockRows = 32;
+    static constexpr int tileWidth = 256;
+    static constexpr int tileRows = 16;
 
     // Throws MediaError when FFmpeg has no such conversion. `threads` 0 picks the count by the machine.
     PixelConverter(int width, int height, AVPixelFormat from, AVPixelFormat to, int threads = 0);
@@ -31,14 +33,15 @@ public:
     // Converts the whole picture.
     void convert(const std::uint8_t* const from[], const int fromStrides[], std::uint8_t* const to[],
                  const int toStrides[]) const;
-    // Converts the blocks that hold any of `rows`, and nothing else of `to` is written. Every row of those
-    // blocks is read from `from`: blocksHolding tells which they are.
-    void convertRows(const std::uint8_t* const from[], const int fromStrides[], std::uint8_t* const to[],
-                     const int toStrides[], const std::vector<RowSpan>& rows) const;
+    // Converts the tiles that meet any of `areas`, and nothing else of `to` is written. Every pixel of those
+    // tiles is read from `from`: tilesMeeting tells which they are.
+    void convertAreas(const std::uint8_t* const from[], const int fromStrides[], std::uint8_t* const to[],
+                      const int toStrides[], const std::vector<PictureArea>& areas) const;
 
-    // The spans of whole blocks that hold any of `rows`, in order and merged, within a picture `height` rows
-    // high.
-    static std::vector<RowSpan> blocksHolding(const std::vector<RowSpan>& rows, int height);
+    // The tiles of a `width` × `height` picture that meet any of `areas`, as few rectangles: runs of tiles
+    // side by side, and runs alike in consecutive rows of tiles joined.
+    static std::vector<PictureArea> tilesMeeting(const std::vector<PictureArea>& areas, int width,
+                                                 int height);
 
     int width() const { return m_width; }
     int height() const { return m_height; }
@@ -46,20 +49,21 @@ public:
     AVPixelFormat to() const { return m_to; }
 
 private:
-    struct Block {
-        int firstRow;
-        int rows;
-        ScaleContext context;
+    struct Tile {
+        int x;
+        int y;
+        int shape; // which of a thread's contexts converts it
     };
-    void run(const std::vector<const Block*>& blocks, const std::uint8_t* const from[],
+    void run(const Tile* first, const Tile* end, std::size_t thread, const std::uint8_t* const from[],
              const int fromStrides[], std::uint8_t* const to[], const int toStrides[]) const;
 
     int m_width;
     int m_height;
     AVPixelFormat m_from;
     AVPixelFormat m_to;
-    int m_threads;
-    std::vector<Block> m_blocks;
+    // One context for each tile shape (whole, at the right edge, at the bottom, at the corner) for each
+    // thread: a context converts any tile of its shape, one at a time.
+    std::vector<std::vector<ScaleContext>> m_contexts;
     struct Colorspace {
         const int* fromCoefficients;
         bool fromFullRange;

@@ -60,8 +60,8 @@ struct VideoDecoder::State {
         return image;
     }
 
-    // Converts the picture into `image`, or only the blocks of it holding `rows` when given.
-    void convert(const AVFrame& f, BgraImage& image, const std::vector<RowSpan>* rows = nullptr) {
+    // Converts the picture into `image`, or only the tiles of it that meet `areas` when given.
+    void convert(const AVFrame& f, BgraImage& image, const std::vector<PictureArea>* areas = nullptr) {
         const auto pixelFormat = static_cast<AVPixelFormat>(f.format);
         if (!converter || converter->width() != f.width || converter->height() != f.height ||
             converter->from() != pixelFormat) {
@@ -77,12 +77,17 @@ struct VideoDecoder::State {
         const int* coefficients = sws_getCoefficients(space);
         converter->setColorspace(coefficients, f.color_range == AVCOL_RANGE_JPEG, coefficients, true);
         if (image.width != f.width || image.height != f.height) {
-            image = BgraImage::blank(f.width, f.height);
+            // FFmpeg's converter writes whole groups of 16 pixels: rows are padded to that, so that a group
+            // reaching past a row's end lands in its padding, never in the next row or past the buffer.
+            const int stride = FFALIGN(f.width, 16) * 4;
+            image = {f.width, f.height, stride,
+                     std::vector<std::uint8_t>(static_cast<std::size_t>(stride) *
+                                               static_cast<std::size_t>(f.height))};
         }
         uint8_t* planes[4] = {image.bytes.data(), nullptr, nullptr, nullptr};
         const int strides[4] = {image.stride, 0, 0, 0};
-        if (rows != nullptr) {
-            converter->convertRows(f.data, f.linesize, planes, strides, *rows);
+        if (areas != nullptr) {
+            converter->convertAreas(f.data, f.linesize, planes, strides, *areas);
         } else {
             converter->convert(f.data, f.linesize, planes, strides);
         }
@@ -271,12 +276,8 @@ std::optional<double> VideoDecoder::next(BgraImage& image, const std::function<b
                 av_frame_unref(s.previous.get());
                 av_frame_ref(s.previous.get(), s.frame.get());
                 if (!change->whole) {
-                    std::vector<RowSpan> rows;
-                    for (const PictureArea& area : change->areas) {
-                        rows.push_back({area.y, area.height});
-                    }
-                    if (!rows.empty()) {
-                        s.convert(*s.frame, image, &rows);
+                    if (!change->areas.empty()) {
+                        s.convert(*s.frame, image, &change->areas);
                     }
                     av_frame_unref(s.frame.get());
                     return time;

@@ -214,20 +214,20 @@ std::string VideoEncoder::encoderName() const {
 }
 
 void VideoEncoder::encode(const std::uint8_t* bgra, int stride, double time) {
-    encodeChanged(bgra, stride, time, {{0, m_state->settings.height}});
+    encodeChanged(bgra, stride, time, {{0, 0, m_state->settings.width, m_state->settings.height}});
 }
 
 void VideoEncoder::encodeChanged(const std::uint8_t* bgra, int stride, double time,
-                                 const std::vector<RowSpan>& rows) {
+                                 const std::vector<PictureArea>& areas) {
     State& s = *m_state;
-    if (!rows.empty()) {
+    if (!areas.empty()) {
         // A picture an encoder still holds is copied first, so the rows left alone keep the last frame's.
         if (const int result = av_frame_make_writable(s.frame.get()); result < 0) {
             fail(s.path, "no frame buffer", result);
         }
         const uint8_t* planes[4] = {bgra};
         const int strides[4] = {stride};
-        s.converter->convertRows(planes, strides, s.frame->data, s.frame->linesize, rows);
+        s.converter->convertAreas(planes, strides, s.frame->data, s.frame->linesize, areas);
     }
     int64_t pts = std::llround(time * s.settings.timeScale);
     if (pts <= s.lastPts) {
@@ -239,9 +239,9 @@ void VideoEncoder::encodeChanged(const std::uint8_t* bgra, int stride, double ti
     s.copyAudio(time, {});
 }
 
-std::vector<RowSpan> VideoEncoder::blocksHolding(const std::vector<RowSpan>& rows, int height) {
-    static_assert(rowBlock == av::PixelConverter::blockRows);
-    return av::PixelConverter::blocksHolding(rows, height);
+std::vector<PictureArea> VideoEncoder::tilesMeeting(const std::vector<PictureArea>& areas, int width,
+                                                    int height) {
+    return av::PixelConverter::tilesMeeting(areas, width, height);
 }
 
 bool VideoEncoder::finish(std::stop_token stop) {

@@ -62,14 +62,15 @@ public:
     // a time is rounded to the time scale, and one that rounds onto the last frame's tick moves a tick on.
     void encode(const std::uint8_t* bgra, int stride, double time);
 
-    // The same for a picture that differs from the last one encoded only in `rows` (none: the same picture
-    // again). The picture is converted in blocks of `rowBlock` rows: every row of the blocks that hold a
-    // changed row must be current in `bgra`, and the other rows are never read. The first frame must name
-    // every row.
-    static constexpr int rowBlock = 32;
-    void encodeChanged(const std::uint8_t* bgra, int stride, double time, const std::vector<RowSpan>& rows);
-    // The spans of whole blocks that hold any of `rows`: the rows `encodeChanged` reads.
-    static std::vector<RowSpan> blocksHolding(const std::vector<RowSpan>& rows, int height);
+    // The same for a picture that differs from the last one encoded only within `areas` (none: the same
+    // picture again). The picture is converted in tiles: every pixel of the tiles that meet an area must be
+    // current in `bgra`, and no other pixel is read. The first frame must be named whole.
+    void encodeChanged(const std::uint8_t* bgra, int stride, double time,
+                       const std::vector<PictureArea>& areas);
+    // The tiles that meet any of `areas` in a picture of the settings' size, as few rectangles: the pixels
+    // `encodeChanged` reads.
+    static std::vector<PictureArea> tilesMeeting(const std::vector<PictureArea>& areas, int width,
+                                                 int height);
 
     // Drains the encoder, copies the rest of the audio and completes the file. False, with the file left
     // incomplete, when `stop` was requested before the end (it is tested between audio packets).

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 using namespace marlowick;
 using namespace marlowick::test;
 
@@ -96,46 +98,85 @@ TEST(VideoEncoder, RefusesWhatTheCodecCantTake) {
         MediaError);
 }
 
-TEST(PixelConverter, BlocksConvertedApartGiveThePictureOfOneConversion) {
-    constexpr int width = 96;
-    constexpr int height = 200; // six blocks of 32 rows and one of 8
+TEST(PixelConverter, TilesConvertedApartGiveThePictureOfOneConversion) {
+    constexpr int width = 600;  // tiles 256, 256 and 88 wide
+    constexpr int height = 200; // twelve rows of tiles 16 high and one of 8
     std::vector<std::uint8_t> bgra(width * height * 4);
     for (std::size_t i = 0; i < bgra.size(); ++i) {
         bgra[i] = static_cast<std::uint8_t>((i * 37 + i / 977) % 256);
     }
     const std::uint8_t* in[4] = {bgra.data()};
     const int inStrides[4] = {width * 4};
-    auto convert = [&](int threads, const std::vector<RowSpan>* rows) {
+    // Planes with room past each row, as FFmpeg's frames have.
+    constexpr int stride = 640;
+    constexpr std::size_t chromaStart = stride * height;
+    constexpr std::size_t size = chromaStart + stride * height / 2;
+    std::uint8_t* out[4] = {};
+    const int outStrides[4] = {stride, stride / 2, stride / 2};
+    auto planes = [&](std::vector<std::uint8_t>& yuv) {
+        out[0] = yuv.data();
+        out[1] = yuv.data() + chromaStart;
+        out[2] = yuv.data() + chromaStart + stride / 2 * height / 2;
+    };
+    auto convert = [&](int threads, const std::vector<PictureArea>* areas) {
         av::PixelConverter converter(width, height, AV_PIX_FMT_BGRA, AV_PIX_FMT_YUV420P, threads);
-        std::vector<std::uint8_t> yuv(width * height * 3 / 2, 3);
-        std::uint8_t* out[4] = {yuv.data(), yuv.data() + width * height, yuv.data() + width * height * 5 / 4};
-        const int outStrides[4] = {width, width / 2, width / 2};
-        if (rows != nullptr) {
-            converter.convertRows(in, inStrides, out, outStrides, *rows);
+        std::vector<std::uint8_t> yuv(size, 3);
+        planes(yuv);
+        if (areas != nullptr) {
+            converter.convertAreas(in, inStrides, out, outStrides, *areas);
         } else {
             converter.convert(in, inStrides, out, outStrides);
         }
         return yuv;
     };
-    const auto one = convert(1, nullptr);
-    EXPECT_TRUE(convert(3, nullptr) == one);
-
-    // Rows 40 and 150–170 lie in the blocks from 32 to 64 and from 128 to 192: those are converted, and
-    // nothing else is written.
-    const std::vector<RowSpan> rows{{150, 21}, {40, 1}};
-    EXPECT_EQ(av::PixelConverter::blocksHolding(rows, height), (std::vector<RowSpan>{{32, 32}, {128, 64}}));
-    EXPECT_EQ(av::PixelConverter::blocksHolding({{190, 50}, {-5, 6}}, height),
-              (std::vector<RowSpan>{{0, 32}, {160, 40}}));
-    const auto some = convert(2, &rows);
-    for (int y = 0; y < height; ++y) {
-        const bool converted = (y >= 32 && y < 64) || (y >= 128 && y < 192);
-        const auto luma = static_cast<std::size_t>(y * width);
-        const auto chroma = static_cast<std::size_t>(width * height + y / 2 * width / 2);
-        for (int x = 0; x < width; ++x) {
-            ASSERT_EQ(some[luma + x], converted ? one[luma + x] : 3) << x << "," << y;
+    // The reference: one context for the whole picture.
+    std::vector<std::uint8_t> one(size, 3);
+    {
+        const av::ScaleContext whole(sws_getContext(width, height, AV_PIX_FMT_BGRA, width, height,
+                                                    AV_PIX_FMT_YUV420P, SWS_POINT, nullptr, nullptr,
+                                                    nullptr));
+        planes(one);
+        sws_scale(whole.get(), in, inStrides, 0, height, out, outStrides);
+    }
+    auto samePictures = [&](const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
+        for (int y = 0; y < height; ++y) {
+            const auto luma = static_cast<std::size_t>(y * stride);
+            const auto chroma = chromaStart + static_cast<std::size_t>(y / 2 * stride / 2);
+            if (!std::equal(&a[luma], &a[luma] + width, &b[luma]) ||
+                !std::equal(&a[chroma], &a[chroma] + width / 2, &b[chroma])) {
+                return false;
+            }
         }
-        for (int x = 0; x < width / 2; ++x) {
-            ASSERT_EQ(some[chroma + x], converted ? one[chroma + x] : 3) << x << "," << y;
+        return true;
+    };
+    EXPECT_TRUE(samePictures(convert(1, nullptr), one));
+    EXPECT_TRUE(samePictures(convert(3, nullptr), one));
+
+    // A pixel at (300, 40) and a band across rows 150–170 meet these tiles; those are converted, and nothing
+    // else is written.
+    const std::vector<PictureArea> areas{{300, 40, 1, 1}, {-10, 150, 700, 21}};
+    const std::vector<PictureArea> tiles = av::PixelConverter::tilesMeeting(areas, width, height);
+    EXPECT_EQ(tiles, (std::vector<PictureArea>{{256, 32, 256, 16}, {0, 144, 600, 32}}));
+    EXPECT_EQ(
+        av::PixelConverter::tilesMeeting({{590, 190, 50, 50}, {0, 0, 600, 200}, {5, 5, 0, 9}}, width, height),
+        (std::vector<PictureArea>{{0, 0, 600, 200}}));
+    EXPECT_EQ(
+        av::PixelConverter::tilesMeeting({{0, 0, 10, 10}, {0, 20, 10, 10}, {300, 20, 10, 10}}, width, height),
+        (std::vector<PictureArea>{{0, 0, 256, 16}, {0, 16, 512, 16}}));
+    const auto some = convert(2, &areas);
+    auto converted = [&](int x, int y) {
+        return std::any_of(tiles.begin(), tiles.end(), [&](const PictureArea& t) {
+            return x >= t.x && x < t.x + t.width && y >= t.y && y < t.y + t.height;
+        });
+    };
+    for (int y = 0; y < height; ++y) {
+        const auto luma = static_cast<std::size_t>(y * stride);
+        const auto chroma = chromaStart + static_cast<std::size_t>(y / 2 * stride / 2);
+        for (int x = 0; x < width; ++x) {
+            ASSERT_EQ(some[luma + x], converted(x, y) ? one[luma + x] : 3) << x << "," << y;
+            if (x % 2 == 0) {
+                ASSERT_EQ(some[chroma + x / 2], converted(x, y) ? one[chroma + x / 2] : 3) << x << "," << y;
+            }
         }
     }
 }
