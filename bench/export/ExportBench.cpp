@@ -5,8 +5,10 @@
 // it. $MARLOWICK_BENCH_SECONDS sets the take's length (60 unless set).
 //
 // DecodeEncode is the same decode and encode through our own media layer, for machines without the ffmpeg
-// CLI. /0 is the export as it runs; /1 the same with hardware encoders barred, to tell the encoder's share
-// from the pipeline's where a GPU is present.
+// CLI. ExportMotion and FfmpegMotion do the same for the worst case, a 15-second movie that changes
+// everywhere in every frame (FFmpeg's testsrc2), where working only where frames change gains nothing. /0 is
+// the export as it runs; /1 the same with hardware encoders barred, to tell the encoder's share from the
+// pipeline's where a GPU is present.
 
 #include "compositor/EglContext.h"
 #include "export/Exporter.h"
@@ -66,6 +68,36 @@ const Take& take() {
     return t;
 }
 
+constexpr double motionSeconds = 15;
+
+// A movie that changes everywhere in every frame, made by the ffmpeg CLI, and a project of it as a fresh
+// recording's (no telemetry, so no zooms).
+struct MotionTake {
+    fs::path movie;
+    Project project;
+
+    MotionTake() {
+        movie = take().dir / "motion.mov";
+        const std::string make = "ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=60 -t " +
+                                 std::to_string(motionSeconds) +
+                                 " -c:v libx264 -preset ultrafast -crf 20 -pix_fmt yuv420p '" +
+                                 movie.string() + "'";
+        if (std::system(make.c_str()) != 0) {
+            throw std::runtime_error("ffmpeg could not make the moving take");
+        }
+        project.source.mediaURL = Url::fileUrl(movie);
+        project.source.size = {1920, 1080};
+        project.source.frameRate = 60;
+        project.source.duration = motionSeconds;
+        project.canvas = Canvas::freshRecording();
+    }
+};
+
+const MotionTake& motionTake() {
+    static MotionTake t;
+    return t;
+}
+
 ExportPreset preset() {
     return {"bench-1080p60",          "1080p60", {1920, 1080}, 60, ExportPreset::Container::mp4,
             ExportPreset::Codec::h264};
@@ -82,8 +114,8 @@ double cpuSeconds(int who) {
 }
 
 // Frames a second, and the CPU time of all threads (`cpu_s`, per iteration) beside the wall time.
-void counters(benchmark::State& state, double cpu) {
-    state.counters["fps"] = benchmark::Counter(seconds() * 60 * static_cast<double>(state.iterations()),
+void counters(benchmark::State& state, double cpu, double takeSeconds = seconds()) {
+    state.counters["fps"] = benchmark::Counter(takeSeconds * 60 * static_cast<double>(state.iterations()),
                                                benchmark::Counter::kIsRate);
     state.counters["cpu_s"] = cpu / static_cast<double>(state.iterations());
 }
@@ -128,25 +160,43 @@ void DecodeEncode(benchmark::State& state) {
 BENCHMARK(DecodeEncode)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1)->Repetitions(2);
 
 // ffmpeg with the encoder settings the export uses for H.264 at this size.
-void FfmpegTranscode(benchmark::State& state) {
-    const Take& t = take();
+void ffmpegTranscode(benchmark::State& state, const fs::path& movie, const std::string& maps,
+                     double takeSeconds) {
     if (std::system("command -v ffmpeg >/dev/null 2>&1") != 0) {
         state.SkipWithError("no ffmpeg CLI here");
         return;
     }
-    const std::string command = "ffmpeg -v error -y -i '" + t.movie.string() +
-                                "' -map 0:v -map 0:a -c:v libx264 -preset veryfast -crf 18 -pix_fmt yuv420p "
-                                "-c:a copy '" +
-                                (t.dir / "ffmpeg.mp4").string() + "'";
+    const std::string command = "ffmpeg -v error -y -i '" + movie.string() + "' " + maps +
+                                " -c:v libx264 -preset veryfast -crf 18 -pix_fmt yuv420p -c:a copy '" +
+                                (take().dir / "ffmpeg.mp4").string() + "'";
     const double cpu = cpuSeconds(RUSAGE_CHILDREN);
     for (auto _ : state) {
         if (std::system(command.c_str()) != 0) {
             state.SkipWithError("ffmpeg failed");
         }
     }
-    counters(state, cpuSeconds(RUSAGE_CHILDREN) - cpu);
+    counters(state, cpuSeconds(RUSAGE_CHILDREN) - cpu, takeSeconds);
+}
+
+void FfmpegTranscode(benchmark::State& state) {
+    ffmpegTranscode(state, take().movie, "-map 0:v -map 0:a", seconds());
 }
 BENCHMARK(FfmpegTranscode)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1)->Repetitions(2);
+
+void ExportMotion(benchmark::State& state) {
+    const MotionTake& t = motionTake();
+    const double cpu = cpuSeconds(RUSAGE_SELF);
+    for (auto _ : state) {
+        Exporter{}.exportMovie(t.project, {}, preset(), take().dir / "motion.mp4");
+    }
+    counters(state, cpuSeconds(RUSAGE_SELF) - cpu, motionSeconds);
+}
+BENCHMARK(ExportMotion)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1)->Repetitions(2);
+
+void FfmpegMotion(benchmark::State& state) {
+    ffmpegTranscode(state, motionTake().movie, "-map 0:v", motionSeconds);
+}
+BENCHMARK(FfmpegMotion)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1)->Repetitions(2);
 
 } // namespace
 
