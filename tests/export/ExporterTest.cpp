@@ -174,22 +174,23 @@ TEST_F(ExporterTest, AnUncutTakeKeepsEveryFrameAtItsOwnTimeAndItsSoundAsRecorded
 
 TEST_F(ExporterTest, WorkingOnlyWhereFramesChangeGivesTheMovieOfWholeFrames) {
     // A still picture with a small pattern travelling over it, as a screen take changes: a zoom that ramps
-    // in, holds and ramps out, the cursor moving and clicking, and a cut the camera jumps across.
+    // in, holds and ramps out, the cursor moving and clicking, and a cut the camera jumps across. The size is
+    // no multiple of the converters' tiles nor of the 16 pixels FFmpeg's converter writes at a time.
     const fs::path take = dir / "still.mov";
     const std::string command =
-        "ffmpeg -v error -y -f lavfi -i smptebars=size=320x180:rate=30 -f lavfi -i "
+        "ffmpeg -v error -y -f lavfi -i smptebars=size=330x186:rate=30 -f lavfi -i "
         "testsrc2=size=24x16:rate=30 "
         "-filter_complex \"[0][1]overlay=x='20+mod(n*9,260)':y='30+mod(n*4,120)'\" -t 2 -c:v libx264 "
         "-preset ultrafast -pix_fmt yuv420p '" +
         take.string() + "'";
     ASSERT_EQ(std::system(command.c_str()), 0);
     Project project = projectOf(take, 30);
-    project.source.size = {320, 180};
+    project.source.size = {330, 186};
     project.camera.beats = {
         ZoomBeat(Uuid::random(), 0.3, 1.7, {0.3, 0.4}, 1.8, 0.3, 0.3, Easing::easeInOut, true)};
     project.manualCuts.emplace_back(Uuid::random(), 0.9, 1.1);
     const ExportPreset preset{
-        "test", "Test", {320, 180}, 30, ExportPreset::Container::mp4, ExportPreset::Codec::h264};
+        "test", "Test", {330, 186}, 30, ExportPreset::Container::mp4, ExportPreset::Codec::h264};
 
     std::vector<std::vector<std::vector<std::uint8_t>>> movies;
     for (const bool follows : {true, false}) {
@@ -200,7 +201,12 @@ TEST_F(ExporterTest, WorkingOnlyWhereFramesChangeGivesTheMovieOfWholeFrames) {
         VideoDecoder decoder(out);
         std::vector<std::vector<std::uint8_t>> frames;
         while (auto frame = decoder.next()) {
-            frames.push_back(std::move(frame->image.bytes));
+            std::vector<std::uint8_t> pixels;
+            for (int y = 0; y < frame->image.height; ++y) {
+                pixels.insert(pixels.end(), frame->image.row(y),
+                              frame->image.row(y) + frame->image.width * 4);
+            }
+            frames.push_back(std::move(pixels));
         }
         movies.push_back(std::move(frames));
     }
