@@ -13,6 +13,19 @@ constexpr std::size_t ringSize = 3;
 // behind the next draw.
 constexpr std::size_t readsInFlight = 1;
 
+// Copies `areas` of an image whose rows lie `stride` bytes apart from `from` to `to`, each to its own place.
+// `to` holds the whole image; `from` holds it from byte `fromStart` on.
+void copyAreas(std::uint8_t* to, const std::uint8_t* from, std::size_t fromStart, std::size_t stride,
+               const std::vector<PixelRect>& areas) {
+    for (const PixelRect& area : areas) {
+        for (int y = area.y; y < area.bottom(); ++y) {
+            const std::size_t offset =
+                static_cast<std::size_t>(y) * stride + static_cast<std::size_t>(area.x) * 4;
+            std::memcpy(to + offset, from + (offset - fromStart), static_cast<std::size_t>(area.width) * 4);
+        }
+    }
+}
+
 GlBuffer newBuffer() {
     GLuint name = 0;
     glGenBuffers(1, &name);
@@ -75,13 +88,7 @@ void PixelTransfer::uploadAreas(BgraTexture& texture, const std::uint8_t* bgra, 
         return;
     }
     // The areas go to the places they have in the image, so the buffer reads as the image would.
-    for (const PixelRect& area : areas) {
-        for (int y = area.y; y < area.bottom(); ++y) {
-            const auto offset = static_cast<std::size_t>(y) * static_cast<std::size_t>(stride) +
-                                static_cast<std::size_t>(area.x) * 4;
-            std::memcpy(mapped + offset, bgra + offset, static_cast<std::size_t>(area.width) * 4);
-        }
-    }
+    copyAreas(mapped, bgra, 0, static_cast<std::size_t>(stride), areas);
     glUnmapBuffer(GL_PIXEL_UNPACK_BUFFER);
     for (const PixelRect& area : areas) {
         texture.update(nullptr, stride, area); // from the bound buffer
@@ -169,14 +176,7 @@ void PixelTransfer::complete(PendingRead& read) {
         throw CompositorError(CompositorError::Kind::noFramebuffer,
                               "the GPU gave no buffer to read a frame from");
     }
-    for (const PixelRect& area : read.areas) {
-        for (int y = area.y; y < area.bottom(); ++y) {
-            const std::size_t offset =
-                static_cast<std::size_t>(y) * rowBytes + static_cast<std::size_t>(area.x) * 4;
-            std::memcpy(read.destination + offset, mapped + (offset - start),
-                        static_cast<std::size_t>(area.width) * 4);
-        }
-    }
+    copyAreas(read.destination, mapped, start, rowBytes, read.areas);
     glUnmapBuffer(GL_PIXEL_PACK_BUFFER);
     glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
 }
