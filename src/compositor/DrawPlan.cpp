@@ -160,6 +160,9 @@ PixelRect canvasReach(const FrameUniforms& u, const PixelRect& area, int sourceW
     const Float2 a = toCanvas(u, {static_cast<float>(area.x - 1) / w, static_cast<float>(area.y - 1) / h});
     const Float2 b =
         toCanvas(u, {static_cast<float>(area.right() + 1) / w, static_cast<float>(area.bottom() + 1) / h});
+    if (!std::isfinite(a.x) || !std::isfinite(a.y) || !std::isfinite(b.x) || !std::isfinite(b.y)) {
+        return {0, 0, width, height};
+    }
     const double infinity = std::numeric_limits<double>::infinity();
     const double x0 = area.x <= 0 ? -infinity : std::min(a.x, b.x);
     const double y0 = area.y <= 0 ? -infinity : std::min(a.y, b.y);
@@ -170,9 +173,6 @@ PixelRect canvasReach(const FrameUniforms& u, const PixelRect& area, int sourceW
     const double top = clampTo(std::floor(y0) - 1, height);
     const double right = clampTo(std::ceil(x1) + 1, width);
     const double bottom = clampTo(std::ceil(y1) + 1, height);
-    if (!std::isfinite(a.x) || !std::isfinite(a.y) || !std::isfinite(b.x) || !std::isfinite(b.y)) {
-        return {0, 0, width, height};
-    }
     return {static_cast<int>(left), static_cast<int>(top), static_cast<int>(right - left),
             static_cast<int>(bottom - top)};
 }

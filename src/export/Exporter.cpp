@@ -222,15 +222,15 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
             while (auto frame = pipeline.decoded.pop()) {
                 const BgraImage& image = frame->image;
                 const PictureChange& change = frame->change;
-                if (change.whole) {
-                    transfer.upload(source, image.bytes.data(), image.width, image.height, image.stride);
-                } else if (!change.areas.empty()) {
-                    transfer.uploadAreas(source, image.bytes.data(), image.stride, pixelRects(change.areas));
-                }
-                const double t = frame->outputTime;
                 const SourceChange sourceChange = change.whole
                                                       ? SourceChange::everywhere()
                                                       : SourceChange::within(pixelRects(change.areas));
+                if (change.whole) {
+                    transfer.upload(source, image.bytes.data(), image.width, image.height, image.stride);
+                } else if (!sourceChange.areas.empty()) {
+                    transfer.uploadAreas(source, image.bytes.data(), image.stride, sourceChange.areas);
+                }
+                const double t = frame->outputTime;
                 pipeline.emptyImages.push(std::move(frame->image));
                 auto pixels = pipeline.emptyOutputs.pop();
                 if (!pixels) {
