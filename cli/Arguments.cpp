@@ -66,7 +66,7 @@ std::optional<MarlowickDocument> openPackage(const std::filesystem::path& packag
     try {
         return MarlowickDocument::read(package);
     } catch (const std::exception& e) {
-        report(describe(e, package, Operation::opening));
+        reportFailure(package, e);
         return std::nullopt;
     }
 }
@@ -76,7 +76,7 @@ bool savePackage(const MarlowickDocument& document, const std::filesystem::path&
         document.write(package);
         return true;
     } catch (const std::exception& e) {
-        report(describe(e, package, Operation::saving));
+        reportFailure(package, e, PackageAccess::saving);
         return false;
     }
 }

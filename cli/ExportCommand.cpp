@@ -4,7 +4,6 @@
 #include "InterruptWatch.h"
 
 #include "audio/AudioRenderer.h"
-#include "compositor/Gl.h"
 #include "export/Exporter.h"
 
 #include <atomic>
@@ -136,27 +135,6 @@ private:
     bool m_drawn = false;
 };
 
-std::string describeExport(const std::exception& error, const std::filesystem::path& package) {
-    const std::string where = package.string() + ": ";
-    if (const auto* e = dynamic_cast<const ExportError*>(&error)) {
-        switch (e->kind()) {
-        case ExportError::Kind::noVideoTrack:
-            return where + "the recording has no video";
-        case ExportError::Kind::cancelled:
-            return "export stopped; the unfinished movie was removed";
-        case ExportError::Kind::writerFailed:
-            return where + "can't export: " + e->what();
-        }
-    }
-    if (dynamic_cast<const CompositorError*>(&error) != nullptr) {
-        return where + "can't draw the frames: " + error.what();
-    }
-    if (dynamic_cast<const RenderError*>(&error) != nullptr) {
-        return where + "can't mix the sound: " + error.what();
-    }
-    return where + error.what();
-}
-
 } // namespace
 
 int runExport(const std::vector<std::string>& args) {
@@ -210,11 +188,11 @@ int runExport(const std::vector<std::string>& args) {
             interrupts.token(), [&](double fraction) { progress.sound(fraction); });
     } catch (const ExportError& e) {
         progress.close();
-        report(describeExport(e, package));
+        reportFailure(package, e);
         return e.kind() == ExportError::Kind::cancelled ? exitInterrupted : exitFailure;
     } catch (const std::exception& e) {
         progress.close();
-        report(describeExport(e, package));
+        reportFailure(package, e);
         return exitFailure;
     }
     progress.close();

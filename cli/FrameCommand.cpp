@@ -5,7 +5,7 @@
 #include "compositor/EglContext.h"
 #include "compositor/FrameCompositor.h"
 #include "compositor/PngFile.h"
-#include "media/MediaError.h"
+#include "compositor/RenderTarget.h"
 #include "media/VideoDecoder.h"
 #include "trajectory/CursorSampler.h"
 
@@ -89,11 +89,8 @@ int runFrame(const std::vector<std::string>& args) {
                           cursor.frameAt(time), true);
         const std::vector<std::uint8_t> pixels = target.readBgra();
         writePng(*output, target.width(), target.height(), pixels.data(), target.width() * 4);
-    } catch (const MediaError& e) {
-        report(e.what()); // names the movie
-        return exitFailure;
     } catch (const std::exception& e) {
-        report(package.string() + ": " + e.what());
+        reportFailure(package, e);
         return exitFailure;
     }
     std::cout << "Wrote " << *output << " (" << canvasSize->first << "×" << canvasSize->second << ")\n";

@@ -43,27 +43,6 @@ std::string defaultPackageName() {
     return name;
 }
 
-std::string describeCapture(const CaptureError& error) {
-    switch (error.kind()) {
-    case CaptureError::Kind::captureUnavailable:
-        return std::string("Screen capture unavailable: ") + error.what();
-    case CaptureError::Kind::writerFailed:
-        return std::string("Recording failed: ") + error.what();
-    case CaptureError::Kind::permissionDenied:
-        return "The X server refused to share its screen.";
-    case CaptureError::Kind::microphoneDenied:
-        return "Microphone access was denied, so there would be no voice in the recording. Check that a "
-               "microphone is connected and that the sound server lets it be recorded, then try again.";
-    case CaptureError::Kind::noDisplayAvailable:
-        return "No display available to capture.";
-    case CaptureError::Kind::alreadyRecording:
-        return "Already recording.";
-    case CaptureError::Kind::notRecording:
-        return "Not recording.";
-    }
-    return error.what();
-}
-
 void printWarnings(ScreenCapturer& capturer) {
     for (const std::string& warning : capturer.takeWarnings()) {
         std::cerr << "marlowick: " << warning << '\n';
@@ -115,7 +94,7 @@ int runRecord(const std::vector<std::string>& args) {
     try {
         configuration.size = X11ScreenCapturer::screenSize();
     } catch (const CaptureError& error) {
-        report(describeCapture(error));
+        report(describe(error));
         return exitFailure;
     }
     configuration.outputURL =
@@ -135,7 +114,7 @@ int runRecord(const std::vector<std::string>& args) {
     try {
         capturer.start(configuration);
     } catch (const CaptureError& error) {
-        report(describeCapture(error));
+        report(describe(error));
         return exitFailure;
     }
     const bool terminal = ::isatty(STDERR_FILENO) != 0;
@@ -180,7 +159,7 @@ int runRecord(const std::vector<std::string>& args) {
         std::cerr << '\n';
     }
     if (interruption) {
-        report(describeCapture(*interruption));
+        report(describe(*interruption));
     }
 
     std::cerr << "Finishing the movie…\n";
@@ -188,7 +167,7 @@ int runRecord(const std::vector<std::string>& args) {
     try {
         recording = capturer.stop();
     } catch (const CaptureError& error) {
-        report(describeCapture(error) + " The partial movie stays at " + configuration.outputURL.string());
+        report(describe(error) + " The partial movie stays at " + configuration.outputURL.string());
         return exitFailure;
     }
     printWarnings(capturer);
@@ -217,7 +196,7 @@ int runRecord(const std::vector<std::string>& args) {
             clicks, keys, document.project.camera.beats.size(), package.c_str());
         std::cout << line;
     } catch (const std::exception& error) {
-        report(describe(error, package, Operation::saving) + "; the movie stays at " +
+        report(package.string() + ": " + describe(error, PackageAccess::saving) + "; the movie stays at " +
                configuration.outputURL.string());
         return exitFailure;
     }

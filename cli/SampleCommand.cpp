@@ -91,7 +91,7 @@ int runSample(const std::vector<std::string>& args) {
                       made.telemetry.size(), document.project.camera.beats.size());
         std::cout << line;
     } catch (const std::exception& e) {
-        report(package.string() + ": can't make the sample: " + e.what());
+        report(package.string() + ": can't make the sample: " + describe(e, PackageAccess::saving));
         return exitFailure;
     }
     return 0;

@@ -39,14 +39,6 @@ std::string trimSummary(const TimeMap& trim, double sourceDuration) {
     return text;
 }
 
-std::string describeRender(const std::exception& e, const std::filesystem::path& package) {
-    if (const auto* r = dynamic_cast<const RenderError*>(&e);
-        r && r->kind() == RenderError::Kind::noAudioTracks) {
-        return package.string() + ": the recording has no sound";
-    }
-    return package.string() + ": " + e.what();
-}
-
 } // namespace
 
 int runMix(const std::vector<std::string>& args) {
@@ -101,7 +93,7 @@ int runMix(const std::vector<std::string>& args) {
         if (terminal) {
             std::cerr << '\n';
         }
-        report(describeRender(e, package));
+        reportFailure(package, e);
         return exitFailure;
     }
     return 0;
@@ -142,7 +134,7 @@ int runSilence(const std::vector<std::string>& args) {
     try {
         trim = SilenceDetector{}.detect(document->project.source.mediaURL.path(), settings);
     } catch (const std::exception& e) {
-        report(describeRender(e, package));
+        reportFailure(package, e);
         return exitFailure;
     }
     // The stored map spans the source as the project knows it.

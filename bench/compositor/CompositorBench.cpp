@@ -3,6 +3,7 @@
 
 #include "compositor/EglContext.h"
 #include "compositor/FrameCompositor.h"
+#include "compositor/RenderTarget.h"
 
 #include <benchmark/benchmark.h>
 

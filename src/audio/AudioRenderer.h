@@ -2,6 +2,7 @@
 
 #include "model/AudioSettings.h"
 #include "model/TimeMap.h"
+#include "model/TypedError.h"
 
 #include <filesystem>
 #include <functional>
@@ -13,17 +14,8 @@
 namespace marlowick {
 
 // The sound can't be read or written. The text is FFmpeg's reason, or the step that failed.
-class RenderError : public std::runtime_error {
-public:
-    enum class Kind { readFailed, writeFailed, noAudioTracks };
-    RenderError(Kind kind, const std::string& text)
-        : std::runtime_error(text)
-        , m_kind(kind) {}
-    Kind kind() const { return m_kind; }
-
-private:
-    Kind m_kind;
-};
+enum class RenderErrorKind { readFailed, writeFailed, noAudioTracks };
+using RenderError = TypedError<RenderErrorKind>;
 
 // Turns the sound of a recorded movie and the project's audio settings into one finished mono track:
 // the voice chain, the gains, ducking, the mix, the cut, the music bed, the clicks, and the final level,

@@ -1,29 +1,18 @@
 #pragma once
 
-#include <stdexcept>
-#include <string>
+#include "model/TypedError.h"
 
 namespace marlowick {
 
-// Why a capture can't start or go on. What the user reads is worded by the session.
-class CaptureError : public std::runtime_error {
-public:
-    enum class Kind {
-        captureUnavailable, // the display can't be read; the text says why
-        writerFailed,       // the movie can't be set up or finished
-        permissionDenied,
-        microphoneDenied,
-        noDisplayAvailable,
-        alreadyRecording,
-        notRecording,
-    };
-    CaptureError(Kind kind, const std::string& text = {})
-        : std::runtime_error(text)
-        , m_kind(kind) {}
-    Kind kind() const { return m_kind; }
-
-private:
-    Kind m_kind;
+// Why a capture can't start or go on.
+enum class CaptureErrorKind {
+    captureUnavailable, // the display can't be read; the text says why
+    writerFailed,       // the movie can't be set up or finished; the text says why
+    microphoneDenied,   // no microphone can be recorded
+    noDisplayAvailable, // no X display answers
+    alreadyRecording,
+    notRecording,
 };
+using CaptureError = TypedError<CaptureErrorKind>;
 
 } // namespace marlowick

@@ -1,6 +1,6 @@
 #include "capture/RecordingSink.h"
 
-#include "media/FFmpeg.h"
+#include "media/AvPointers.h"
 #include "media/MediaError.h"
 #include "media/PixelConverter.h"
 #include "media/RecordingWriter.h"

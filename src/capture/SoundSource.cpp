@@ -7,6 +7,7 @@
 #include <pulse/simple.h>
 
 #include <chrono>
+#include <optional>
 #include <vector>
 
 namespace marlowick {
@@ -156,11 +157,6 @@ std::optional<std::string> defaultMicrophoneOf(Introspection& introspection) {
 }
 
 } // namespace
-
-std::optional<std::string> SoundSource::defaultMicrophone(const std::string& server) {
-    Introspection introspection(server);
-    return defaultMicrophoneOf(introspection);
-}
 
 SoundSource::SoundSource(Kind kind, std::string server, Deliver deliver, Warn warn)
     : m_kind(kind)

@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 
@@ -40,10 +39,6 @@ public:
 
     // The source's device name as the server knows it.
     const std::string& device() const { return m_device; }
-
-    // The name of the default source when it is a real input (not a sink's monitor), or none; none also
-    // when no server answers.
-    static std::optional<std::string> defaultMicrophone(const std::string& server = {});
 
 private:
     struct Stream;

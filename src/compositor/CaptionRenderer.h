@@ -1,6 +1,6 @@
 #pragma once
 
-#include "compositor/Gl.h"
+#include "compositor/BgraTexture.h"
 #include "model/CaptionTrack.h"
 #include "model/Geometry.h"
 
@@ -25,7 +25,6 @@ public:
 
     // The caption at time t, or none: the track is off, no cue is on, or the text can't be drawn.
     std::optional<Layout> layout(const CaptionTrack& track, double t, Size canvas);
-    void invalidate() { m_cache.clear(); }
     std::size_t cachedCount() const { return m_cache.size(); }
 
     // The rasterised caption as premultiplied BGRA (row 0 at the top), or none for a size under one pixel.

@@ -1,6 +1,7 @@
 #include "compositor/EglContext.h"
 
-#include "compositor/Gl.h"
+#include "compositor/CompositorError.h"
+#include "compositor/GlName.h"
 
 #include <EGL/egl.h>
 #include <EGL/eglext.h>

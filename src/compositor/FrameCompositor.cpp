@@ -268,10 +268,6 @@ void FrameCompositor::draw(const BgraTexture& source, const FrameUniforms& u, co
     glActiveTexture(GL_TEXTURE0);
 }
 
-void FrameCompositor::invalidateCaptions() {
-    m_captions->invalidate();
-}
-
 std::vector<std::size_t> FrameCompositor::uniformBlockOffsets() const {
     std::vector<std::size_t> offsets;
     for (const UniformField& field : frameUniformFields()) {

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "compositor/BgraTexture.h"
+#include "compositor/CompositorError.h"
 #include "compositor/DrawPlan.h"
 #include "compositor/FrameLayout.h"
-#include "compositor/Gl.h"
+#include "compositor/GlName.h"
 
 #include <optional>
 #include <string>
@@ -55,9 +57,6 @@ public:
                                           const Project& project, double t,
                                           const std::optional<CursorFrame>& cursor, bool topRowFirst,
                                           const SourceChange& change);
-
-    // Forgets the cached captions, after a cue's words were edited.
-    void invalidateCaptions();
 
     // Whether a frame is drawn region by region with variants of the program that leave out the passes a
     // region can't need (the default), or in one draw of the whole program. Both give the same pixels;

@@ -1,6 +1,8 @@
 #pragma once
 
-#include "compositor/Gl.h"
+#include "compositor/BgraTexture.h"
+#include "compositor/CompositorError.h"
+#include "compositor/GlName.h"
 
 #include <cstdint>
 #include <deque>

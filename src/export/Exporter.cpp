@@ -4,6 +4,7 @@
 #include "compositor/EglContext.h"
 #include "compositor/FrameCompositor.h"
 #include "compositor/PixelTransfer.h"
+#include "compositor/RenderTarget.h"
 #include "export/BoundedQueue.h"
 #include "media/AudioFile.h"
 #include "media/MediaError.h"

@@ -3,6 +3,7 @@
 #include "export/ExportPreset.h"
 #include "model/InputEvent.h"
 #include "model/Project.h"
+#include "model/TypedError.h"
 
 #include <filesystem>
 #include <functional>
@@ -13,22 +14,13 @@
 
 namespace marlowick {
 
-// Why an export didn't finish. What the user reads is worded by the caller.
-class ExportError : public std::runtime_error {
-public:
-    enum class Kind {
-        writerFailed, // reading the recording or writing the movie failed; the text says how
-        noVideoTrack, // the recording holds no video
-        cancelled,    // the caller asked it to stop
-    };
-    ExportError(Kind kind, const std::string& text = {})
-        : std::runtime_error(text)
-        , m_kind(kind) {}
-    Kind kind() const { return m_kind; }
-
-private:
-    Kind m_kind;
+// Why an export didn't finish.
+enum class ExportErrorKind {
+    writerFailed, // reading the recording or writing the movie failed; the text says how
+    noVideoTrack, // the recording holds no video
+    cancelled,    // the caller asked it to stop
 };
+using ExportError = TypedError<ExportErrorKind>;
 
 // Turns a project into a finished movie. Every source frame that survives the cuts becomes exactly one
 // output frame, at its own time moved through the time map: there is no resampling to a frame rate.

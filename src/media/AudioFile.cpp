@@ -1,8 +1,10 @@
 #include "media/AudioFile.h"
 
-#include "media/FFmpeg.h"
+#include "media/AvInput.h"
 #include "media/MediaError.h"
 #include "media/MediaInfo.h"
+#include "media/StreamDecoder.h"
+#include "media/StreamEncoder.h"
 
 #include <algorithm>
 
@@ -14,13 +16,7 @@ namespace marlowick::AudioFile {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-[[noreturn]] void fail(const fs::path& path, const std::string& what, int code) {
-    throw MediaError(path.string() + ": " + what + ": " + describeAvError(code));
-}
-
-} // namespace
+namespace {} // namespace
 
 std::size_t trackCount(const fs::path& path) {
     return MediaInfo::of(path).audioTracks;
@@ -39,7 +35,8 @@ void decode(const fs::path& path, std::size_t track, const std::function<void(st
     const av::InputFormat input = av::openInput(path);
     const std::vector<int> streams = av::streamsOfType(*input, AVMEDIA_TYPE_AUDIO);
     if (track >= streams.size()) {
-        throw MediaError(path.string() + ": has no audio track " + std::to_string(track));
+        throw MediaError(MediaErrorKind::missingTrack,
+                         path.string() + ": has no audio track " + std::to_string(track));
     }
     // Only the chosen stream's packets are wanted.
     for (unsigned i = 0; i < input->nb_streams; ++i) {
@@ -59,7 +56,7 @@ void decode(const fs::path& path, std::size_t track, const std::function<void(st
     av_channel_layout_uninit(&in);
     av::Resampler resampler(raw);
     if (result < 0 || (result = swr_init(raw)) < 0) {
-        fail(path, "can't convert the sound", result);
+        failWith(MediaErrorKind::decodingFailed, path, "can't convert the sound", result);
     }
 
     expect(input->duration == AV_NOPTS_VALUE
@@ -76,7 +73,7 @@ void decode(const fs::path& path, std::size_t track, const std::function<void(st
         uint8_t* out[1] = {reinterpret_cast<uint8_t*>(chunk.data())};
         const int made = swr_convert(raw, out, room, data, count);
         if (made < 0) {
-            fail(path, "can't convert the sound", made);
+            failWith(MediaErrorKind::decodingFailed, path, "can't convert the sound", made);
         }
         if (made > 0) {
             consume(std::span<const float>(chunk.data(), static_cast<std::size_t>(made)));
@@ -114,12 +111,12 @@ void writeAac(const fs::path& path, std::span<const float> samples,
     AVFormatContext* raw = nullptr;
     int result = avformat_alloc_output_context2(&raw, nullptr, "ipod", path.c_str()); // the .m4a muxer
     if (result < 0) {
-        fail(path, "can't write", result);
+        failWith(MediaErrorKind::writingFailed, path, "can't write", result);
     }
     av::OutputFormat output(raw);
     const AVCodec* encoder = avcodec_find_encoder_by_name("aac");
     if (encoder == nullptr) {
-        throw MediaError(path.string() + ": no AAC encoder");
+        throw MediaError(MediaErrorKind::unsupported, path.string() + ": no AAC encoder");
     }
     av::CodecContext codec(avcodec_alloc_context3(encoder));
     codec->sample_fmt = AV_SAMPLE_FMT_FLTP;
@@ -135,16 +132,16 @@ void writeAac(const fs::path& path, std::span<const float> samples,
     // slower.
     av_opt_set(codec->priv_data, "aac_coder", "fast", 0);
     if ((result = avcodec_open2(codec.get(), encoder, nullptr)) < 0) {
-        fail(path, "can't open the AAC encoder", result);
+        failWith(MediaErrorKind::unsupported, path, "can't open the AAC encoder", result);
     }
     AVStream* stream = avformat_new_stream(raw, nullptr);
     avcodec_parameters_from_context(stream->codecpar, codec.get());
     stream->time_base = codec->time_base;
     if ((result = avio_open(&raw->pb, path.c_str(), AVIO_FLAG_WRITE)) < 0) {
-        fail(path, "can't create", result);
+        failWith(MediaErrorKind::writingFailed, path, "can't create", result);
     }
     if ((result = avformat_write_header(raw, nullptr)) < 0) {
-        fail(path, "can't write", result);
+        failWith(MediaErrorKind::writingFailed, path, "can't write", result);
     }
 
     av::StreamEncoder encoding(*raw, *codec, *stream, path);
@@ -160,7 +157,7 @@ void writeAac(const fs::path& path, std::span<const float> samples,
         frame->ch_layout = AV_CHANNEL_LAYOUT_MONO;
         frame->nb_samples = static_cast<int>(count);
         if ((result = av_frame_get_buffer(frame.get(), 0)) < 0) {
-            fail(path, "encoding", result);
+            failWith(MediaErrorKind::encodingFailed, path, "encoding", result);
         }
         std::copy_n(samples.data() + offset, count, reinterpret_cast<float*>(frame->data[0]));
         frame->pts = static_cast<int64_t>(offset);
@@ -172,7 +169,7 @@ void writeAac(const fs::path& path, std::span<const float> samples,
     }
     encoding.send(nullptr);
     if ((result = av_write_trailer(raw)) < 0) {
-        fail(path, "writing", result);
+        failWith(MediaErrorKind::writingFailed, path, "writing", result);
     }
 }
 

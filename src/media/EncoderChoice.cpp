@@ -119,7 +119,7 @@ OpenEncoder openSoftwareEncoder(const fs::path& path, const EncoderRequest& requ
     const bool prores = request.codec == Codec::prores4444;
     const char* name = prores ? "prores_ks" : (request.codec == Codec::hevc ? "libx265" : "libx264");
     if (avcodec_find_encoder_by_name(name) == nullptr) {
-        throw MediaError(path.string() + ": no " + name + " encoder");
+        throw MediaError(MediaErrorKind::unsupported, path.string() + ": no " + name + " encoder");
     }
     int failure = 0;
     auto open = tryOpen(
@@ -163,8 +163,8 @@ OpenEncoder openSoftwareEncoder(const fs::path& path, const EncoderRequest& requ
         },
         &failure);
     if (!open) {
-        throw MediaError(path.string() + ": can't open the " + name +
-                         " encoder: " + describeAvError(failure));
+        throw MediaError(MediaErrorKind::unsupported, path.string() + ": can't open the " + name +
+                                                          " encoder: " + describeAvError(failure));
     }
     return std::move(*open);
 }
@@ -181,7 +181,8 @@ void sendPicture(OpenEncoder& encoder, StreamEncoder& encoding, AVFrame* picture
         result = av_hwframe_transfer_data(scratch, picture, 0);
     }
     if (result < 0) {
-        throw MediaError(path.string() + ": can't hand the frame to the GPU: " + describeAvError(result));
+        throw MediaError(MediaErrorKind::encodingFailed,
+                         path.string() + ": can't hand the frame to the GPU: " + describeAvError(result));
     }
     scratch->pts = picture->pts;
     encoding.send(scratch);

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "media/FFmpeg.h"
+#include "media/AvPointers.h"
+#include "media/StreamEncoder.h"
 
 #include <filesystem>
 #include <optional>

@@ -64,8 +64,9 @@ PixelConverter::PixelConverter(int width, int height, AVPixelFormat from, AVPixe
                 exists ? sws_getContext(w, h, from, w, h, to, SWS_POINT, nullptr, nullptr, nullptr)
                        : nullptr);
             if (exists && !context) {
-                throw MediaError(std::string("no conversion from ") + av_get_pix_fmt_name(from) + " to " +
-                                 av_get_pix_fmt_name(to));
+                throw MediaError(MediaErrorKind::unsupported, std::string("no conversion from ") +
+                                                                  av_get_pix_fmt_name(from) + " to " +
+                                                                  av_get_pix_fmt_name(to));
             }
             shapes.push_back(std::move(context));
         }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/FFmpeg.h"
+#include "media/AvPointers.h"
 #include "media/PictureChange.h"
 
 #include <optional>

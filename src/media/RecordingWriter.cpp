@@ -1,8 +1,9 @@
 #include "media/RecordingWriter.h"
 
+#include "media/AvInput.h"
 #include "media/EncoderChoice.h"
-#include "media/FFmpeg.h"
 #include "media/MediaError.h"
+#include "media/StreamEncoder.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -22,10 +23,6 @@ namespace marlowick {
 namespace fs = std::filesystem;
 
 namespace {
-
-[[noreturn]] void fail(const fs::path& path, const std::string& what, int code) {
-    throw MediaError(path.string() + ": " + what + ": " + describeAvError(code));
-}
 
 constexpr int audioBitRate = 160000;
 constexpr int aacPriming = 1024; // samples the native AAC encoder puts before the sound
@@ -47,7 +44,7 @@ struct AudioTrack {
         frame->ch_layout = AV_CHANNEL_LAYOUT_STEREO;
         frame->nb_samples = codec->frame_size;
         if (const int result = av_frame_get_buffer(frame.get(), 0); result < 0) {
-            fail(path, "no sound buffer", result);
+            failWith(MediaErrorKind::encodingFailed, path, "no sound buffer", result);
         }
         frame->pts = written;
         filled = 0;
@@ -109,7 +106,7 @@ RecordingWriter::RecordingWriter(const fs::path& path, const Settings& settings)
     AVFormatContext* raw = nullptr;
     int result = avformat_alloc_output_context2(&raw, nullptr, "mov", path.c_str());
     if (result < 0) {
-        fail(path, "can't write", result);
+        failWith(MediaErrorKind::writingFailed, path, "can't write", result);
     }
     s.output.reset(raw);
 
@@ -134,7 +131,7 @@ RecordingWriter::RecordingWriter(const fs::path& path, const Settings& settings)
 
     const AVCodec* aac = avcodec_find_encoder_by_name("aac");
     if (aac == nullptr && settings.audioTracks > 0) {
-        throw MediaError(path.string() + ": no AAC encoder");
+        throw MediaError(MediaErrorKind::unsupported, path.string() + ": no AAC encoder");
     }
     for (int i = 0; i < settings.audioTracks; ++i) {
         AudioTrack track;
@@ -150,7 +147,7 @@ RecordingWriter::RecordingWriter(const fs::path& path, const Settings& settings)
         // this rate, and a capture has none to spare.
         av_opt_set(c.priv_data, "aac_coder", "fast", 0);
         if ((result = avcodec_open2(&c, aac, nullptr)) < 0) {
-            fail(path, "can't open the AAC encoder", result);
+            failWith(MediaErrorKind::unsupported, path, "can't open the AAC encoder", result);
         }
         track.stream = avformat_new_stream(raw, nullptr);
         avcodec_parameters_from_context(track.stream->codecpar, &c);
@@ -159,7 +156,7 @@ RecordingWriter::RecordingWriter(const fs::path& path, const Settings& settings)
     }
 
     if ((result = avio_open(&raw->pb, path.c_str(), AVIO_FLAG_WRITE)) < 0) {
-        fail(path, "can't create", result);
+        failWith(MediaErrorKind::writingFailed, path, "can't create", result);
     }
     // Each fragment goes out whole as soon as the next keyframe closes it; an audio track that falls
     // silent holds the video back by one second at most.
@@ -171,7 +168,7 @@ RecordingWriter::RecordingWriter(const fs::path& path, const Settings& settings)
     result = avformat_write_header(raw, &options);
     av_dict_free(&options);
     if (result < 0) {
-        fail(path, "can't write", result);
+        failWith(MediaErrorKind::writingFailed, path, "can't write", result);
     }
     s.video = std::make_unique<av::StreamEncoder>(*raw, *s.encoder.codec, *s.videoStream, path);
     for (AudioTrack& track : s.audio) {
@@ -213,7 +210,7 @@ void RecordingWriter::finish() {
         track.finish();
     }
     if (const int result = av_write_trailer(s.output.get()); result < 0) {
-        fail(s.path, "writing", result);
+        failWith(MediaErrorKind::writingFailed, s.path, "writing", result);
     }
     s.finished = true;
 }
@@ -227,7 +224,8 @@ void syncPath(const fs::path& path, int flags) {
         if (fd >= 0) {
             ::close(fd);
         }
-        throw MediaError(path.string() + ": can't flush to the disk: " + std::strerror(error));
+        throw MediaError(MediaErrorKind::writingFailed,
+                         path.string() + ": can't flush to the disk: " + std::strerror(error));
     }
     ::close(fd);
 }
@@ -254,7 +252,7 @@ void RecordingWriter::finalise(const fs::path& path) {
     AVFormatContext* raw = nullptr;
     int result = avformat_alloc_output_context2(&raw, nullptr, "mov", scratch.c_str());
     if (result < 0) {
-        fail(path, "can't rewrite", result);
+        failWith(MediaErrorKind::writingFailed, path, "can't rewrite", result);
     }
     const av::OutputFormat output(raw);
     for (unsigned i = 0; i < input->nb_streams; ++i) {
@@ -266,7 +264,7 @@ void RecordingWriter::finalise(const fs::path& path) {
     }
     if ((result = avio_open(&raw->pb, scratch.c_str(), AVIO_FLAG_WRITE)) < 0 ||
         (result = avformat_write_header(raw, nullptr)) < 0) {
-        fail(scratch, "can't write", result);
+        failWith(MediaErrorKind::writingFailed, scratch, "can't write", result);
     }
     // The fragments can't say that an AAC track begins with the encoder's priming (1024 samples of the
     // native encoder) and the track starts with it at 0; an ordinary movie can, with an edit list, so its
@@ -296,14 +294,14 @@ void RecordingWriter::finalise(const fs::path& path) {
         av_packet_rescale_ts(packet.get(), from->time_base, raw->streams[packet->stream_index]->time_base);
         packet->pos = -1;
         if ((result = av_interleaved_write_frame(raw, packet.get())) < 0) {
-            fail(scratch, "writing", result);
+            failWith(MediaErrorKind::writingFailed, scratch, "writing", result);
         }
     }
     if (result != AVERROR_EOF && packets == 0) {
-        fail(path, "reading", result);
+        failWith(MediaErrorKind::decodingFailed, path, "reading", result);
     }
     if ((result = av_write_trailer(raw)) < 0) {
-        fail(scratch, "writing", result);
+        failWith(MediaErrorKind::writingFailed, scratch, "writing", result);
     }
     avio_closep(&raw->pb);
     syncPath(scratch, O_RDONLY);

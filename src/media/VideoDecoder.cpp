@@ -1,8 +1,9 @@
 #include "media/VideoDecoder.h"
 
-#include "media/FFmpeg.h"
+#include "media/AvInput.h"
 #include "media/MediaError.h"
 #include "media/PixelConverter.h"
+#include "media/StreamDecoder.h"
 
 #include <algorithm>
 #include <cmath>
@@ -35,10 +36,6 @@ struct VideoDecoder::State {
     double lastTime = -1;  // seconds: the last frame handed out, for frames without a timestamp
     bool draining = false; // the demuxer is at its end and the decoder is being emptied
 
-    [[noreturn]] void fail(const std::string& what, int code) const {
-        throw MediaError(path.string() + ": " + what + ": " + describeAvError(code));
-    }
-
     double frameTime(const AVFrame& f) {
         const int64_t pts = f.best_effort_timestamp;
         if (pts == AV_NOPTS_VALUE) {
@@ -69,7 +66,8 @@ struct VideoDecoder::State {
                 converter =
                     std::make_unique<av::PixelConverter>(f.width, f.height, pixelFormat, AV_PIX_FMT_BGRA);
             } catch (const MediaError&) {
-                throw MediaError(path.string() + ": no conversion of the video's pixel format to BGRA");
+                throw MediaError(MediaErrorKind::unsupported,
+                                 path.string() + ": no conversion of the video's pixel format to BGRA");
             }
         }
         // Screen recordings are usually BT.709; the converter assumes BT.601 unless told.
@@ -102,7 +100,7 @@ VideoDecoder::VideoDecoder(const std::filesystem::path& movie)
     AVFormatContext* raw = s.format.get();
     const int index = av_find_best_stream(raw, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     if (index < 0) {
-        throw MediaError(movie.string() + ": no video stream");
+        throw MediaError(MediaErrorKind::missingTrack, movie.string() + ": no video stream");
     }
     s.stream = raw->streams[index];
     s.decoder = std::make_unique<av::StreamDecoder>(*raw, index, movie);
@@ -298,7 +296,7 @@ void VideoDecoder::seek(double time) {
         static_cast<int64_t>(std::floor((std::max(time, 0.0) + s.start) / av_q2d(s.stream->time_base)));
     const int result = av_seek_frame(s.format.get(), s.stream->index, target, AVSEEK_FLAG_BACKWARD);
     if (result < 0) {
-        s.fail("can't seek", result);
+        failWith(MediaErrorKind::decodingFailed, s.path, "can't seek", result);
     }
     s.decoder->flush();
     s.lastTime = -1;

@@ -1,9 +1,10 @@
 #include "media/VideoEncoder.h"
 
+#include "media/AvInput.h"
 #include "media/EncoderChoice.h"
-#include "media/FFmpeg.h"
 #include "media/MediaError.h"
 #include "media/PixelConverter.h"
+#include "media/StreamEncoder.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -15,10 +16,6 @@ namespace marlowick {
 namespace fs = std::filesystem;
 
 namespace {
-
-[[noreturn]] void fail(const fs::path& path, const std::string& what, int code) {
-    throw MediaError(path.string() + ": " + what + ": " + describeAvError(code));
-}
 
 const char* formatName(VideoEncoder::Container container) {
     return container == VideoEncoder::Container::mp4 ? "mp4" : "mov";
@@ -48,7 +45,7 @@ struct AudioCopy {
                 return false;
             }
             if (result < 0) {
-                fail(file, "reading the sound", result);
+                failWith(MediaErrorKind::decodingFailed, file, "reading the sound", result);
             }
             if (packet->stream_index == source->index) {
                 return true;
@@ -61,7 +58,8 @@ struct AudioCopy {
 int audioStreamIndex(const AVFormatContext& input, const VideoEncoder::AudioTrack& track) {
     const std::vector<int> streams = av::streamsOfType(input, AVMEDIA_TYPE_AUDIO);
     if (track.track >= streams.size()) {
-        throw MediaError(track.file.string() + ": has no audio track " + std::to_string(track.track));
+        throw MediaError(MediaErrorKind::missingTrack,
+                         track.file.string() + ": has no audio track " + std::to_string(track.track));
     }
     return streams[track.track];
 }
@@ -106,7 +104,7 @@ struct VideoEncoder::State {
                 copy.holding = false;
                 if (const int result = av_interleaved_write_frame(output.get(), copy.packet.get());
                     result < 0) {
-                    fail(path, "writing the sound", result);
+                    failWith(MediaErrorKind::writingFailed, path, "writing the sound", result);
                 }
             }
         }
@@ -135,7 +133,7 @@ VideoEncoder::VideoEncoder(const fs::path& path, const Settings& settings)
     AVFormatContext* raw = nullptr;
     int result = avformat_alloc_output_context2(&raw, nullptr, formatName(settings.container), path.c_str());
     if (result < 0) {
-        fail(path, "can't write", result);
+        failWith(MediaErrorKind::writingFailed, path, "can't write", result);
     }
     s.output.reset(raw);
 
@@ -172,9 +170,10 @@ VideoEncoder::VideoEncoder(const fs::path& path, const Settings& settings)
         }
         copy.source = copy.input->streams[index];
         if (avformat_query_codec(raw->oformat, copy.source->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 1) {
-            throw MediaError(path.string() + ": can't store the " +
-                             avcodec_get_name(copy.source->codecpar->codec_id) + " sound of " +
-                             track.file.string());
+            throw MediaError(MediaErrorKind::unsupported,
+                             path.string() + ": can't store the " +
+                                 avcodec_get_name(copy.source->codecpar->codec_id) + " sound of " +
+                                 track.file.string());
         }
         copy.target = avformat_new_stream(raw, nullptr);
         avcodec_parameters_copy(copy.target->codecpar, copy.source->codecpar);
@@ -185,10 +184,10 @@ VideoEncoder::VideoEncoder(const fs::path& path, const Settings& settings)
     }
 
     if ((result = avio_open(&raw->pb, path.c_str(), AVIO_FLAG_WRITE)) < 0) {
-        fail(path, "can't create", result);
+        failWith(MediaErrorKind::writingFailed, path, "can't create", result);
     }
     if ((result = avformat_write_header(raw, nullptr)) < 0) {
-        fail(path, "can't write", result);
+        failWith(MediaErrorKind::writingFailed, path, "can't write", result);
     }
     s.encoding = std::make_unique<av::StreamEncoder>(*raw, c, *s.stream, path);
 
@@ -196,7 +195,7 @@ VideoEncoder::VideoEncoder(const fs::path& path, const Settings& settings)
     s.frame->width = c.width;
     s.frame->height = c.height;
     if ((result = av_frame_get_buffer(s.frame.get(), 0)) < 0) {
-        fail(path, "no frame buffer", result);
+        failWith(MediaErrorKind::encodingFailed, path, "no frame buffer", result);
     }
     const AVPixelFormat input = settings.input == PixelOrder::rgba ? AV_PIX_FMT_RGBA : AV_PIX_FMT_BGRA;
     s.converter = std::make_unique<av::PixelConverter>(c.width, c.height, input, s.encoder.softwareFormat);
@@ -223,7 +222,7 @@ void VideoEncoder::encodeChanged(const std::uint8_t* bgra, int stride, double ti
     if (!areas.empty()) {
         // A picture an encoder still holds is copied first, so the rows left alone keep the last frame's.
         if (const int result = av_frame_make_writable(s.frame.get()); result < 0) {
-            fail(s.path, "no frame buffer", result);
+            failWith(MediaErrorKind::encodingFailed, s.path, "no frame buffer", result);
         }
         const uint8_t* planes[4] = {bgra};
         const int strides[4] = {stride};
@@ -257,7 +256,7 @@ bool VideoEncoder::finish(std::stop_token stop) {
         return false;
     }
     if (const int result = av_write_trailer(s.output.get()); result < 0) {
-        fail(s.path, "writing", result);
+        failWith(MediaErrorKind::writingFailed, s.path, "writing", result);
     }
     s.finished = true;
     return true;

@@ -66,9 +66,3 @@ template <> struct EnumNames<DeviceFrame::Kind> {
 };
 
 } // namespace marlowick
-
-template <> struct std::hash<marlowick::DeviceFrame> {
-    std::size_t operator()(const marlowick::DeviceFrame& d) const noexcept {
-        return std::hash<std::string>()(d.id);
-    }
-};

@@ -25,13 +25,3 @@ struct Size {
 
 } // namespace marlowick
 
-template <> struct std::hash<marlowick::Point> {
-    std::size_t operator()(const marlowick::Point& p) const noexcept {
-        return std::hash<double>()(p.x) * 31 + std::hash<double>()(p.y);
-    }
-};
-template <> struct std::hash<marlowick::Size> {
-    std::size_t operator()(const marlowick::Size& s) const noexcept {
-        return std::hash<double>()(s.width) * 31 + std::hash<double>()(s.height);
-    }
-};

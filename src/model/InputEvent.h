@@ -30,10 +30,3 @@ template <> struct EnumNames<InputEvent::Kind> {
 };
 
 } // namespace marlowick
-
-template <> struct std::hash<marlowick::InputEvent> {
-    std::size_t operator()(const marlowick::InputEvent& e) const noexcept {
-        return std::hash<double>()(e.time) ^ (std::hash<marlowick::Point>()(e.location) << 1) ^
-               static_cast<std::size_t>(e.kind);
-    }
-};

@@ -3,6 +3,7 @@
 #include "model/FileOps.h"
 #include "model/InputEvent.h"
 #include "model/Project.h"
+#include "model/TypedError.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -16,21 +17,9 @@ namespace marlowick {
 
 // A package that can't be opened or saved. The text is the payload: the package's path for
 // `notAPackage`, the version found for `unsupportedFormatVersion`, and for `mediaMissing` the movie's
-// path relative to the package on read, its absolute path on write. Callers word it for the user.
-class DocumentError : public std::runtime_error {
-public:
-    enum class Kind { notAPackage, unsupportedFormatVersion, mediaMissing };
-
-    DocumentError(Kind kind, std::string payload)
-        : std::runtime_error(std::move(payload))
-        , m_kind(kind) {}
-
-    Kind kind() const { return m_kind; }
-    std::string payload() const { return what(); }
-
-private:
-    Kind m_kind;
-};
+// path relative to the package on read, its absolute path on write.
+enum class DocumentErrorKind { notAPackage, unsupportedFormatVersion, mediaMissing };
+using DocumentError = TypedError<DocumentErrorKind>;
 
 // A project together with its telemetry, in memory and on disk. On disk it is a package directory:
 //

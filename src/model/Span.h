@@ -40,9 +40,3 @@ struct Span {
 };
 
 } // namespace marlowick
-
-template <> struct std::hash<marlowick::Span> {
-    std::size_t operator()(const marlowick::Span& s) const noexcept {
-        return std::hash<marlowick::Uuid>()(s.id);
-    }
-};

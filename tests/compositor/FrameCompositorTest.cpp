@@ -5,6 +5,7 @@
 #include "compositor/CaptionRenderer.h"
 #include "compositor/EglContext.h"
 #include "compositor/PixelTransfer.h"
+#include "compositor/RenderTarget.h"
 
 #include <algorithm>
 #include <array>

@@ -2,7 +2,7 @@
 // the sound of the finished movie are, per the cuts and the tracks of the recording.
 
 #include "export/Exporter.h"
-#include "media/FFmpeg.h"
+#include "media/AvInput.h"
 #include "media/VideoDecoder.h"
 #include "support/TempDir.h"
 

@@ -38,7 +38,7 @@ DocumentError::Kind documentErrorOf(const std::function<void()>& action, std::st
         action();
     } catch (const DocumentError& e) {
         if (payload) {
-            *payload = e.payload();
+            *payload = e.what();
         }
         return e.kind();
     }

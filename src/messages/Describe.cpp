@@ -1,0 +1,111 @@
+#include "messages/Describe.h"
+
+#include "audio/AudioRenderer.h"
+#include "capture/CaptureError.h"
+#include "compositor/CompositorError.h"
+#include "export/Exporter.h"
+#include "media/MediaError.h"
+#include "model/Coding.h"
+#include "model/MarlowickDocument.h"
+
+#include <filesystem>
+
+namespace marlowick {
+
+namespace {
+
+std::string describeDocument(const DocumentError& e, PackageAccess access) {
+    const bool opening = access == PackageAccess::opening;
+    switch (e.kind()) {
+    case DocumentErrorKind::notAPackage:
+        return opening ? "not a Marlowick package (it has no Document.json)"
+                       : "already exists and is not a Marlowick package; it was left as it is";
+    case DocumentErrorKind::unsupportedFormatVersion:
+        return std::string("was saved by a newer Marlowick (format version ") + e.what() +
+               "); this one reads versions up to " + std::to_string(MarlowickDocument::currentFormatVersion);
+    case DocumentErrorKind::mediaMissing:
+        return opening ? std::string("the movie ") + e.what() + " is missing from the package"
+                       : std::string("can't save: the movie ") + e.what() + " can't be found";
+    }
+    return e.what();
+}
+
+// On Linux the screen is the X server's to give and the microphone PulseAudio's (or PipeWire's) default
+// source, so each message says where that is set.
+std::string describeCapture(const CaptureError& e) {
+    switch (e.kind()) {
+    case CaptureErrorKind::captureUnavailable:
+        return std::string("Screen capture unavailable: ") + e.what();
+    case CaptureErrorKind::writerFailed:
+        return std::string("Recording failed: ") + e.what();
+    case CaptureErrorKind::microphoneDenied:
+        return "Microphone access was denied, so there would be no voice in the recording. Make a microphone "
+               "the sound server's default source (in the desktop's sound settings, or with 'pactl "
+               "set-default-source NAME'; 'pactl list short sources' lists them), then try again.";
+    case CaptureErrorKind::noDisplayAvailable:
+        return "No display available to capture. Run Marlowick in an X11 session, or set DISPLAY to the X "
+               "display to record (Wayland sessions can't be recorded yet).";
+    case CaptureErrorKind::alreadyRecording:
+        return "Already recording.";
+    case CaptureErrorKind::notRecording:
+        return "Not recording.";
+    }
+    return e.what();
+}
+
+std::string describeExport(const ExportError& e) {
+    switch (e.kind()) {
+    case ExportErrorKind::noVideoTrack:
+        return "the recording has no video";
+    case ExportErrorKind::cancelled:
+        return "export stopped; the unfinished movie was removed";
+    case ExportErrorKind::writerFailed:
+        return std::string("can't export: ") + e.what();
+    }
+    return e.what();
+}
+
+std::string describeRender(const RenderError& e) {
+    switch (e.kind()) {
+    case RenderErrorKind::noAudioTracks:
+        return "the recording has no sound";
+    case RenderErrorKind::readFailed:
+        return std::string("can't read the sound: ") + e.what();
+    case RenderErrorKind::writeFailed:
+        return std::string("can't write the sound: ") + e.what();
+    }
+    return e.what();
+}
+
+} // namespace
+
+std::string describe(const std::exception& error, PackageAccess access) {
+    const bool opening = access == PackageAccess::opening;
+    if (const auto* e = dynamic_cast<const DocumentError*>(&error)) {
+        return describeDocument(*e, access);
+    }
+    if (dynamic_cast<const CodingError*>(&error) != nullptr) {
+        return (opening ? "Document.json is damaged: " : "can't save: ") + std::string(error.what());
+    }
+    if (const auto* e = dynamic_cast<const std::filesystem::filesystem_error*>(&error)) {
+        std::string line = opening ? "can't read " : "can't save: ";
+        line += e->path1().empty() ? std::string("a file") : e->path1().string();
+        return line + ": " + e->code().message();
+    }
+    if (const auto* e = dynamic_cast<const CaptureError*>(&error)) {
+        return describeCapture(*e);
+    }
+    if (const auto* e = dynamic_cast<const ExportError*>(&error)) {
+        return describeExport(*e);
+    }
+    if (const auto* e = dynamic_cast<const RenderError*>(&error)) {
+        return describeRender(*e);
+    }
+    if (dynamic_cast<const CompositorError*>(&error) != nullptr) {
+        return std::string("can't draw the frames: ") + error.what();
+    }
+    // A media error's text already names the file and FFmpeg's reason.
+    return error.what();
+}
+
+} // namespace marlowick
