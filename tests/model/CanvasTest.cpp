@@ -113,12 +113,3 @@ TEST(Canvas, TheDeviceIsStoredWholeAndNotLookedUp) {
     EXPECT_EQ(json["deviceFrame"]["bezel"]["side"], 0.011);
     EXPECT_EQ(fromJson<Canvas>(json).deviceFrame, custom);
 }
-
-TEST(Canvas, TheSwatchesStartTransparentAndNameDistinctLooks) {
-    const auto& swatches = backgroundSwatches();
-    ASSERT_EQ(swatches.size(), 21u);
-    EXPECT_EQ(swatches.front().name, "Transparent");
-    EXPECT_TRUE(swatches.front().background.isTransparent());
-    EXPECT_EQ(swatches.back().name, "Sky");
-    EXPECT_EQ(toJson(swatches[7].background), toJson(Canvas::freshRecording().background)); // "Violet"
-}
