@@ -62,6 +62,13 @@ std::optional<double> parseNumber(std::string_view text) {
     return value;
 }
 
+std::string counted(std::size_t n, std::string_view noun, std::string_view plural) {
+    return std::to_string(n) + " " +
+           (n == 1           ? std::string(noun)
+            : plural.empty() ? std::string(noun) + "s"
+                             : std::string(plural));
+}
+
 std::optional<MarlowickDocument> openPackage(const std::filesystem::path& package) {
     try {
         return MarlowickDocument::read(package);

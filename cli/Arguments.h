@@ -36,6 +36,9 @@ std::optional<double> parseNumber(std::string_view text);
 // WIDTHxHEIGHT, as "1280x720", each from 1 to 16384; none otherwise.
 std::optional<std::pair<int, int>> parseSize(const std::string& text);
 
+// A count with its noun agreeing: "1 beat", "3 beats"; `plural` for a noun that doesn't just add "s".
+std::string counted(std::size_t n, std::string_view noun, std::string_view plural = {});
+
 // Reads the package, or reports in one line why it can't be opened; then there is no result.
 std::optional<MarlowickDocument> openPackage(const std::filesystem::path& package);
 

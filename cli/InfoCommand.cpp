@@ -38,11 +38,6 @@ std::string clock(double seconds) {
     return text;
 }
 
-// "1 beat", "3 beats".
-std::string counted(std::size_t n, std::string_view noun) {
-    return std::to_string(n) + " " + std::string(noun) + (n == 1 ? "" : "s");
-}
-
 std::string onOff(bool value) {
     return value ? "on" : "off";
 }

@@ -188,12 +188,13 @@ int runRecord(const std::vector<std::string>& args) {
         char line[320];
         std::snprintf(
             line, sizeof line,
-            "Recorded %.1f s: %lld frames, %lld dropped (%lld after the first second); %zu events (%zu "
-            "clicks, %zu key presses), %zu zooms\nSaved %s\n",
-            recording.duration, static_cast<long long>(statistics.framesWritten),
+            "Recorded %.1f s: %s, %lld dropped (%lld after the first second); %s (%s, %s), %s\nSaved %s\n",
+            recording.duration, counted(static_cast<std::size_t>(statistics.framesWritten), "frame").c_str(),
             static_cast<long long>(statistics.framesDropped),
-            static_cast<long long>(statistics.framesDroppedAfterFirstSecond), recording.inputEvents.size(),
-            clicks, keys, document.project.camera.beats.size(), package.c_str());
+            static_cast<long long>(statistics.framesDroppedAfterFirstSecond),
+            counted(recording.inputEvents.size(), "event").c_str(), counted(clicks, "click").c_str(),
+            counted(keys, "key press", "key presses").c_str(),
+            counted(document.project.camera.beats.size(), "zoom").c_str(), package.c_str());
         std::cout << line;
     } catch (const std::exception& error) {
         report(package.string() + ": " + describe(error, PackageAccess::saving) + "; the movie stays at " +

@@ -86,9 +86,10 @@ int runSample(const std::vector<std::string>& args) {
         const MarlowickDocument document = documentForNewRecording(recording, "Sample take");
         document.write(package);
         char line[200];
-        std::snprintf(line, sizeof line, "Wrote %s (%d×%d, %.0f fps, %.1f s, %zu events, %zu zooms)\n",
-                      package.c_str(), take.width, take.height, take.frameRate, made.duration,
-                      made.telemetry.size(), document.project.camera.beats.size());
+        std::snprintf(line, sizeof line, "Wrote %s (%d×%d, %.0f fps, %.1f s, %s, %s)\n", package.c_str(),
+                      take.width, take.height, take.frameRate, made.duration,
+                      counted(made.telemetry.size(), "event").c_str(),
+                      counted(document.project.camera.beats.size(), "zoom").c_str());
         std::cout << line;
     } catch (const std::exception& e) {
         report(package.string() + ": can't make the sample: " + describe(e, PackageAccess::saving));

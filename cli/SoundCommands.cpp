@@ -33,8 +33,8 @@ cutting is switched on.
 std::string trimSummary(const TimeMap& trim, double sourceDuration) {
     char text[160];
     const double percent = sourceDuration > 0 ? trim.removedDuration() / sourceDuration * 100 : 0;
-    std::snprintf(text, sizeof text, "%d cuts · %.1fs removed (%.0f%%) · exports at %.1fs",
-                  static_cast<int>(trim.removals().size()), trim.removedDuration(), percent,
+    std::snprintf(text, sizeof text, "%s · %.1fs removed (%.0f%%) · exports at %.1fs",
+                  counted(trim.removals().size(), "cut").c_str(), trim.removedDuration(), percent,
                   trim.outputDuration());
     return text;
 }

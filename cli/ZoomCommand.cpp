@@ -33,9 +33,10 @@ void printTable(const CameraTrack& track) {
         generated += b.isGenerated ? 1 : 0;
     }
     std::ostringstream out;
-    out << "Style " << displayName(track.style) << ": " << summary(track.style) << '\n'
-        << track.beats.size() << (track.beats.size() == 1 ? " beat" : " beats") << " (" << generated
-        << " by the director, " << track.beats.size() - generated << " edited)\n";
+    out << "Style " << enumName(track.style) << " (" << displayName(track.style)
+        << "): " << summary(track.style) << '\n'
+        << counted(track.beats.size(), "beat") << " (" << generated << " by the director, "
+        << track.beats.size() - generated << " edited)\n";
     if (!track.beats.empty()) {
         out << "\n   #     start       end   scale   center           ramps        easing      made by\n";
     }
@@ -96,6 +97,10 @@ int runZoom(const std::vector<std::string>& args) {
         }
         // With --json standard output holds the track alone; the confirmation goes beside it.
         (parsed->has("--json") ? std::cerr : std::cout) << "Saved " << package.string() << '\n';
+    } else {
+        // With --json standard output holds the track alone.
+        (parsed->has("--json") ? std::cerr : std::cout)
+            << "Nothing was saved; --write keeps these beats in the package.\n";
     }
     return 0;
 }

@@ -31,7 +31,8 @@ Commands:
                           Record the screen, its sound, the microphone and the telemetry into a new
                           package.
 
-Run 'marlowick COMMAND --help' for more about a command.
+Run 'marlowick help COMMAND' (or 'marlowick COMMAND --help') for more about a command, with examples.
+'marlowick --version' prints the version.
 )";
 
 } // namespace
@@ -51,9 +52,17 @@ int main(int argc, char** argv) {
         std::cerr << usage;
         return exitUsage;
     }
-    const std::string_view command = argv[1];
-    const std::vector<std::string> args(argv + 2, argv + argc);
-    if (command == "--help" || command == "-h" || command == "help") {
+    std::string_view command = argv[1];
+    std::vector<std::string> args(argv + 2, argv + argc);
+    if (command == "--version" || command == "-V") {
+        std::cout << "marlowick " << MARLOWICK_VERSION << '\n';
+        return 0;
+    }
+    // "help COMMAND" is that command's own help.
+    if (command == "help" && argc > 2) {
+        command = argv[2];
+        args = {"--help"};
+    } else if (command == "--help" || command == "-h" || command == "help") {
         std::cout << usage;
         return 0;
     }

@@ -70,4 +70,8 @@ std::vector<ExportPreset> ExportPreset::matching(AspectRatio canvasRatio) {
     return rows;
 }
 
+const ExportPreset* ExportPreset::replacementOnThisSystem() const {
+    return codec == Codec::hevcWithAlpha ? &proresAlpha() : nullptr;
+}
+
 } // namespace marlowick

@@ -37,6 +37,11 @@ struct ExportPreset {
     // The catalogue in the order the export panel lists it.
     static const std::vector<ExportPreset>& all();
 
+    // The row to export with instead when this one can't be written on this system, or null when it can.
+    // FFmpeg's HEVC encoders here carry no alpha plane, and a movie with its transparency silently
+    // dropped is worse than none, so HEVC + Alpha points at ProRes 4444 + Alpha.
+    const ExportPreset* replacementOnThisSystem() const;
+
     // The rows whose shape is the canvas's, in catalogue order.
     static std::vector<ExportPreset> matching(AspectRatio canvasRatio);
 

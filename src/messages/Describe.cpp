@@ -14,11 +14,24 @@ namespace marlowick {
 
 namespace {
 
+// A package is a folder holding Document.json: say which part of that the path lacks.
+std::string describeNotAPackage(const std::filesystem::path& path) {
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    if (status.type() == std::filesystem::file_type::not_found) {
+        return "no such file or folder";
+    }
+    if (status.type() != std::filesystem::file_type::directory && !error) {
+        return "is a file, not a Marlowick package (a package is a folder ending in .marlowick)";
+    }
+    return "not a Marlowick package (the folder has no Document.json)";
+}
+
 std::string describeDocument(const DocumentError& e, PackageAccess access) {
     const bool opening = access == PackageAccess::opening;
     switch (e.kind()) {
     case DocumentErrorKind::notAPackage:
-        return opening ? "not a Marlowick package (it has no Document.json)"
+        return opening ? describeNotAPackage(e.what())
                        : "already exists and is not a Marlowick package; it was left as it is";
     case DocumentErrorKind::unsupportedFormatVersion:
         return std::string("was saved by a newer Marlowick (format version ") + e.what() +
