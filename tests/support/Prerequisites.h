@@ -14,17 +14,17 @@ namespace marlowick::test {
 // Something a test needs from the machine that the test's fixture could not start.
 struct Prerequisite {
     bool present;
-    std::string what;    // as a sentence names it
-    std::string package; // the Debian package that brings it
+    std::string what;     // as a sentence names it
+    std::string packages; // the Debian packages that bring it, as a sentence names them
 };
 
 inline Prerequisite xvfb(const VirtualDisplay& display) {
-    return {!display.name().empty(), "Xvfb (a private X display)", "xvfb"};
+    return {!display.name().empty(), "Xvfb (a private X display)", "the Debian package xvfb"};
 }
 
 inline Prerequisite pulseAudio(const SoundServer& sound) {
     return {sound.up(), "PulseAudio (a private sound server with pactl and parec)",
-            "pulseaudio and pulseaudio-utils"};
+            "the Debian packages pulseaudio and pulseaudio-utils"};
 }
 
 // Where CI runs, the CI variable is set (`CI=true bash .ci/run`).
@@ -38,8 +38,7 @@ inline std::string missing(std::initializer_list<Prerequisite> needed) {
     std::string text;
     for (const Prerequisite& p : needed) {
         if (!p.present) {
-            text += (text.empty() ? "" : "; ") + p.what + " did not start: install the Debian package " +
-                    p.package;
+            text += (text.empty() ? "" : "; ") + p.what + " did not start: install " + p.packages;
         }
     }
     return text;
