@@ -18,7 +18,10 @@ build: deps
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j 2
 
-demo: build
+# The demo needs only the tool: the tests and benchmarks are left for `make test` and `make bench`.
+demo: deps
+	@cmake -S . -B $(BUILD) $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BUILD) --target marlowick
 	@scripts/demo $(BUILD)/cli/marlowick
 
 bench: build

@@ -1,5 +1,8 @@
 #include "capture/InputMonitor.h"
 
+#include "capture/CaptureError.h"
+#include "capture/X11Connection.h"
+
 #include <xcb/record.h>
 #include <xcb/xcb.h>
 
@@ -11,18 +14,13 @@ namespace marlowick {
 
 namespace {
 
-struct ConnectionDeleter {
-    void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
-};
-using Connection = std::unique_ptr<xcb_connection_t, ConnectionDeleter>;
-
 // A connection to the display, or none when it can't be made.
-Connection connectTo(const std::string& display) {
-    Connection connection(xcb_connect(display.empty() ? nullptr : display.c_str(), nullptr));
-    if (connection && xcb_connection_has_error(connection.get()) != 0) {
-        connection.reset();
+std::unique_ptr<X11Connection> connectTo(const std::string& display) {
+    try {
+        return std::make_unique<X11Connection>(display);
+    } catch (const CaptureError&) {
+        return nullptr;
     }
-    return connection;
 }
 
 bool hasRecord(xcb_connection_t* connection) {
@@ -40,13 +38,18 @@ constexpr auto pollingPeriod = std::chrono::nanoseconds(1'000'000'000 / 120);
 } // namespace
 
 struct InputMonitor::Tap {
-    Connection control; // creates, disables and frees the context
-    Connection data;    // receives the intercepted events, blocking
+    std::shared_ptr<X11Connection> control; // creates, disables and frees the context
+    std::unique_ptr<X11Connection> data;    // receives the intercepted events, blocking
     xcb_record_context_t context = 0;
 };
 
 InputMonitor::InputMonitor(std::string display, bool allowTap)
     : m_display(std::move(display))
+    , m_allowTap(allowTap) {}
+
+InputMonitor::InputMonitor(std::shared_ptr<X11Connection> connection, bool allowTap)
+    : m_display(connection->display())
+    , m_connection(std::move(connection))
     , m_allowTap(allowTap) {}
 
 InputMonitor::~InputMonitor() {
@@ -56,13 +59,16 @@ InputMonitor::~InputMonitor() {
 }
 
 bool InputMonitor::isEventTapPermitted(const std::string& display) {
-    const Connection connection = connectTo(display);
-    return connection && hasRecord(connection.get());
+    const std::unique_ptr<X11Connection> connection = connectTo(display);
+    return connection && hasRecord(connection->get());
 }
 
 void InputMonitor::start() {
     if (m_mode != Mode::stopped) {
         stop();
+    }
+    if (!m_connection) {
+        m_connection = connectTo(m_display);
     }
     m_startedAt = std::chrono::steady_clock::now();
     {
@@ -78,12 +84,12 @@ void InputMonitor::start() {
 
 void InputMonitor::startTap() {
     auto tap = std::make_unique<Tap>();
-    tap->control = connectTo(m_display);
-    if (!tap->control || !hasRecord(tap->control.get())) {
+    tap->control = m_connection;
+    if (!tap->control || !hasRecord(tap->control->get())) {
         startPolling();
         return;
     }
-    xcb_connection_t* control = tap->control.get();
+    xcb_connection_t* control = tap->control->get();
     tap->context = xcb_generate_id(control);
     xcb_record_range_t range{};
     range.device_events.first = XCB_KEY_PRESS;
@@ -102,7 +108,7 @@ void InputMonitor::startTap() {
         startPolling();
         return;
     }
-    xcb_connection_t* data = tap->data.get();
+    xcb_connection_t* data = tap->data->get();
     const xcb_record_enable_context_cookie_t cookie = xcb_record_enable_context(data, tap->context);
     xcb_flush(data);
 
@@ -151,16 +157,16 @@ void InputMonitor::startTap() {
 
 void InputMonitor::startPolling() {
     m_mode = Mode::polling;
-    Connection connection = connectTo(m_display);
-    if (!connection) {
+    if (!m_connection) {
         return; // no display: nothing to record
     }
-    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(connection.get())).data->root;
-    m_worker = std::jthread([this, connection = std::move(connection), root](std::stop_token stop) {
+    xcb_connection_t* connection = m_connection->get();
+    const xcb_window_t root = m_connection->screen().root;
+    m_worker = std::jthread([this, connection, root](std::stop_token stop) {
         auto next = std::chrono::steady_clock::now();
         while (!stop.stop_requested()) {
             xcb_query_pointer_reply_t* pointer =
-                xcb_query_pointer_reply(connection.get(), xcb_query_pointer(connection.get(), root), nullptr);
+                xcb_query_pointer_reply(connection, xcb_query_pointer(connection, root), nullptr);
             if (pointer != nullptr) {
                 const InputEvent event{
                     secondsSinceStart(std::nullopt),
@@ -178,7 +184,7 @@ void InputMonitor::startPolling() {
 
 std::vector<InputEvent> InputMonitor::stop() {
     if (m_tap) {
-        xcb_connection_t* control = m_tap->control.get();
+        xcb_connection_t* control = m_tap->control->get();
         xcb_record_disable_context(control, m_tap->context);
         xcb_flush(control);
     }
@@ -187,8 +193,8 @@ std::vector<InputEvent> InputMonitor::stop() {
         m_worker.join();
     }
     if (m_tap) {
-        xcb_record_free_context(m_tap->control.get(), m_tap->context);
-        xcb_flush(m_tap->control.get());
+        xcb_record_free_context(m_tap->control->get(), m_tap->context);
+        xcb_flush(m_tap->control->get());
         m_tap.reset();
     }
     m_mode = Mode::stopped;

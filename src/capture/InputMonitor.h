@@ -12,6 +12,8 @@
 
 namespace marlowick {
 
+class X11Connection;
+
 // What the user does during a capture, as telemetry for the director and the cursor path. On X11 the
 // tap is the RECORD extension: device events of all clients with exact root positions, button state and
 // server time, seen without taking them from anyone (left button down and up, motion, dragging with the
@@ -31,6 +33,9 @@ public:
     // `display` names the X display, as "$DISPLAY" does; empty takes $DISPLAY. With `allowTap` false
     // the monitor always polls.
     explicit InputMonitor(std::string display = {}, bool allowTap = true);
+    // On a connection shared with others, for everything but the tap's stream of events, which takes a
+    // connection of its own to the same display.
+    explicit InputMonitor(std::shared_ptr<X11Connection> connection, bool allowTap = true);
     ~InputMonitor();
     InputMonitor(const InputMonitor&) = delete;
     InputMonitor& operator=(const InputMonitor&) = delete;
@@ -66,6 +71,7 @@ private:
 
     struct Tap;
     std::string m_display;
+    std::shared_ptr<X11Connection> m_connection; // as given, or opened by the first `start`
     bool m_allowTap;
     Mode m_mode = Mode::stopped;
     std::chrono::steady_clock::time_point m_startedAt;

@@ -1,8 +1,6 @@
 #include "capture/RecordingSink.h"
 
-#include "media/AvPointers.h"
 #include "media/MediaError.h"
-#include "media/PixelConverter.h"
 #include "media/RecordingWriter.h"
 
 #include <algorithm>
@@ -26,16 +24,8 @@ constexpr double diskCheckInterval = 1.0; // seconds of movie time
 } // namespace
 
 struct RecordingSink::Picture {
-    av::Frame frame{av_frame_alloc()};
-};
-
-// Turns the caller's BGRX pictures into the encoder's format: at the same size on the banded converter,
-// at another size through a scaling context.
-struct RecordingSink::Conversion {
-    int width = 0;
-    int height = 0;
-    std::unique_ptr<av::PixelConverter> same;
-    av::ScaleContext scaling;
+    std::unique_ptr<RecordingWriter::Picture> frame;
+    std::int64_t ticks = 0; // of 1/videoTimeScale from the movie's start
 };
 
 RecordingSink::RecordingSink(const CaptureConfiguration& configuration, const Options& options)
@@ -62,31 +52,24 @@ RecordingSink::RecordingSink(const CaptureConfiguration& configuration, const Op
     if (configuration.capturesMicrophone) {
         m_microphoneTrack = settings.audioTracks++;
     }
+    const int depth = std::max(2, options.queueDepth);
     try {
         m_writer = std::make_unique<RecordingWriter>(configuration.outputURL, settings);
+        for (int i = 0; i < depth; ++i) {
+            auto picture = std::make_unique<Picture>();
+            picture->frame = m_writer->makePicture();
+            m_freePictures.push_back(picture.get());
+            m_pictures.push_back(std::move(picture));
+        }
+        m_converter = m_writer->makeConverter();
     } catch (const MediaError& error) {
         throw CaptureError(CaptureError::Kind::writerFailed, error.what());
-    }
-
-    const int depth = std::max(2, options.queueDepth);
-    for (int i = 0; i < depth; ++i) {
-        auto picture = std::make_unique<Picture>();
-        AVFrame& frame = *picture->frame;
-        frame.format = m_writer->pixelFormat();
-        frame.width = m_width;
-        frame.height = m_height;
-        if (av_frame_get_buffer(&frame, 0) < 0) {
-            throw CaptureError(CaptureError::Kind::writerFailed, "no memory for the pictures");
-        }
-        m_freePictures.push_back(picture.get());
-        m_pictures.push_back(std::move(picture));
     }
     for (SoundQueue& queue : m_sound) {
         for (SoundChunk& chunk : queue.slots) {
             chunk.samples.resize(2 * chunkFrames);
         }
     }
-    m_conversion = std::make_unique<Conversion>();
     m_thread = std::jthread([this](std::stop_token stop) { run(stop); });
 }
 
@@ -138,35 +121,17 @@ bool RecordingSink::appendVideo(const std::uint8_t* pixels, int stride, int widt
         return false;
     }
 
-    Conversion& c = *m_conversion;
-    AVFrame& frame = *picture->frame;
-    if (c.width != width || c.height != height) {
-        c.width = width;
-        c.height = height;
-        c.same.reset();
-        c.scaling.reset();
-        const auto to = static_cast<AVPixelFormat>(frame.format);
-        const int* bt709 = sws_getCoefficients(SWS_CS_ITU709);
-        if (width == m_width && height == m_height) {
-            c.same = std::make_unique<av::PixelConverter>(width, height, AV_PIX_FMT_BGR0, to);
-            c.same->setColorspace(bt709, true, bt709, false);
-        } else {
-            c.scaling.reset(sws_getContext(width, height, AV_PIX_FMT_BGR0, m_width, m_height, to,
-                                           SWS_BILINEAR, nullptr, nullptr, nullptr));
-            if (c.scaling) {
-                sws_setColorspaceDetails(c.scaling.get(), bt709, 1, bt709, 0, 0, 1 << 16, 1 << 16);
-            }
+    try {
+        m_converter->convert(pixels, stride, width, height, *picture->frame);
+    } catch (const MediaError& error) {
+        {
+            std::lock_guard lock(m_queueLock);
+            m_freePictures.push_back(picture);
         }
+        interrupt(error.what(), true);
+        return false;
     }
-    av_frame_make_writable(&frame);
-    const std::uint8_t* planes[4] = {pixels};
-    const int strides[4] = {stride};
-    if (c.same) {
-        c.same->convert(planes, strides, frame.data, frame.linesize);
-    } else if (c.scaling) {
-        sws_scale(c.scaling.get(), planes, strides, 0, height, frame.data, frame.linesize);
-    }
-    frame.pts = std::llround((time - start) * RecordingWriter::videoTimeScale);
+    picture->ticks = std::llround((time - start) * RecordingWriter::videoTimeScale);
     {
         std::lock_guard lock(m_queueLock);
         m_readyPictures.push_back(picture);
@@ -286,9 +251,8 @@ void RecordingSink::run(std::stop_token stop) {
                 }
             }
             if (picture != nullptr && !failed) {
-                m_writer->writeVideo(picture->frame.get());
-                m_lastVideoSeconds =
-                    static_cast<double>(picture->frame->pts) / RecordingWriter::videoTimeScale;
+                m_writer->writeVideo(*picture->frame, picture->ticks);
+                m_lastVideoSeconds = static_cast<double>(picture->ticks) / RecordingWriter::videoTimeScale;
                 {
                     std::lock_guard lock(m_lock);
                     ++m_statistics.framesWritten;

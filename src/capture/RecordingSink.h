@@ -3,6 +3,7 @@
 #include "capture/CaptureConfiguration.h"
 #include "capture/CaptureError.h"
 #include "capture/ScreenCapturer.h"
+#include "media/RecordingWriter.h"
 
 #include <array>
 #include <condition_variable>
@@ -14,8 +15,6 @@
 #include <vector>
 
 namespace marlowick {
-
-class RecordingWriter;
 
 // Receives the pictures and sound of a running capture and writes them into one movie: the video track,
 // then system audio, then the microphone, each sound on a track of its own (see RecordingWriter for the
@@ -123,11 +122,10 @@ private:
     std::array<SoundQueue, 2> m_sound;
     bool m_draining = false; // `finish` asks the thread to write what is queued and end
 
-    std::vector<std::unique_ptr<Picture>> m_pictures; // all of them, owned here
-    struct Conversion;
-    std::unique_ptr<Conversion> m_conversion; // used by the `appendVideo` thread only
-    double m_lastVideoSeconds = -1;           // movie time of the last encoded picture; sink thread only
-    double m_nextDiskCheck = 0;               // sink thread only
+    std::vector<std::unique_ptr<Picture>> m_pictures;        // all of them, owned here
+    std::unique_ptr<RecordingWriter::Converter> m_converter; // used by the `appendVideo` thread only
+    double m_lastVideoSeconds = -1; // movie time of the last encoded picture; sink thread only
+    double m_nextDiskCheck = 0;     // sink thread only
     std::jthread m_thread;
 };
 

@@ -1,6 +1,7 @@
 #include "capture/X11FrameGrabber.h"
 
 #include "capture/CaptureError.h"
+#include "capture/X11Connection.h"
 
 #include <xcb/shm.h>
 #include <xcb/xcb.h>
@@ -14,10 +15,6 @@
 namespace marlowick {
 
 namespace {
-
-struct ConnectionDeleter {
-    void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
-};
 
 // A System V shared-memory segment, attached here; marked for removal at once, so that it goes away with
 // the last process that has it attached, even after a crash.
@@ -53,7 +50,7 @@ struct SharedSegment {
 } // namespace
 
 struct X11FrameGrabber::State {
-    std::unique_ptr<xcb_connection_t, ConnectionDeleter> connection;
+    std::shared_ptr<X11Connection> connection;
     xcb_window_t root = 0;
     int width = 0;
     int height = 0;
@@ -63,15 +60,14 @@ struct X11FrameGrabber::State {
 };
 
 X11FrameGrabber::X11FrameGrabber(const std::string& display)
+    : X11FrameGrabber(std::make_shared<X11Connection>(display)) {}
+
+X11FrameGrabber::X11FrameGrabber(std::shared_ptr<X11Connection> connection)
     : m_state(std::make_unique<State>()) {
     State& s = *m_state;
-    s.connection.reset(xcb_connect(display.empty() ? nullptr : display.c_str(), nullptr));
-    xcb_connection_t* c = s.connection.get();
-    if (xcb_connection_has_error(c) != 0) {
-        throw CaptureError(CaptureError::Kind::noDisplayAvailable,
-                           "no X display" + (display.empty() ? std::string() : " " + display));
-    }
-    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    s.connection = std::move(connection);
+    xcb_connection_t* c = s.connection->get();
+    const xcb_screen_t* screen = &s.connection->screen();
     if (screen->root_depth != 24 && screen->root_depth != 32) {
         throw CaptureError(CaptureError::Kind::captureUnavailable, "the screen is " +
                                                                        std::to_string(screen->root_depth) +
@@ -100,8 +96,8 @@ X11FrameGrabber::X11FrameGrabber(const std::string& display)
 X11FrameGrabber::~X11FrameGrabber() {
     State& s = *m_state;
     if (s.segment) {
-        xcb_shm_detach(s.connection.get(), s.serverSegment);
-        xcb_flush(s.connection.get());
+        xcb_shm_detach(s.connection->get(), s.serverSegment);
+        xcb_flush(s.connection->get());
     }
 }
 
@@ -120,7 +116,7 @@ bool X11FrameGrabber::sharesMemory() const {
 
 const std::uint8_t* X11FrameGrabber::grab() {
     State& s = *m_state;
-    xcb_connection_t* c = s.connection.get();
+    xcb_connection_t* c = s.connection->get();
     xcb_generic_error_t* error = nullptr;
     const auto w = static_cast<std::uint16_t>(s.width);
     const auto h = static_cast<std::uint16_t>(s.height);

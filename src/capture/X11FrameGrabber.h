@@ -6,6 +6,8 @@
 
 namespace marlowick {
 
+class X11Connection;
+
 // Reads the picture of an X display's root window, the whole screen, through a shared-memory segment
 // (MIT-SHM: the server copies into memory we read, no bytes through the socket), or through the socket
 // where the server can't share memory (a remote display). The X server leaves the cursor out of the
@@ -18,6 +20,9 @@ public:
     // `display` as $DISPLAY says it; empty takes $DISPLAY. Throws CaptureError (noDisplayAvailable) when
     // no display answers, (captureUnavailable) when its screen isn't 24 or 32 bits deep.
     explicit X11FrameGrabber(const std::string& display = {});
+    // On a connection shared with others (see X11Connection for which may share one); throws
+    // CaptureError (captureUnavailable) when the screen isn't 24 or 32 bits deep.
+    explicit X11FrameGrabber(std::shared_ptr<X11Connection> connection);
     ~X11FrameGrabber();
     X11FrameGrabber(const X11FrameGrabber&) = delete;
     X11FrameGrabber& operator=(const X11FrameGrabber&) = delete;

@@ -4,6 +4,7 @@
 #include "capture/MonotonicClock.h"
 #include "capture/RecordingSink.h"
 #include "capture/SoundSource.h"
+#include "capture/X11Connection.h"
 #include "capture/X11FrameGrabber.h"
 
 #include <xcb/randr.h>
@@ -53,21 +54,27 @@ X11ScreenCapturer::~X11ScreenCapturer() {
 }
 
 TelemetryAvailability X11ScreenCapturer::telemetryAvailability() const {
-    return m_options.allowTap && InputMonitor::isEventTapPermitted(m_options.display)
-               ? TelemetryAvailability::full
-               : TelemetryAvailability::positionOnly;
+    if (!m_options.allowTap) {
+        return TelemetryAvailability::positionOnly;
+    }
+    {
+        // A running capture knows without asking the server again.
+        std::lock_guard lock(m_lock);
+        if (m_capture) {
+            return m_capture->monitor->mode() == InputMonitor::Mode::tapping
+                       ? TelemetryAvailability::full
+                       : TelemetryAvailability::positionOnly;
+        }
+    }
+    return InputMonitor::isEventTapPermitted(m_options.display) ? TelemetryAvailability::full
+                                                                : TelemetryAvailability::positionOnly;
 }
 
-Size X11ScreenCapturer::screenSize(const std::string& display) {
-    xcb_connection_t* connection = xcb_connect(display.empty() ? nullptr : display.c_str(), nullptr);
-    const std::unique_ptr<xcb_connection_t, void (*)(xcb_connection_t*)> guard(connection, xcb_disconnect);
-    if (xcb_connection_has_error(connection) != 0) {
-        throw CaptureError(CaptureError::Kind::noDisplayAvailable);
-    }
-    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
-    if (screen == nullptr) {
-        throw CaptureError(CaptureError::Kind::noDisplayAvailable);
-    }
+namespace {
+
+Size sizeOf(const X11Connection& display) {
+    xcb_connection_t* connection = display.get();
+    const xcb_screen_t* screen = &display.screen();
     Size size{static_cast<double>(screen->width_in_pixels), static_cast<double>(screen->height_in_pixels)};
     const xcb_query_extension_reply_t* randr = xcb_get_extension_data(connection, &xcb_randr_id);
     if (randr != nullptr && randr->present != 0) {
@@ -85,6 +92,12 @@ Size X11ScreenCapturer::screenSize(const std::string& display) {
     return size;
 }
 
+} // namespace
+
+Size X11ScreenCapturer::screenSize(const std::string& display) {
+    return sizeOf(X11Connection(display));
+}
+
 void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
     {
         std::lock_guard lock(m_lock);
@@ -94,8 +107,11 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
     }
     auto capture = std::make_unique<Capture>();
     capture->configuration = configuration;
-    capture->grabber = std::make_unique<X11FrameGrabber>(m_options.display);
-    const Size screen = screenSize(m_options.display);
+    // One connection for the picture, the screen's size and the input monitor; only the monitor's tap
+    // opens a second.
+    const auto connection = std::make_shared<X11Connection>(m_options.display);
+    capture->grabber = std::make_unique<X11FrameGrabber>(connection);
+    const Size screen = sizeOf(*connection);
 
     // The sound streams open before the take starts, so that their first pieces come in time; they
     // deliver only once started, when the sink exists.
@@ -165,7 +181,7 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
     if (capture->microphone) {
         capture->microphone->start();
     }
-    capture->monitor = std::make_unique<InputMonitor>(m_options.display, m_options.allowTap);
+    capture->monitor = std::make_unique<InputMonitor>(connection, m_options.allowTap);
     capture->monitor->start();
     capture->pointsToPixels = {screen.width > 0 ? configuration.size.width / screen.width : 1.0,
                                screen.height > 0 ? configuration.size.height / screen.height : 1.0};

@@ -31,6 +31,8 @@ public:
     explicit X11ScreenCapturer(Options options);
     ~X11ScreenCapturer() override;
 
+    // While capturing, what the running capture records (from the thread that starts and stops it);
+    // otherwise what the display offers.
     TelemetryAvailability telemetryAvailability() const override;
     void start(const CaptureConfiguration& configuration) override;
     Recording stop() override;

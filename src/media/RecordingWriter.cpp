@@ -3,6 +3,7 @@
 #include "media/AvInput.h"
 #include "media/EncoderChoice.h"
 #include "media/MediaError.h"
+#include "media/PixelConverter.h"
 #include "media/StreamEncoder.h"
 
 #include <algorithm>
@@ -88,6 +89,8 @@ struct AudioTrack {
 
 struct RecordingWriter::State {
     fs::path path;
+    int width = 0; // of the movie's pictures
+    int height = 0;
     av::OutputFormat output;
     av::OpenEncoder encoder;
     AVStream* videoStream = nullptr;
@@ -102,6 +105,8 @@ RecordingWriter::RecordingWriter(const fs::path& path, const Settings& settings)
     av::quietLog();
     State& s = *m_state;
     s.path = path;
+    s.width = settings.width;
+    s.height = settings.height;
 
     AVFormatContext* raw = nullptr;
     int result = avformat_alloc_output_context2(&raw, nullptr, "mov", path.c_str());
@@ -179,17 +184,98 @@ RecordingWriter::RecordingWriter(const fs::path& path, const Settings& settings)
 
 RecordingWriter::~RecordingWriter() = default;
 
-AVPixelFormat RecordingWriter::pixelFormat() const {
-    return m_state->encoder.softwareFormat;
+RecordingWriter::Picture::~Picture() {
+    av_frame_free(&m_frame);
+}
+
+// Converts at the movie's size on the tiled converter, which shares a large picture among threads where
+// the machine has cores to spare, and at another size through one scaling context.
+struct RecordingWriter::Converter::State {
+    int width = 0; // of the movie
+    int height = 0;
+    AVPixelFormat format = AV_PIX_FMT_NONE;
+    int fromWidth = 0; // of the pictures the conversion is set up for
+    int fromHeight = 0;
+    std::unique_ptr<av::PixelConverter> same;
+    av::ScaleContext scaling;
+};
+
+RecordingWriter::Converter::Converter(std::unique_ptr<State> state)
+    : m_state(std::move(state)) {}
+
+RecordingWriter::Converter::~Converter() = default;
+
+void RecordingWriter::Converter::convert(const std::uint8_t* pixels, int stride, int width, int height,
+                                         Picture& into) {
+    State& s = *m_state;
+    const int* bt709 = sws_getCoefficients(SWS_CS_ITU709);
+    if (s.fromWidth != width || s.fromHeight != height || (!s.same && !s.scaling)) {
+        s.fromWidth = width;
+        s.fromHeight = height;
+        s.same.reset();
+        s.scaling.reset();
+        if (width == s.width && height == s.height) {
+            s.same = std::make_unique<av::PixelConverter>(width, height, AV_PIX_FMT_BGR0, s.format);
+            s.same->setColorspace(bt709, true, bt709, false);
+        } else {
+            s.scaling.reset(sws_getContext(width, height, AV_PIX_FMT_BGR0, s.width, s.height, s.format,
+                                           SWS_BILINEAR, nullptr, nullptr, nullptr));
+            if (!s.scaling) {
+                throw MediaError(MediaErrorKind::unsupported, "no conversion of " + std::to_string(width) +
+                                                                  "×" + std::to_string(height) +
+                                                                  " pictures to " + std::to_string(s.width) +
+                                                                  "×" + std::to_string(s.height));
+            }
+            sws_setColorspaceDetails(s.scaling.get(), bt709, 1, bt709, 0, 0, 1 << 16, 1 << 16);
+        }
+    }
+    AVFrame& frame = *into.m_frame;
+    if (const int result = av_frame_make_writable(&frame); result < 0) {
+        throw MediaError(MediaErrorKind::encodingFailed,
+                         "no memory for a picture: " + describeAvError(result));
+    }
+    const std::uint8_t* planes[4] = {pixels};
+    const int strides[4] = {stride};
+    if (s.same) {
+        s.same->convert(planes, strides, frame.data, frame.linesize);
+    } else {
+        sws_scale(s.scaling.get(), planes, strides, 0, height, frame.data, frame.linesize);
+    }
+}
+
+std::unique_ptr<RecordingWriter::Picture> RecordingWriter::makePicture() const {
+    std::unique_ptr<Picture> picture(new Picture);
+    picture->m_frame = av_frame_alloc();
+    AVFrame* frame = picture->m_frame;
+    if (frame == nullptr) {
+        throw MediaError(MediaErrorKind::encodingFailed,
+                         m_state->path.string() + ": no memory for the pictures");
+    }
+    frame->format = m_state->encoder.softwareFormat;
+    frame->width = m_state->width;
+    frame->height = m_state->height;
+    if (const int result = av_frame_get_buffer(frame, 0); result < 0) {
+        failWith(MediaErrorKind::encodingFailed, m_state->path, "no memory for the pictures", result);
+    }
+    return picture;
+}
+
+std::unique_ptr<RecordingWriter::Converter> RecordingWriter::makeConverter() const {
+    auto state = std::make_unique<Converter::State>();
+    state->width = m_state->width;
+    state->height = m_state->height;
+    state->format = m_state->encoder.softwareFormat;
+    return std::unique_ptr<Converter>(new Converter(std::move(state)));
 }
 
 std::string RecordingWriter::encoderName() const {
     return m_state->encoder.name;
 }
 
-void RecordingWriter::writeVideo(AVFrame* picture) {
+void RecordingWriter::writeVideo(Picture& picture, std::int64_t ticks) {
     State& s = *m_state;
-    av::sendPicture(s.encoder, *s.video, picture, s.hardwareFrame.get(), s.path);
+    picture.m_frame->pts = ticks;
+    av::sendPicture(s.encoder, *s.video, picture.m_frame, s.hardwareFrame.get(), s.path);
 }
 
 void RecordingWriter::writeAudio(int track, const float* samples, std::int64_t frames) {

@@ -5,10 +5,6 @@
 #include <memory>
 #include <string>
 
-extern "C" {
-#include <libavutil/pixfmt.h>
-}
-
 struct AVFrame;
 
 namespace marlowick {
@@ -23,6 +19,10 @@ namespace marlowick {
 //
 // Video is HEVC where the GPU's encoder opens (NVENC, VAAPI), and H.264 from libx264's fastest preset
 // otherwise: HEVC in software can't keep up with a 1080p screen at 60 fps on two cores.
+//
+// The screen's pictures reach it through a Converter into Pictures the caller allocates once and reuses, so
+// that a capture holds a fixed number of them and the conversion runs on the grabbing thread while the
+// writer encodes on another.
 //
 // Failures are MediaError naming the file; the partial file stays. One thread at a time.
 class RecordingWriter {
@@ -43,13 +43,52 @@ public:
     RecordingWriter(const RecordingWriter&) = delete;
     RecordingWriter& operator=(const RecordingWriter&) = delete;
 
-    // The format of the pictures `writeVideo` takes, at the settings' size.
-    AVPixelFormat pixelFormat() const;
+    // One picture in the encoder's format at the movie's size, its memory allocated once so that it can be
+    // filled again and again. It may outlive the writer that made it.
+    class Picture {
+    public:
+        ~Picture();
+        Picture(const Picture&) = delete;
+        Picture& operator=(const Picture&) = delete;
+
+    private:
+        friend class RecordingWriter;
+        Picture() = default;
+        AVFrame* m_frame = nullptr; // owned
+    };
+
+    // Turns the screen's pictures, 32-bit B, G, R, X pixels with row 0 at the top as an X server hands
+    // them, into Pictures: at the movie's size pixel for pixel, at any other size scaled to it (bilinear).
+    // Colours are BT.709 at limited range, as the movie's video is tagged. It needs nothing of the writer
+    // once made, so it may run on another thread than the writer's and outlive it. One thread at a time.
+    class Converter {
+    public:
+        ~Converter();
+        Converter(const Converter&) = delete;
+        Converter& operator=(const Converter&) = delete;
+
+        // Fills `into` with the picture. The first picture of a size sets up its conversion. Throws
+        // MediaError when there is no conversion from that size.
+        void convert(const std::uint8_t* pixels, int stride, int width, int height, Picture& into);
+
+    private:
+        friend class RecordingWriter;
+        struct State;
+        explicit Converter(std::unique_ptr<State> state);
+        std::unique_ptr<State> m_state;
+    };
+
+    // A picture for `writeVideo`, its content undefined. Throws MediaError when there is no memory for it.
+    std::unique_ptr<Picture> makePicture() const;
+    // A converter into this writer's pictures.
+    std::unique_ptr<Converter> makeConverter() const;
     // The FFmpeg encoder in use, as "libx264" or "hevc_vaapi".
     std::string encoderName() const;
 
-    // One picture; its `pts` counts ticks of 1/videoTimeScale from the movie's start and must rise.
-    void writeVideo(AVFrame* picture);
+    // One picture at `ticks` of 1/videoTimeScale from the movie's start; the ticks must rise from picture
+    // to picture. The picture may be filled again once this returns (an encoder that holds on to a
+    // picture keeps the memory it had, and the next conversion takes fresh memory).
+    void writeVideo(Picture& picture, std::int64_t ticks);
     // `frames` stereo frames of interleaved float samples, placed right after the track's last ones;
     // null samples write silence.
     void writeAudio(int track, const float* samples, std::int64_t frames);

@@ -3,6 +3,7 @@
 
 #include "capture/InputMonitor.h"
 #include "support/FakeUser.h"
+#include "support/Prerequisites.h"
 #include "support/VirtualDisplay.h"
 
 #include <gtest/gtest.h>
@@ -27,9 +28,7 @@ double since(std::chrono::steady_clock::time_point start) {
 
 TEST(InputMonitor, TheTapSeesClicksDragsScrollsAndKeysWhereAndWhenTheyHappen) {
     const VirtualDisplay display;
-    if (display.name().empty()) {
-        GTEST_SKIP() << "no Xvfb";
-    }
+    MARLOWICK_REQUIRE(xvfb(display));
     ASSERT_TRUE(InputMonitor::isEventTapPermitted(display.name()));
     FakeUser user(display.name());
     InputMonitor monitor(display.name());
@@ -76,9 +75,7 @@ TEST(InputMonitor, TheTapSeesClicksDragsScrollsAndKeysWhereAndWhenTheyHappen) {
 
 TEST(InputMonitor, PollingGivesPositionsOnly120TimesASecondAndARestartForgets) {
     const VirtualDisplay display;
-    if (display.name().empty()) {
-        GTEST_SKIP() << "no Xvfb";
-    }
+    MARLOWICK_REQUIRE(xvfb(display));
     FakeUser user(display.name());
     user.moveTo(640, 10);
     InputMonitor monitor(display.name(), false);

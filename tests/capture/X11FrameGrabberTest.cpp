@@ -2,21 +2,26 @@
 
 #include "capture/X11FrameGrabber.h"
 #include "capture/CaptureError.h"
+#include "capture/X11Connection.h"
+#include "support/Prerequisites.h"
 #include "support/VirtualDisplay.h"
 
 #include <gtest/gtest.h>
+
+#include <xcb/xcb.h>
+
+#include <cstdlib>
 
 using namespace marlowick;
 using namespace marlowick::test;
 
 TEST(X11FrameGrabber, ReadsTheScreenWithAWindowWhereItIs) {
     const VirtualDisplay display;
-    if (display.name().empty()) {
-        GTEST_SKIP() << "no Xvfb";
-    }
+    MARLOWICK_REQUIRE(xvfb(display));
     // A red window at (50, 60), 200×100.
-    xcb_connection_t* c = xcb_connect(display.name().c_str(), nullptr);
-    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    const X11Connection connection(display.name());
+    xcb_connection_t* c = connection.get();
+    const xcb_screen_t* screen = &connection.screen();
     const xcb_window_t window = xcb_generate_id(c);
     const std::uint32_t values[] = {0xff0000, 1}; // background pixel, override-redirect
     xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root, 50, 60, 200, 100, 0,
@@ -47,7 +52,6 @@ TEST(X11FrameGrabber, ReadsTheScreenWithAWindowWhereItIs) {
     pixels = grabber.grab();
     EXPECT_TRUE(red(450, 350));
     EXPECT_FALSE(red(150, 100));
-    xcb_disconnect(c);
 }
 
 TEST(X11FrameGrabber, WithoutADisplayItSaysSo) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "capture/X11Connection.h"
+
 #include <xcb/xcb.h>
 #include <xcb/xtest.h>
 
@@ -13,10 +15,9 @@ namespace marlowick::test {
 class FakeUser {
 public:
     explicit FakeUser(const std::string& display)
-        : m_connection(xcb_connect(display.c_str(), nullptr)) {
-        m_root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
-    }
-    ~FakeUser() { xcb_disconnect(m_connection); }
+        : m_display(display)
+        , m_connection(m_display.get())
+        , m_root(m_display.screen().root) {}
 
     void moveTo(int x, int y) { fake(XCB_MOTION_NOTIFY, 0, x, y); }
     void press(std::uint8_t button) { fake(XCB_BUTTON_PRESS, button); }
@@ -36,6 +37,7 @@ private:
         std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
     }
 
+    X11Connection m_display;
     xcb_connection_t* m_connection;
     xcb_window_t m_root;
 };

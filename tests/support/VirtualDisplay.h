@@ -1,6 +1,7 @@
 #pragma once
 
-#include <xcb/xcb.h>
+#include "capture/CaptureError.h"
+#include "capture/X11Connection.h"
 
 #include <chrono>
 #include <csignal>
@@ -32,14 +33,18 @@ public:
                        "-noreset", "+extension", "RECORD", static_cast<char*>(nullptr));
                 _exit(127);
             }
-            for (int i = 0; i < 100; ++i) {
-                xcb_connection_t* c = xcb_connect(m_name.c_str(), nullptr);
-                const bool up = xcb_connection_has_error(c) == 0;
-                xcb_disconnect(c);
-                if (up) {
+            // Up to about five seconds for the server to answer; each failed connection has already been
+            // tried again a few times, briefly apart.
+            for (int i = 0; i < 30; ++i) {
+                try {
+                    const X11Connection probe(m_name);
                     return;
+                } catch (const CaptureError&) {
                 }
-                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                if (waitpid(m_server, nullptr, WNOHANG) == m_server) {
+                    m_server = -1; // it ended: no Xvfb, or it can't run here
+                    break;
+                }
             }
             break;
         }
