@@ -6,7 +6,7 @@
 #define GL_GLEXT_PROTOTYPES 1
 #include <GL/glcorearb.h>
 
-#include "compositor/PixelRect.h"
+#include "model/PixelRect.h"
 
 #include <cstdint>
 #include <stdexcept>

@@ -45,25 +45,8 @@ struct DecodedFrame {
 struct FinishedFrame {
     double outputTime; // seconds on the finished movie's clock
     std::vector<std::uint8_t> pixels;
-    std::vector<PictureArea> tiles; // where the frame differs from the last; `pixels` holds only these
+    std::vector<PixelRect> tiles; // where the frame differs from the last; `pixels` holds only these
 };
-
-std::vector<PixelRect> pixelRects(const std::vector<PictureArea>& areas) {
-    std::vector<PixelRect> rects;
-    for (const PictureArea& a : areas) {
-        rects.push_back({a.x, a.y, a.width, a.height});
-    }
-    return rects;
-}
-
-// The pixels the encoder reads for a frame drawn in `drawn`: the whole tiles of the canvas they meet.
-std::vector<PictureArea> tilesToEncode(const std::vector<PixelRect>& drawn, int width, int height) {
-    std::vector<PictureArea> areas;
-    for (const PixelRect& r : drawn) {
-        areas.push_back({r.x, r.y, r.width, r.height});
-    }
-    return VideoEncoder::tilesMeeting(areas, width, height);
-}
 
 // Thrown through the mix renderer's progress report to stop it part way.
 struct MixCancelled {};
@@ -222,13 +205,10 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
             while (auto frame = pipeline.decoded.pop()) {
                 const BgraImage& image = frame->image;
                 const PictureChange& change = frame->change;
-                const SourceChange sourceChange = change.whole
-                                                      ? SourceChange::everywhere()
-                                                      : SourceChange::within(pixelRects(change.areas));
                 if (change.whole) {
                     transfer.upload(source, image.bytes.data(), image.width, image.height, image.stride);
-                } else if (!sourceChange.areas.empty()) {
-                    transfer.uploadAreas(source, image.bytes.data(), image.stride, sourceChange.areas);
+                } else if (!change.areas.empty()) {
+                    transfer.uploadAreas(source, image.bytes.data(), image.stride, change.areas);
                 }
                 const double t = frame->outputTime;
                 pipeline.emptyImages.push(std::move(frame->image));
@@ -241,14 +221,13 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
                 const auto cursorFrame = cursor ? cursor->frameAt(t) : std::nullopt;
                 std::vector<PixelRect> drawn;
                 if (followsChanges) {
-                    drawn = compositor.renderSequence(source, width, height, p, t, cursorFrame, true,
-                                                      sourceChange);
+                    drawn = compositor.renderSequence(source, width, height, p, t, cursorFrame, true, change);
                 } else {
                     compositor.render(source, width, height, p, t, cursorFrame, true);
                     drawn = {{0, 0, width, height}};
                 }
-                std::vector<PictureArea> tiles = tilesToEncode(drawn, width, height);
-                const std::vector<PixelRect> reads = pixelRects(tiles);
+                std::vector<PixelRect> tiles = VideoEncoder::tilesMeeting(drawn, width, height);
+                const std::vector<PixelRect> reads = tiles;
                 const std::uint64_t tag = nextTag++;
                 std::uint8_t* destination = pixels->data();
                 reading.emplace(tag, FinishedFrame{t, std::move(*pixels), std::move(tiles)});
