@@ -44,13 +44,9 @@ std::string clock(double seconds) {
 // terminal it rewrites itself a few times a second; elsewhere it is a line every tenth of the way.
 class ProgressLine {
 public:
-    // `framesPerEstimated`: the frames written for each the exporter estimates. Its estimate counts at the
-    // preset's rate, while every frame of the recording that survives the cuts is written, so a 60 fps take
-    // under a 30 fps preset writes twice the estimate; the line counts at the recording's own rate.
-    explicit ProgressLine(double framesPerEstimated)
+    ProgressLine()
         : m_terminal(::isatty(STDERR_FILENO) != 0)
-        , m_start(std::chrono::steady_clock::now())
-        , m_framesPerEstimated(framesPerEstimated > 0 ? framesPerEstimated : 1) {}
+        , m_start(std::chrono::steady_clock::now()) {}
 
     void sound(double fraction) {
         const int percent = static_cast<int>(fraction * 100);
@@ -66,13 +62,8 @@ public:
     }
 
     void frames(Exporter::Progress p) {
-        // The closing report repeats the last frame's count with the total set to it.
-        const bool closing = p.completedFrames == m_lastCompleted && p.completedFrames == p.totalFrames;
-        m_lastCompleted = p.completedFrames;
-        if (!closing) {
-            p.totalFrames = std::max(p.completedFrames,
-                                     std::llround(static_cast<double>(p.totalFrames) * m_framesPerEstimated));
-        }
+        // An estimate that falls short is never shown below the frames already written.
+        p.totalFrames = std::max(p.completedFrames, p.totalFrames);
         const auto now = std::chrono::steady_clock::now();
         if (p.completedFrames == 0) {
             m_framesStart = now;
@@ -125,8 +116,6 @@ public:
 private:
     bool m_terminal;
     std::chrono::steady_clock::time_point m_start;
-    double m_framesPerEstimated;
-    long long m_lastCompleted = -1;
     std::chrono::steady_clock::time_point m_framesStart;
     std::chrono::steady_clock::time_point m_shown;
     Exporter::Progress m_last{-1, -1};
@@ -169,9 +158,7 @@ int runExport(const std::vector<std::string>& args) {
     }
 
     const InterruptWatch interrupts;
-    const double presetRate = preset->frameRate > 0 ? preset->frameRate : 30;
-    const double recordingRate = document->project.source.frameRate;
-    ProgressLine progress(recordingRate > 0 ? recordingRate / presetRate : 1);
+    ProgressLine progress;
     std::cerr << "Exporting " << package.filename().string() << " as " << preset->name << " ("
               << preset->size.width << "×" << preset->size.height << ")\n";
     long long frames = 0;

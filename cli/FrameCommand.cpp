@@ -2,12 +2,8 @@
 #include "Commands.h"
 #include "Errors.h"
 
-#include "compositor/EglContext.h"
-#include "compositor/FrameCompositor.h"
 #include "compositor/PngFile.h"
-#include "compositor/RenderTarget.h"
-#include "media/VideoDecoder.h"
-#include "trajectory/CursorSampler.h"
+#include "export/StillFrame.h"
 
 #include <charconv>
 #include <cmath>
@@ -65,30 +61,13 @@ int runFrame(const std::vector<std::string>& args) {
     }
 
     try {
-        // The finished video's clock: the source frame comes from before the cuts, everything drawn over
-        // it from the project moved onto output time.
-        const double sourceTime = project.effectiveTrim().sourceTimeForOutput(time);
-        const auto trimmed = project.applyingTrim(document->telemetry());
-        const CursorSampler cursor(trimmed.telemetry, trimmed.project.source, project.cursor);
-
-        VideoDecoder decoder(project.source.mediaURL.path());
-        const auto frame = decoder.frameAt(sourceTime);
-        if (!frame) {
+        const auto picture =
+            drawStillFrame(project, document->telemetry(), time, canvasSize->first, canvasSize->second);
+        if (!picture) {
             report(package.string() + ": the movie has no frames");
             return exitFailure;
         }
-
-        const EglContext context;
-        FrameCompositor compositor;
-        BgraTexture source;
-        source.upload(frame->image.bytes.data(), frame->image.width, frame->image.height,
-                      frame->image.stride);
-        RenderTarget target(canvasSize->first, canvasSize->second);
-        target.bind();
-        compositor.render(source, target.width(), target.height(), trimmed.project, time,
-                          cursor.frameAt(time), true);
-        const std::vector<std::uint8_t> pixels = target.readBgra();
-        writePng(*output, target.width(), target.height(), pixels.data(), target.width() * 4);
+        writePng(*output, picture->width, picture->height, picture->bytes.data(), picture->stride);
     } catch (const std::exception& e) {
         reportFailure(package, e);
         return exitFailure;

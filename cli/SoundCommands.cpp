@@ -61,13 +61,7 @@ int runMix(const std::vector<std::string>& args) {
         return exitFailure;
     }
     const Project& project = document->project;
-    // Clicks land on the finished video's clock, so they come from the telemetry moved through the cuts.
-    std::vector<double> clicks;
-    for (const InputEvent& e : project.applyingTrim(document->telemetry()).telemetry) {
-        if (e.kind == InputEvent::Kind::down) {
-            clicks.push_back(e.time);
-        }
-    }
+    const std::vector<double> clicks = project.clickTimes(document->telemetry());
     // A percentage that rewrites itself on a terminal; one line where standard error is a file.
     const bool terminal = ::isatty(STDERR_FILENO) != 0;
     std::cerr << "Rendering the sound of " << package.filename().string() << "…" << (terminal ? "" : "\n");

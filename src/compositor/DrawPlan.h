@@ -1,7 +1,7 @@
 #pragma once
 
 #include "compositor/FrameUniforms.h"
-#include "compositor/PixelRect.h"
+#include "model/PixelRect.h"
 
 #include <vector>
 

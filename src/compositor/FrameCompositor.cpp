@@ -171,7 +171,7 @@ std::vector<DrawStep> FrameCompositor::plan(const FrameUniforms& u, int canvasWi
 std::vector<PixelRect> FrameCompositor::renderSequence(const BgraTexture& source, int canvasWidth,
                                                        int canvasHeight, const Project& project, double t,
                                                        const std::optional<CursorFrame>& cursor,
-                                                       bool topRowFirst, const SourceChange& change) {
+                                                       bool topRowFirst, const PictureChange& change) {
     const auto [u, caption] = prepare(canvasWidth, canvasHeight, project, t, cursor);
     std::vector<DrawStep> steps = plan(u, canvasWidth, canvasHeight);
     std::vector<PixelRect> overlays;

@@ -5,6 +5,7 @@
 #include "compositor/DrawPlan.h"
 #include "compositor/FrameLayout.h"
 #include "compositor/GlName.h"
+#include "model/PictureChange.h"
 
 #include <optional>
 #include <string>
@@ -13,17 +14,6 @@
 namespace marlowick {
 
 class CaptionRenderer;
-
-// Which pixels of the source picture changed since the last frame of a sequence.
-struct SourceChange {
-    bool whole = true;            // all of them, or nobody knows which
-    std::vector<PixelRect> areas; // when not whole: those in these areas; none when it is the same picture
-
-    static SourceChange everywhere() { return {}; }
-    static SourceChange nowhere() { return {false, {}}; }
-    static SourceChange within(std::vector<PixelRect> areas) { return {false, std::move(areas)}; }
-    bool none() const { return !whole && areas.empty(); }
-};
 
 // Turns one source image, a project, a time and a cursor into one finished frame, in a single draw of
 // the compositor program. It draws into whatever framebuffer is bound in the current GL context and owns
@@ -56,7 +46,7 @@ public:
     std::vector<PixelRect> renderSequence(const BgraTexture& source, int canvasWidth, int canvasHeight,
                                           const Project& project, double t,
                                           const std::optional<CursorFrame>& cursor, bool topRowFirst,
-                                          const SourceChange& change);
+                                          const PictureChange& change);
 
     // Whether a frame is drawn region by region with variants of the program that leave out the passes a
     // region can't need (the default), or in one draw of the whole program. Both give the same pixels;

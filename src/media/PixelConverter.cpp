@@ -90,15 +90,15 @@ void PixelConverter::setColorspace(const int* fromCoefficients, bool fromFullRan
     }
 }
 
-std::vector<PictureArea> PixelConverter::tilesMeeting(const std::vector<PictureArea>& areas, int width,
-                                                      int height) {
+std::vector<PixelRect> PixelConverter::tilesMeeting(const std::vector<PixelRect>& areas, int width,
+                                                    int height) {
     const int columns = (width + tileWidth - 1) / tileWidth;
     const int rows = (height + tileRows - 1) / tileRows;
     if (columns <= 0 || rows <= 0) {
         return {};
     }
     std::vector<bool> met(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows));
-    for (const PictureArea& a : areas) {
+    for (const PixelRect& a : areas) {
         const int x0 = std::clamp(a.x, 0, width);
         const int y0 = std::clamp(a.y, 0, height);
         const int x1 = std::clamp(a.x + a.width, x0, width);
@@ -112,7 +112,7 @@ std::vector<PictureArea> PixelConverter::tilesMeeting(const std::vector<PictureA
             }
         }
     }
-    std::vector<PictureArea> tiles;
+    std::vector<PixelRect> tiles;
     // The runs of the last row of tiles, by their first and end column, and where their rectangle is.
     std::map<std::pair<int, int>, std::size_t> open;
     for (int r = 0; r < rows; ++r) {
@@ -151,9 +151,9 @@ void PixelConverter::convert(const std::uint8_t* const from[], const int fromStr
 
 void PixelConverter::convertAreas(const std::uint8_t* const from[], const int fromStrides[],
                                   std::uint8_t* const to[], const int toStrides[],
-                                  const std::vector<PictureArea>& areas) const {
+                                  const std::vector<PixelRect>& areas) const {
     std::vector<Tile> tiles;
-    for (const PictureArea& run : tilesMeeting(areas, m_width, m_height)) {
+    for (const PixelRect& run : tilesMeeting(areas, m_width, m_height)) {
         for (int y = run.y; y < run.y + run.height; y += tileRows) {
             for (int x = run.x; x < run.x + run.width; x += tileWidth) {
                 tiles.push_back({x, y, shapeAt(x, y, m_width, m_height)});

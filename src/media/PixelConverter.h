@@ -1,7 +1,7 @@
 #pragma once
 
 #include "media/AvPointers.h"
-#include "media/PictureChange.h"
+#include "model/PixelRect.h"
 
 #include <optional>
 #include <vector>
@@ -36,12 +36,11 @@ public:
     // Converts the tiles that meet any of `areas`, and nothing else of `to` is written. Every pixel of those
     // tiles is read from `from`: tilesMeeting tells which they are.
     void convertAreas(const std::uint8_t* const from[], const int fromStrides[], std::uint8_t* const to[],
-                      const int toStrides[], const std::vector<PictureArea>& areas) const;
+                      const int toStrides[], const std::vector<PixelRect>& areas) const;
 
     // The tiles of a `width` × `height` picture that meet any of `areas`, as few rectangles: runs of tiles
     // side by side, and runs alike in consecutive rows of tiles joined.
-    static std::vector<PictureArea> tilesMeeting(const std::vector<PictureArea>& areas, int width,
-                                                 int height);
+    static std::vector<PixelRect> tilesMeeting(const std::vector<PixelRect>& areas, int width, int height);
 
     int width() const { return m_width; }
     int height() const { return m_height; }

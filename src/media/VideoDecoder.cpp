@@ -58,7 +58,7 @@ struct VideoDecoder::State {
     }
 
     // Converts the picture into `image`, or only the tiles of it that meet `areas` when given.
-    void convert(const AVFrame& f, BgraImage& image, const std::vector<PictureArea>* areas = nullptr) {
+    void convert(const AVFrame& f, BgraImage& image, const std::vector<PixelRect>* areas = nullptr) {
         const auto pixelFormat = static_cast<AVPixelFormat>(f.format);
         if (!converter || converter->width() != f.width || converter->height() != f.height ||
             converter->from() != pixelFormat) {
@@ -235,7 +235,7 @@ PictureChange pictureChange(const AVFrame& a, const AVFrame& b) {
                 continue;
             }
             if (lastChanged >= 0 && y - lastChanged <= gap) {
-                PictureArea& area = change.areas.back();
+                PixelRect& area = change.areas.back();
                 const int x1 = std::max(area.x + area.width, right[i]);
                 area.x = std::min(area.x, left[i]);
                 area.width = x1 - area.x;
@@ -249,7 +249,7 @@ PictureChange pictureChange(const AVFrame& a, const AVFrame& b) {
             break;
         }
     }
-    for (PictureArea& area : change.areas) {
+    for (PixelRect& area : change.areas) {
         const int x0 = std::max(0, area.x - conversionReach);
         const int y0 = std::max(0, area.y - conversionReach);
         const int x1 = std::min(width, area.x + area.width + conversionReach);

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "media/BgraImage.h"
-#include "media/PictureChange.h"
+#include "model/PictureChange.h"
 
 #include <filesystem>
 #include <functional>

@@ -217,7 +217,7 @@ void VideoEncoder::encode(const std::uint8_t* bgra, int stride, double time) {
 }
 
 void VideoEncoder::encodeChanged(const std::uint8_t* bgra, int stride, double time,
-                                 const std::vector<PictureArea>& areas) {
+                                 const std::vector<PixelRect>& areas) {
     State& s = *m_state;
     if (!areas.empty()) {
         // A picture an encoder still holds is copied first, so the rows left alone keep the last frame's.
@@ -238,8 +238,8 @@ void VideoEncoder::encodeChanged(const std::uint8_t* bgra, int stride, double ti
     s.copyAudio(time, {});
 }
 
-std::vector<PictureArea> VideoEncoder::tilesMeeting(const std::vector<PictureArea>& areas, int width,
-                                                    int height) {
+std::vector<PixelRect> VideoEncoder::tilesMeeting(const std::vector<PixelRect>& areas, int width,
+                                                  int height) {
     return av::PixelConverter::tilesMeeting(areas, width, height);
 }
 

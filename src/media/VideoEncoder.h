@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/PictureChange.h"
+#include "model/PixelRect.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -66,11 +66,10 @@ public:
     // picture again). The picture is converted in tiles: every pixel of the tiles that meet an area must be
     // current in `bgra`, and no other pixel is read. The first frame must be named whole.
     void encodeChanged(const std::uint8_t* bgra, int stride, double time,
-                       const std::vector<PictureArea>& areas);
+                       const std::vector<PixelRect>& areas);
     // The tiles that meet any of `areas` in a picture of the settings' size, as few rectangles: the pixels
     // `encodeChanged` reads.
-    static std::vector<PictureArea> tilesMeeting(const std::vector<PictureArea>& areas, int width,
-                                                 int height);
+    static std::vector<PixelRect> tilesMeeting(const std::vector<PixelRect>& areas, int width, int height);
 
     // Drains the encoder, copies the rest of the audio and completes the file. False, with the file left
     // incomplete, when `stop` was requested before the end (it is tested between audio packets).

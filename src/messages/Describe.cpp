@@ -74,6 +74,20 @@ std::string describeExport(const ExportError& e) {
         return "export stopped; the unfinished movie was removed";
     case ExportErrorKind::writerFailed:
         return std::string("can't export: ") + e.what();
+    case ExportErrorKind::targetIsFolder:
+        return std::string("can't export: ") + e.what() + " is a folder; name a movie file";
+    case ExportErrorKind::targetIsRecording:
+        return std::string("can't export over the recording itself (") + e.what() + "); choose another name";
+    case ExportErrorKind::presetUnavailable:
+        for (const ExportPreset& instead : ExportPreset::all()) {
+            if (instead.id == e.what()) {
+                return "this preset can't be written on this system, whose HEVC encoders keep no alpha "
+                       "plane; "
+                       "the \"" +
+                       instead.name + "\" preset (" + instead.id + ") keeps the transparency";
+            }
+        }
+        return std::string("this preset can't be written on this system; use ") + e.what();
     }
     return e.what();
 }

@@ -112,20 +112,25 @@ struct FileIdentity {
 std::optional<FileIdentity> identityOf(const fs::path& path);
 
 // A file or directory that is removed, with everything in it, when this goes out of scope, however the
-// scope ends: scratch space and temporary files. A failure to remove is ignored, since the outcome of the
-// work that made the path is what a caller needs to hear.
+// scope ends: scratch space, temporary files, and output that is unfinished until `release`. A failure to
+// remove is ignored, since the outcome of the work that made the path is what a caller needs to hear.
 class RemovedOnExit {
 public:
     explicit RemovedOnExit(fs::path path)
         : m_path(std::move(path)) {}
     ~RemovedOnExit() {
-        std::error_code ignored;
-        fs::remove_all(m_path, ignored);
+        if (!m_path.empty()) {
+            std::error_code ignored;
+            fs::remove_all(m_path, ignored);
+        }
     }
     RemovedOnExit(const RemovedOnExit&) = delete;
     RemovedOnExit& operator=(const RemovedOnExit&) = delete;
 
+    // The path, or nothing once released.
     const fs::path& path() const { return m_path; }
+    // Keeps the path after all: the work that made it is done.
+    void release() { m_path.clear(); }
 
 private:
     fs::path m_path;

@@ -33,6 +33,17 @@ Project::Trimmed Project::applyingTrim(const std::vector<InputEvent>& telemetry)
     return {std::move(moved), map.apply(telemetry)};
 }
 
+std::vector<double> Project::clickTimes(const std::vector<InputEvent>& telemetry) const {
+    const TimeMap map = effectiveTrim();
+    std::vector<double> times;
+    for (const InputEvent& event : map.isIdentity() ? telemetry : map.apply(telemetry)) {
+        if (event.kind == InputEvent::Kind::down) {
+            times.push_back(event.time);
+        }
+    }
+    return times;
+}
+
 Json Coder<Point>::encode(const Point& p) {
     return {{"x", toJson(p.x)}, {"y", toJson(p.y)}};
 }

@@ -38,6 +38,10 @@ struct Project {
     // The project and the telemetry moved onto output time, for rendering only: never stored, and
     // `effectiveTrim` must not be asked of the result.
     Trimmed applyingTrim(const std::vector<InputEvent>& telemetry) const;
+
+    // When the clicks of `telemetry` (in source time) fall on the finished video: the `down` events that
+    // survive the cuts, moved through them, in output seconds. The mix plays its click sounds there.
+    std::vector<double> clickTimes(const std::vector<InputEvent>& telemetry) const;
 };
 
 struct Project::Trimmed {

@@ -330,8 +330,8 @@ TEST(FrameCompositor, ASequenceSkipsOnlyTheFramesTheFramebufferAlreadyHolds) {
     RenderTarget target(160, 90);
     target.bind();
     const CursorFrame here{{0.3, 0.5}, 1, 1, -1, {}};
-    const auto everywhere = SourceChange::everywhere();
-    const auto nowhere = SourceChange::nowhere();
+    const auto everywhere = PictureChange::everywhere();
+    const auto nowhere = PictureChange::nowhere();
     EXPECT_EQ(g.compositor.renderSequence(g.source, 160, 90, p, 0, here, true, everywhere),
               (std::vector<PixelRect>{{0, 0, 160, 90}}));
     EXPECT_TRUE(g.compositor.renderSequence(g.source, 160, 90, p, 0, here, true, nowhere).empty());
@@ -471,8 +471,8 @@ TEST(FrameCompositor, ASequenceDrawnInPartsGivesThePixelsOfWholeFrames) {
             } else {
                 transfer.upload(texture, recording.data(), 64, 36, 64 * 4);
             }
-            const SourceChange change =
-                frames[i].changed ? SourceChange::within(*frames[i].changed) : SourceChange::everywhere();
+            const PictureChange change =
+                frames[i].changed ? PictureChange::within(*frames[i].changed) : PictureChange::everywhere();
             sequence.bind();
             const std::vector<PixelRect> drawn = g.compositor.renderSequence(
                 texture, 320, 180, p, frames[i].t, frames[i].cursor, true, change);

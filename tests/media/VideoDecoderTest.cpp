@@ -121,7 +121,7 @@ std::filesystem::path makeChangingMovie(const TempDir& dir) {
     return movie;
 }
 
-bool holds(const PictureArea& outer, const PictureArea& inner) {
+bool holds(const PixelRect& outer, const PixelRect& inner) {
     return inner.x >= outer.x && inner.y >= outer.y && inner.x + inner.width <= outer.x + outer.width &&
            inner.y + inner.height <= outer.y + outer.height;
 }
@@ -148,7 +148,7 @@ TEST(VideoDecoder, SaysWherePicturesChangeAndConvertsOnlyThere) {
         if (change.whole) {
             shown = image;
         }
-        for (const PictureArea& a : change.areas) {
+        for (const PixelRect& a : change.areas) {
             for (int y = a.y; y < a.y + a.height; ++y) {
                 std::copy(image.row(y) + a.x * 4, image.row(y) + (a.x + a.width) * 4, shown.row(y) + a.x * 4);
             }
@@ -164,14 +164,14 @@ TEST(VideoDecoder, SaysWherePicturesChangeAndConvertsOnlyThere) {
     EXPECT_TRUE(changes[1].none());
     EXPECT_TRUE(changes[5].none());
     // Each box is found where it was drawn, give or take what the 4:2:0 conversion spread it to.
-    const std::vector<std::pair<PictureArea, std::size_t>> boxes{{{20, 10, 8, 6}, 2}, {{262, 50, 4, 4}, 3}};
+    const std::vector<std::pair<PixelRect, std::size_t>> boxes{{{20, 10, 8, 6}, 2}, {{262, 50, 4, 4}, 3}};
     for (const auto& [box, frame] : boxes) {
         ASSERT_EQ(changes[frame].areas.size(), 1u) << frame;
-        const PictureArea& found = changes[frame].areas.front();
+        const PixelRect& found = changes[frame].areas.front();
         EXPECT_TRUE(holds(found, box)) << frame;
         EXPECT_TRUE(holds({box.x - 8, box.y - 8, box.width + 16, box.height + 16}, found)) << frame;
     }
     ASSERT_FALSE(changes[4].whole);
     ASSERT_EQ(changes[4].areas.size(), 1u);
-    EXPECT_EQ(changes[4].areas.front(), (PictureArea{0, 0, 280, 64}));
+    EXPECT_EQ(changes[4].areas.front(), (PixelRect{0, 0, 280, 64}));
 }

@@ -118,7 +118,7 @@ TEST(PixelConverter, TilesConvertedApartGiveThePictureOfOneConversion) {
         out[1] = yuv.data() + chromaStart;
         out[2] = yuv.data() + chromaStart + stride / 2 * height / 2;
     };
-    auto convert = [&](int threads, const std::vector<PictureArea>* areas) {
+    auto convert = [&](int threads, const std::vector<PixelRect>* areas) {
         av::PixelConverter converter(width, height, AV_PIX_FMT_BGRA, AV_PIX_FMT_YUV420P, threads);
         std::vector<std::uint8_t> yuv(size, 3);
         planes(yuv);
@@ -154,18 +154,18 @@ TEST(PixelConverter, TilesConvertedApartGiveThePictureOfOneConversion) {
 
     // A pixel at (300, 40) and a band across rows 150–170 meet these tiles; those are converted, and nothing
     // else is written.
-    const std::vector<PictureArea> areas{{300, 40, 1, 1}, {-10, 150, 700, 21}};
-    const std::vector<PictureArea> tiles = av::PixelConverter::tilesMeeting(areas, width, height);
-    EXPECT_EQ(tiles, (std::vector<PictureArea>{{256, 32, 256, 16}, {0, 144, 600, 32}}));
+    const std::vector<PixelRect> areas{{300, 40, 1, 1}, {-10, 150, 700, 21}};
+    const std::vector<PixelRect> tiles = av::PixelConverter::tilesMeeting(areas, width, height);
+    EXPECT_EQ(tiles, (std::vector<PixelRect>{{256, 32, 256, 16}, {0, 144, 600, 32}}));
     EXPECT_EQ(
         av::PixelConverter::tilesMeeting({{590, 190, 50, 50}, {0, 0, 600, 200}, {5, 5, 0, 9}}, width, height),
-        (std::vector<PictureArea>{{0, 0, 600, 200}}));
+        (std::vector<PixelRect>{{0, 0, 600, 200}}));
     EXPECT_EQ(
         av::PixelConverter::tilesMeeting({{0, 0, 10, 10}, {0, 20, 10, 10}, {300, 20, 10, 10}}, width, height),
-        (std::vector<PictureArea>{{0, 0, 256, 16}, {0, 16, 512, 16}}));
+        (std::vector<PixelRect>{{0, 0, 256, 16}, {0, 16, 512, 16}}));
     const auto some = convert(2, &areas);
     auto converted = [&](int x, int y) {
-        return std::any_of(tiles.begin(), tiles.end(), [&](const PictureArea& t) {
+        return std::any_of(tiles.begin(), tiles.end(), [&](const PixelRect& t) {
             return x >= t.x && x < t.x + t.width && y >= t.y && y < t.y + t.height;
         });
     };

@@ -175,6 +175,12 @@ TEST(ProjectTrim, ApplyingTrimMovesEverythingOntoOutputTime) {
     EXPECT_EQ(moved.manualCuts.size(), 1u); // kept, but not to be applied again
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0].time, 3);
+    // The clicks the mix sounds: only the `down` events that survive, on output time; a click in a cut
+    // is dropped.
+    std::vector<InputEvent> clicks = telemetry;
+    clicks.push_back({3, InputEvent::Kind::down, {3, 3}});
+    clicks.push_back({8, InputEvent::Kind::up, {3, 3}});
+    EXPECT_EQ(p.clickTimes(clicks), (std::vector<double>{3}));
 
     Project plain;
     plain.source.duration = 4;

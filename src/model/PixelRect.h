@@ -4,7 +4,7 @@
 
 namespace marlowick {
 
-// A rectangle of canvas or texture pixels, top-left origin.
+// A rectangle of a picture's, a texture's or a canvas's pixels, top-left origin.
 struct PixelRect {
     int x = 0;
     int y = 0;

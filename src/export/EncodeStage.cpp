@@ -1,0 +1,43 @@
+#include "export/EncodeStage.h"
+
+#include "export/MediaFailures.h"
+
+namespace marlowick {
+
+EncodeStage::EncodeStage(const std::filesystem::path& target, const VideoEncoder::Settings& settings)
+    : m_unfinished(target)
+    , m_encoder(reportingMediaFailures([&] { return std::make_unique<VideoEncoder>(target, settings); }))
+    , m_stride(settings.width * 4) {}
+
+long long EncodeStage::encode(ExportPipeline& pipeline, const std::stop_token& stop,
+                              const std::function<void(long long)>& onFrame) {
+    long long written = 0;
+    for (;;) {
+        if (stop.stop_requested()) {
+            pipeline.abandon();
+            throw ExportError(ExportError::Kind::cancelled, "cancelled");
+        }
+        auto frame = pipeline.finished.pop();
+        if (!frame) {
+            return written;
+        }
+        reportingMediaFailures([&] {
+            m_encoder->encodeChanged(frame->pixels.data(), m_stride, frame->outputTime, frame->tiles);
+        });
+        pipeline.emptyOutputs.push(std::move(frame->pixels));
+        ++written;
+        if (onFrame) {
+            onFrame(written);
+        }
+    }
+}
+
+void EncodeStage::complete(const std::stop_token& stop) {
+    if (!reportingMediaFailures([&] { return m_encoder->finish(stop); })) {
+        throw ExportError(ExportError::Kind::cancelled, "cancelled");
+    }
+    m_encoder.reset();
+    m_unfinished.release();
+}
+
+} // namespace marlowick
