@@ -13,37 +13,14 @@
 
 #include <gtest/gtest.h>
 
+#include "support/SmallCanvas.h"
+
 using namespace marlowick;
+using namespace marlowick::testing;
 
 namespace {
 
 using Pixel = std::array<int, 4>; // straight B, G, R, A
-
-struct Gpu {
-    EglContext context;
-    FrameCompositor compositor;
-    BgraTexture source;
-
-    // A 64×36 recording: red on the left half, blue on the right.
-    Gpu() {
-        std::vector<std::uint8_t> bgra(64 * 36 * 4);
-        for (int y = 0; y < 36; ++y) {
-            for (int x = 0; x < 64; ++x) {
-                std::uint8_t* p = &bgra[static_cast<std::size_t>((y * 64 + x) * 4)];
-                p[0] = x < 32 ? 0 : 255;
-                p[1] = 0;
-                p[2] = x < 32 ? 255 : 0;
-                p[3] = 255;
-            }
-        }
-        source.upload(bgra.data(), 64, 36, 64 * 4);
-    }
-};
-
-Gpu& gpu() {
-    static Gpu instance;
-    return instance;
-}
 
 struct Image {
     int width;
@@ -63,25 +40,6 @@ Image draw(const Project& project, double t = 0, const std::optional<CursorFrame
     target.bind();
     g.compositor.render(g.source, width, height, project, t, cursor, true);
     return {width, height, target.readBgra()};
-}
-
-Project project(Canvas canvas) {
-    Project p;
-    p.source.size = {64, 36};
-    p.source.duration = 10;
-    p.canvas = std::move(canvas);
-    return p;
-}
-
-// A transparent canvas without shadow or rounding, the recording inset by 20% of each side.
-Canvas bare(double inset = 0.2) {
-    Canvas c;
-    c.background = Background::transparent();
-    c.inset = inset;
-    c.cornerRadius = 0;
-    c.shadow = {0, 0, {0, 0}};
-    c.contentMode = ContentMode::fit;
-    return c;
 }
 
 } // namespace
@@ -350,73 +308,6 @@ TEST(FrameCompositor, ASequenceSkipsOnlyTheFramesTheFramebufferAlreadyHolds) {
     g.compositor.render(g.source, 160, 90, p, 0, there, true);
     EXPECT_EQ(target.readBgra(), sequence);
     EXPECT_FALSE(g.compositor.renderSequence(g.source, 160, 90, p, 0, there, true, nowhere).empty());
-}
-
-TEST(PixelTransfer, StreamingThroughBuffersGivesThePixelsOfTheDirectWay) {
-    Gpu& g = gpu();
-    const Project p = project(bare(0.1));
-    RenderTarget target(160, 90);
-    std::vector<std::uint8_t> recording(64 * 36 * 4);
-    for (std::size_t i = 0; i < recording.size(); ++i) {
-        recording[i] = static_cast<std::uint8_t>(i * 7 % 251);
-    }
-    std::array<std::vector<std::uint8_t>, 2> out;
-    for (const bool streaming : {false, true}) {
-        PixelTransfer transfer(streaming);
-        BgraTexture texture;
-        std::vector<std::vector<std::uint8_t>> frames(3, std::vector<std::uint8_t>(160 * 90 * 4));
-        std::vector<std::uint64_t> done;
-        for (std::uint64_t i = 0; i < 3; ++i) {
-            transfer.upload(texture, recording.data(), 64, 36, 64 * 4);
-            target.bind();
-            g.compositor.render(texture, 160, 90, p, 0, std::nullopt, true);
-            for (const std::uint64_t tag : transfer.read(160, 90, frames[i].data(), i)) {
-                done.push_back(tag);
-            }
-        }
-        for (const std::uint64_t tag : transfer.flush()) {
-            done.push_back(tag);
-        }
-        EXPECT_EQ(done, (std::vector<std::uint64_t>{0, 1, 2})) << (streaming ? "streaming" : "direct");
-        EXPECT_EQ(frames[0], frames[2]);
-        out[streaming ? 1 : 0] = frames[2];
-    }
-    EXPECT_EQ(out[0], out[1]);
-    // Read in the framebuffer's own order: red first.
-    const std::vector<std::uint8_t> bgra = target.readBgra();
-    EXPECT_EQ(out[0][4 * (45 * 160 + 80) + 0], bgra[4 * (45 * 160 + 80) + 2]);
-}
-
-TEST(PixelTransfer, AreasAreReadIntoTheirOwnPlacesAndNothingElse) {
-    Gpu& g = gpu();
-    const Project p = project(bare(0.1));
-    RenderTarget target(160, 90);
-    target.bind();
-    g.compositor.render(g.source, 160, 90, p, 0, std::nullopt, true);
-    std::vector<std::uint8_t> whole(160 * 90 * 4);
-    PixelTransfer(false).read(160, 90, whole.data(), 0);
-    const std::vector<PixelRect> areas{{0, 0, 160, 3}, {20, 40, 50, 10}, {159, 89, 1, 1}};
-    for (const bool streaming : {false, true}) {
-        PixelTransfer transfer(streaming);
-        std::vector<std::uint8_t> parts(whole.size(), 7);
-        std::vector<std::uint64_t> done = transfer.readAreas(160, 90, areas, parts.data(), 1);
-        for (const std::uint64_t tag : transfer.flush()) {
-            done.push_back(tag);
-        }
-        EXPECT_EQ(done, std::vector<std::uint64_t>{1});
-        for (int y = 0; y < 90; ++y) {
-            for (int x = 0; x < 160; ++x) {
-                const bool inside = std::any_of(areas.begin(), areas.end(), [&](const PixelRect& r) {
-                    return x >= r.x && x < r.right() && y >= r.y && y < r.bottom();
-                });
-                const auto at = static_cast<std::size_t>((y * 160 + x) * 4);
-                for (std::size_t c = 0; c < 4; ++c) {
-                    ASSERT_EQ(parts[at + c], inside ? whole[at + c] : 7)
-                        << (streaming ? "streaming" : "direct") << " at " << x << "," << y;
-                }
-            }
-        }
-    }
 }
 
 TEST(FrameCompositor, ASequenceDrawnInPartsGivesThePixelsOfWholeFrames) {
