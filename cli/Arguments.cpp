@@ -5,12 +5,56 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 
 namespace marlowick::cli {
 
 std::optional<std::string> Arguments::value(std::string_view name) const {
     const auto it = values.find(name);
     return it == values.end() ? std::nullopt : std::optional<std::string>(it->second);
+}
+
+namespace {
+
+std::string shown(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", value);
+    return text;
+}
+
+} // namespace
+
+std::optional<double> Arguments::number(std::string_view option, std::string_view takes, double low,
+                                        double high) const {
+    const auto text = value(option);
+    if (!text) {
+        return std::nullopt;
+    }
+    const auto parsed = parseNumber(*text);
+    if (parsed && *parsed >= low && *parsed <= high) {
+        return parsed;
+    }
+    std::string range;
+    if (std::isfinite(low) && std::isfinite(high)) {
+        range = " from " + shown(low) + " to " + shown(high);
+    } else if (std::isfinite(low)) {
+        range = low == 0 ? " of zero or more" : " of " + shown(low) + " or more";
+    }
+    throw UsageError(command + ": " + std::string(option) + " takes " + std::string(takes) + range +
+                     ", got '" + *text + "'");
+}
+
+std::optional<std::pair<int, int>> Arguments::size(std::string_view option, bool even) const {
+    const auto text = value(option);
+    if (!text) {
+        return std::nullopt;
+    }
+    const auto parsed = parseSize(*text);
+    if (parsed && (!even || (parsed->first % 2 == 0 && parsed->second % 2 == 0))) {
+        return parsed;
+    }
+    throw UsageError(command + ": " + std::string(option) + " takes " + (even ? "an even " : "") +
+                     "WIDTHxHEIGHT, as 1280x720, got '" + *text + "'");
 }
 
 std::optional<Arguments> parseArguments(std::string_view command, const std::vector<std::string>& args,
@@ -21,6 +65,7 @@ std::optional<Arguments> parseArguments(std::string_view command, const std::vec
         return std::find(names.begin(), names.end(), name) != names.end();
     };
     Arguments parsed;
+    parsed.command = command;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         if (!a.starts_with("-")) {

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,12 +16,27 @@ namespace marlowick::cli {
 // A command's arguments, split into plain words, switches ("--json") and options with a value
 // ("--style cinematic" or "--style=cinematic").
 struct Arguments {
+    std::string command; // the command's name, for messages
     std::vector<std::string> words;
     std::set<std::string, std::less<>> switches;
     std::map<std::string, std::string, std::less<>> values;
 
     bool has(std::string_view name) const { return switches.contains(name); }
     std::optional<std::string> value(std::string_view name) const;
+
+    // The option's number, or none when it wasn't given. A value that isn't a number from `low` to `high`
+    // throws UsageError naming the command, the option, what it takes and what it got:
+    // "frame: --at takes seconds, got 'abc'".
+    std::optional<double> number(std::string_view option, std::string_view takes, double low,
+                                 double high) const;
+    // The option's WIDTHxHEIGHT, or none when it wasn't given; a bad value throws UsageError likewise.
+    std::optional<std::pair<int, int>> size(std::string_view option, bool even = false) const;
+};
+
+// A command line that can't be followed; `main` prints it and exits with status 2.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
 };
 
 // Splits `args` by the switches and options the command knows. An unknown option, an option without its

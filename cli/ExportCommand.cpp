@@ -159,20 +159,32 @@ int runExport(const std::vector<std::string>& args) {
 
     const InterruptWatch interrupts;
     ProgressLine progress;
-    std::cerr << "Exporting " << package.filename().string() << " as " << preset->name << " ("
-              << preset->size.width << "×" << preset->size.height << ")\n";
+    // Said once the export is under way, so that a refusal comes as its one line.
+    bool announced = false;
+    const auto announce = [&] {
+        if (!announced) {
+            announced = true;
+            std::cerr << "Exporting " << package.filename().string() << " as " << preset->name << " ("
+                      << preset->size.width << "×" << preset->size.height << ")\n";
+        }
+    };
     long long frames = 0;
     try {
         Exporter{}.exportMovie(
             document->project, document->telemetry(), *preset, *output,
             [&](const Exporter::Progress& p) {
+                announce();
                 if (p.completedFrames == 0) {
                     progress.close();
                 }
                 progress.frames(p);
                 frames = p.completedFrames;
             },
-            interrupts.token(), [&](double fraction) { progress.sound(fraction); });
+            interrupts.token(),
+            [&](double fraction) {
+                announce();
+                progress.sound(fraction);
+            });
     } catch (const ExportError& e) {
         progress.close();
         reportFailure(package, e);

@@ -7,6 +7,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <iostream>
 
 namespace marlowick::cli {
@@ -32,22 +33,14 @@ int runFrame(const std::vector<std::string>& args) {
     if (!parsed) {
         return exitUsage;
     }
-    const auto atText = parsed->value("--at");
-    const auto at = atText ? parseNumber(*atText) : std::nullopt;
+    const auto at = parsed->number("--at", "seconds", -HUGE_VAL, HUGE_VAL);
     const auto output = parsed->value("-o");
     if (!at || !output) {
         report("frame needs --at SECONDS and -o FILE.png; see 'marlowick frame --help'");
         return exitUsage;
     }
     const double time = *at;
-    std::optional<std::pair<int, int>> canvasSize;
-    if (const auto sizeText = parsed->value("--size")) {
-        canvasSize = parseSize(*sizeText);
-        if (!canvasSize) {
-            report("frame: --size takes WIDTHxHEIGHT, as 1280x720");
-            return exitUsage;
-        }
-    }
+    std::optional<std::pair<int, int>> canvasSize = parsed->size("--size");
 
     const std::filesystem::path package = parsed->words.front();
     const auto document = openPackage(package);
@@ -55,6 +48,16 @@ int runFrame(const std::vector<std::string>& args) {
         return exitFailure;
     }
     const Project& project = document->project;
+    // A moment outside the finished video is refused rather than moved to its first or last frame.
+    const double length = project.effectiveTrim().outputDuration();
+    if (time < 0 || time > length) {
+        char line[200];
+        std::snprintf(line, sizeof line,
+                      "frame: --at %g lies outside the finished video, which runs from 0 to %.2f s", time,
+                      length);
+        report(line);
+        return exitUsage;
+    }
     if (!canvasSize) {
         const Size s = size(project.canvas.ratio);
         canvasSize = std::pair{static_cast<int>(s.width), static_cast<int>(s.height)};

@@ -61,20 +61,8 @@ int runRecord(const std::vector<std::string>& args) {
     if (!parsed) {
         return exitUsage;
     }
-    double seconds = 0; // 0: until Ctrl-C
-    double countdown = 3;
-    for (const auto& [option, field, high] :
-         {std::tuple{"--seconds", &seconds, 86400.0}, std::tuple{"--countdown", &countdown, 60.0}}) {
-        if (const auto text = parsed->value(option)) {
-            const auto value = parseNumber(*text);
-            if (!value || *value < 0 || *value > high) {
-                report(std::string("record: ") + option + " takes a number of seconds from 0 to " +
-                       std::to_string(static_cast<int>(high)));
-                return exitUsage;
-            }
-            *field = *value;
-        }
-    }
+    const double seconds = parsed->number("--seconds", "seconds", 0, 86400).value_or(0); // 0: until Ctrl-C
+    const double countdown = parsed->number("--countdown", "seconds", 0, 60).value_or(3);
     if (parsed->has("--system-audio") && parsed->has("--no-system-audio")) {
         report("record: --system-audio and --no-system-audio can't both be given");
         return exitUsage;

@@ -38,27 +38,12 @@ int runSample(const std::vector<std::string>& args) {
     }
     SampleTake take;
     take.voice = !parsed->has("--no-voice");
-    if (const auto text = parsed->value("--size")) {
-        const auto size = parseSize(*text);
-        if (!size || size->first % 2 != 0 || size->second % 2 != 0) {
-            report("sample: --size takes an even WIDTHxHEIGHT, as 1920x1080");
-            return exitUsage;
-        }
+    if (const auto size = parsed->size("--size", true)) {
         take.width = size->first;
         take.height = size->second;
     }
-    for (const auto& [option, field, low, high] : {std::tuple{"--rate", &take.frameRate, 1.0, 240.0},
-                                                   std::tuple{"--seconds", &take.seconds, 1.0, 3600.0}}) {
-        if (const auto text = parsed->value(option)) {
-            const auto value = parseNumber(*text);
-            if (!value || *value < low || *value > high) {
-                report(std::string("sample: ") + option + " takes a number from " + std::to_string(int(low)) +
-                       " to " + std::to_string(int(high)));
-                return exitUsage;
-            }
-            *field = *value;
-        }
-    }
+    take.frameRate = parsed->number("--rate", "frames a second", 1, 240).value_or(take.frameRate);
+    take.seconds = parsed->number("--seconds", "seconds", 1, 3600).value_or(take.seconds);
     const std::filesystem::path package = parsed->words.front();
     if (std::filesystem::exists(package)) {
         report(package.string() + " already exists; the sample goes into a new package");

@@ -110,18 +110,11 @@ int runSilence(const std::vector<std::string>& args) {
     }
     SilenceTrim settings = document->project.audio.silence;
     settings.isEnabled = true;
-    for (const auto& [option, field] :
-         {std::pair{"--threshold", &settings.threshold}, std::pair{"--minimum", &settings.minimumSilence},
-          std::pair{"--padding", &settings.padding}}) {
-        if (const auto text = parsed->value(option)) {
-            const auto value = parseNumber(*text);
-            if (!value || *value < 0) {
-                report(std::string("silence: ") + option + " takes a number of zero or more");
-                return exitUsage;
-            }
-            *field = *value;
-        }
-    }
+    settings.threshold =
+        parsed->number("--threshold", "a fraction of the voice's level", 0, 1).value_or(settings.threshold);
+    settings.minimumSilence =
+        parsed->number("--minimum", "seconds", 0, HUGE_VAL).value_or(settings.minimumSilence);
+    settings.padding = parsed->number("--padding", "seconds", 0, HUGE_VAL).value_or(settings.padding);
 
     std::cerr << "Listening for pauses in " << package.filename().string() << "…\n";
     TimeMap trim;

@@ -1,5 +1,6 @@
 // marlowick: the command-line tool for Marlowick project packages.
 
+#include "Arguments.h"
 #include "Commands.h"
 #include "Errors.h"
 
@@ -46,6 +47,12 @@ bool marlowick::cli::wantsHelp(const std::vector<std::string>& args) {
     return false;
 }
 
+namespace {
+
+int dispatch(std::string_view command, const std::vector<std::string>& args);
+
+} // namespace
+
 int main(int argc, char** argv) {
     using namespace marlowick::cli;
     if (argc < 2) {
@@ -66,6 +73,18 @@ int main(int argc, char** argv) {
         std::cout << usage;
         return 0;
     }
+    try {
+        return dispatch(command, args);
+    } catch (const UsageError& e) {
+        report(e.what());
+        return exitUsage;
+    }
+}
+
+namespace {
+
+int dispatch(std::string_view command, const std::vector<std::string>& args) {
+    using namespace marlowick::cli;
     if (command == "info") {
         return runInfo(args);
     }
@@ -99,3 +118,5 @@ int main(int argc, char** argv) {
     report("unknown command '" + std::string(command) + "'; see 'marlowick --help'");
     return exitUsage;
 }
+
+} // namespace

@@ -9,6 +9,7 @@ enum class CaptureErrorKind {
     captureUnavailable, // the display can't be read; the text says why
     writerFailed,       // the movie can't be set up or finished; the text says why
     microphoneDenied,   // no microphone can be recorded
+    noSoundServer,      // no PulseAudio (or PipeWire's PulseAudio service) answers, so no microphone either
     noDisplayAvailable, // no X display answers
     alreadyRecording,
     notRecording,

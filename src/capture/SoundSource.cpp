@@ -165,6 +165,9 @@ SoundSource::SoundSource(Kind kind, std::string server, Deliver deliver, Warn wa
     , m_warn(std::move(warn)) {
     if (kind == Kind::microphone) {
         Introspection introspection(m_server);
+        if (!introspection.connected()) {
+            throw CaptureError(CaptureError::Kind::noSoundServer);
+        }
         const std::optional<std::string> microphone = defaultMicrophoneOf(introspection);
         if (!microphone) {
             throw CaptureError(CaptureError::Kind::microphoneDenied);

@@ -4,6 +4,8 @@
 
 #include <cairo.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
@@ -35,16 +37,33 @@ void writePng(const std::filesystem::path& path, int width, int height, const st
 
     const std::filesystem::path partial =
         path.parent_path() / ("." + path.filename().string() + "-" + Uuid::random().toString());
-    if (cairo_surface_write_to_png(surface.get(), partial.c_str()) != CAIRO_STATUS_SUCCESS) {
+    // The file is opened here rather than by Cairo, so that a failure has the system's reason.
+    const auto fail = [&](int code) {
         std::error_code ignored;
         std::filesystem::remove(partial, ignored);
-        throw std::runtime_error("can't write " + path.string());
+        throw std::runtime_error("can't write " + path.string() + ": " +
+                                 std::system_category().message(code));
+    };
+    std::FILE* file = std::fopen(partial.c_str(), "wb");
+    if (file == nullptr) {
+        fail(errno);
+    }
+    const cairo_status_t written = cairo_surface_write_to_png_stream(
+        surface.get(),
+        [](void* closure, const unsigned char* data, unsigned int length) {
+            return std::fwrite(data, 1, length, static_cast<std::FILE*>(closure)) == length
+                       ? CAIRO_STATUS_SUCCESS
+                       : CAIRO_STATUS_WRITE_ERROR;
+        },
+        file);
+    const int writeError = errno;
+    if (std::fclose(file) != 0 || written != CAIRO_STATUS_SUCCESS) {
+        fail(written != CAIRO_STATUS_SUCCESS ? writeError : errno);
     }
     std::error_code error;
     std::filesystem::rename(partial, path, error);
     if (error) {
-        std::filesystem::remove(partial, error);
-        throw std::runtime_error("can't write " + path.string());
+        fail(error.value());
     }
 }
 

@@ -55,6 +55,9 @@ std::string describeCapture(const CaptureError& e) {
         return "Microphone access was denied, so there would be no voice in the recording. Make a microphone "
                "the sound server's default source (in the desktop's sound settings, or with 'pactl "
                "set-default-source NAME'; 'pactl list short sources' lists them), then try again.";
+    case CaptureErrorKind::noSoundServer:
+        return "No sound server answers, so the microphone can't be recorded. Start PulseAudio (Debian's "
+               "pulseaudio package) or PipeWire's PulseAudio service (pipewire-pulse), then try again.";
     case CaptureErrorKind::noDisplayAvailable:
         return "No display available to capture. Run Marlowick in an X11 session, or set DISPLAY to the X "
                "display to record (Wayland sessions can't be recorded yet).";

@@ -211,7 +211,6 @@ TEST_F(Cli, ZoomRedirectsFromTheTelemetryKeepingEditedBeats) {
     EXPECT_EQ(saved.project.camera.beats[0].scale, 1.4);
     EXPECT_EQ(saved.telemetry().size(), 2u);
 
-    EXPECT_EQ(run({"zoom", package.string(), "--style", "wild"}).status, 2);
     EXPECT_EQ(run({"zoom", package.string(), "--style"}).status, 2);
     EXPECT_EQ(run({"zoom", (dir / "Missing.marlowick").string()}).status, 1);
 }
@@ -241,10 +240,6 @@ TEST_F(Cli, FrameDrawsTheFinishedPicture) {
     const std::uint8_t* corner = image->image.row(2) + 4 * 2;
     EXPECT_GT(corner[0], corner[1]);
 
-    EXPECT_EQ(run({"frame", package.string(), "--at", "0.5", "--size", "160by90", "-o", png.string()}).status,
-              2);
-    EXPECT_EQ(run({"frame", package.string(), "--at", "soon", "-o", png.string()}).status, 2);
-    EXPECT_EQ(run({"frame", package.string(), "--at", "0.5"}).status, 2);
     fs::remove(clip.string());
     fs::remove(package / "Media" / "clip.mov");
     writeText(package / "Media" / "clip.mov", "not a movie");
@@ -252,6 +247,42 @@ TEST_F(Cli, FrameDrawsTheFinishedPicture) {
     EXPECT_EQ(broken.status, 1);
     EXPECT_EQ(lineCount(broken.err), 1u);
     EXPECT_FALSE(fs::exists(dir / "x.png"));
+}
+
+TEST_F(Cli, BadOptionValuesAreRefusedInOneLineNamingTheOptionAndTheValue) {
+    const std::string package = samplePackage().string(); // 30 s with a 2 s cut: 28 s when finished
+    const std::string png = (dir / "x.png").string();
+    const std::string fresh = (dir / "New.marlowick").string();
+    const struct {
+        std::vector<std::string> args;
+        std::string said;
+    } cases[] = {
+        {{"frame", package, "--at", "abc", "-o", png}, "frame: --at takes seconds, got 'abc'"},
+        {{"frame", package, "--at", "28.5", "-o", png},
+         "--at 28.5 lies outside the finished video, which runs from 0 to 28.00 s"},
+        {{"frame", package, "--at", "-1", "-o", png}, "--at -1 lies outside the finished video"},
+        {{"frame", package, "--at", "1", "--size", "160by90", "-o", png},
+         "--size takes WIDTHxHEIGHT, as 1280x720, got '160by90'"},
+        {{"frame", package, "--at", "1"}, "frame needs --at SECONDS and -o FILE.png"},
+        {{"silence", package, "--threshold", "loud"},
+         "--threshold takes a fraction of the voice's level from 0 to 1, got 'loud'"},
+        {{"silence", package, "--minimum", "-2"}, "--minimum takes seconds of zero or more, got '-2'"},
+        {{"sample", fresh, "--size", "321x181"},
+         "--size takes an even WIDTHxHEIGHT, as 1280x720, got '321x181'"},
+        {{"sample", fresh, "--rate", "0"}, "--rate takes frames a second from 1 to 240, got '0'"},
+        {{"record", "-o", fresh, "--countdown", "soon"},
+         "record: --countdown takes seconds from 0 to 60, got 'soon'"},
+        {{"zoom", package, "--style", "wild"}, "zoom: unknown style 'wild'"},
+        {{"export", package, "--preset", "8k", "-o", (dir / "x.mp4").string()}, "export: no preset '8k'"},
+    };
+    for (const auto& c : cases) {
+        const Result r = run(c.args);
+        EXPECT_EQ(r.status, 2) << c.args[0] << ": " << r.err;
+        EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+        EXPECT_NE(r.err.find(c.said), std::string::npos) << r.err;
+    }
+    EXPECT_FALSE(fs::exists(png));
+    EXPECT_FALSE(fs::exists(fresh));
 }
 
 TEST_F(Cli, SilenceFindsThePauseAndMixRendersTheCutSound) {
@@ -286,7 +317,6 @@ TEST_F(Cli, SilenceFindsThePauseAndMixRendersTheCutSound) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("(2.2"), std::string::npos) << r.out;
 
-    EXPECT_EQ(run({"silence", package.string(), "--threshold", "loud"}).status, 2);
     EXPECT_EQ(run({"mix", package.string()}).status, 2);
 }
 
@@ -295,7 +325,8 @@ TEST_F(Cli, PresetsMarkThoseThatSuitTheProject) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(lineCount(r.out), 11u); // a header, the eight presets, a blank line and the frame rate rule
     EXPECT_EQ(r.out.find('*'), std::string::npos);
-    EXPECT_NE(r.out.find("hevcWithAlpha  (unavailable here: use prores-4444-alpha)"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("hevcWithAlpha  (unavailable here: use prores-4444-alpha)"), std::string::npos)
+        << r.out;
 
     Project p = sampleProject(movie);
     p.canvas.ratio = AspectRatio::vertical;
@@ -332,7 +363,6 @@ TEST_F(Cli, ExportWritesTheMovieAndCtrlCStopsItCleanly) {
     EXPECT_EQ(exported.width(), 1280);
     EXPECT_EQ(exported.height(), 720);
 
-    EXPECT_EQ(run({"export", package.string(), "--preset", "8k", "-o", finished.string()}).status, 2);
     EXPECT_EQ(run({"export", package.string(), "-o", finished.string()}).status, 2);
     const Result alpha = run({"export", package.string(), "--preset", "hevc-alpha", "-o", finished.string()});
     EXPECT_EQ(alpha.status, 1);
@@ -392,5 +422,4 @@ TEST_F(Cli, SampleMakesATakeAsAFreshRecordingWould) {
 
     // Never over something that exists.
     EXPECT_EQ(run({"sample", package.string()}).status, 1);
-    EXPECT_EQ(run({"sample", (dir / "odd.marlowick").string(), "--size", "321x181"}).status, 2);
 }
