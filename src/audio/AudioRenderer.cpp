@@ -3,6 +3,7 @@
 #include "audio/DSP.h"
 #include "media/AudioFile.h"
 #include "media/MediaError.h"
+#include "model/FileOps.h"
 
 #include <algorithm>
 #include <cmath>
@@ -24,10 +25,15 @@ std::size_t trackCount(const fs::path& source) {
 
 void write(std::span<const float> samples, const fs::path& to,
            const std::function<void(double)>& progress = {}) {
+    // Written beside the target and renamed over it once whole, so a failure leaves what was there.
     try {
-        AudioFile::writeAac(to, samples, progress);
+        fileops::StagedOutput output(to);
+        AudioFile::writeAac(output.staging(), samples, progress);
+        output.commit();
     } catch (const MediaError& e) {
         throw RenderError(RenderError::Kind::writeFailed, e.what());
+    } catch (const std::filesystem::filesystem_error& e) {
+        throw RenderError(RenderError::Kind::writeFailed, e.path1().string() + ": " + e.code().message());
     }
 }
 

@@ -5,8 +5,9 @@
 namespace marlowick {
 
 EncodeStage::EncodeStage(const std::filesystem::path& target, const VideoEncoder::Settings& settings)
-    : m_unfinished(target)
-    , m_encoder(reportingMediaFailures([&] { return std::make_unique<VideoEncoder>(target, settings); }))
+    : m_output(target)
+    , m_encoder(reportingMediaFailures(
+          [&] { return std::make_unique<VideoEncoder>(m_output.staging(), settings); }))
     , m_stride(settings.width * 4) {}
 
 long long EncodeStage::encode(ExportPipeline& pipeline, const std::stop_token& stop,
@@ -37,7 +38,11 @@ void EncodeStage::complete(const std::stop_token& stop) {
         throw ExportError(ExportError::Kind::cancelled, "cancelled");
     }
     m_encoder.reset();
-    m_unfinished.release();
+    try {
+        m_output.commit();
+    } catch (const std::filesystem::filesystem_error& e) {
+        throw ExportError(ExportError::Kind::writerFailed, e.path1().string() + ": " + e.code().message());
+    }
 }
 
 } // namespace marlowick

@@ -11,10 +11,11 @@
 
 namespace marlowick {
 
-// The last stage of an export, on the calling thread: writes the finished frames into the movie at the
-// target as they come, and completes it. Until `complete` returns, the movie is unfinished, and it is
-// removed on every way out: a failure to write, a failure of another stage, a cancellation, an exception
-// from a progress report.
+// The last stage of an export, on the calling thread: writes the finished frames into the movie as they
+// come, and completes it. The movie is written beside the target under a hidden name and takes the
+// target's place only when `complete` returns; until then whatever the target held stays, and the
+// unfinished movie is removed on every way out: a failure to write, a failure of another stage, a
+// cancellation, an exception from a progress report.
 class EncodeStage {
 public:
     // Creates the movie. Throws ExportError (writerFailed) when it can't.
@@ -35,7 +36,7 @@ public:
     void complete(const std::stop_token& stop);
 
 private:
-    fileops::RemovedOnExit m_unfinished; // before the encoder: the file is closed before it is removed
+    fileops::StagedOutput m_output; // before the encoder: the file is closed before it is removed
     std::unique_ptr<VideoEncoder> m_encoder;
     int m_stride;
 };

@@ -95,17 +95,13 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
     const auto decoder = reportingMediaFailures([&] { return std::make_unique<VideoDecoder>(media); });
     settings.timeScale = decoder->timeScale();
 
-    {
-        std::error_code ignored;
-        fs::remove(target, ignored);
-    }
     const SoundPlan sound(project, telemetry, info, settings.container, stop, onSoundProgress);
     settings.audio = sound.tracks();
     if (stop.stop_requested()) {
         throw ExportError(ExportError::Kind::cancelled, "cancelled");
     }
 
-    EncodeStage encoding(target, settings); // removes the movie on every way out until it is complete
+    EncodeStage encoding(target, settings); // replaces the target only once the movie is complete
     DecodeStage decoding(pipeline, *decoder, timeline, followsChanges);
 
     // Every source frame that survives the cuts becomes one output frame.

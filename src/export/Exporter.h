@@ -56,11 +56,12 @@ struct Exporter {
     // once at the end with the total set to the frames written. `onSoundProgress`, when given, hears the
     // fraction of the mix rendered before the frames start (only when a mix is needed).
     //
-    // A file at the target is removed first. `stop` is tested before each frame and each copied audio
-    // packet and while the mix renders; a stopped export throws ExportError (cancelled). Every way out but
-    // a finished movie (a failure, a cancellation, an exception from `onProgress`) removes the unfinished
-    // movie and the temporary mix. Failures: ExportError; CompositorError when no GL context or program can
-    // be had; RenderError from the mix.
+    // The movie is written beside the target under a hidden name and replaces a file at the target only
+    // once complete. `stop` is tested before each frame and each copied audio packet and while the mix
+    // renders; a stopped export throws ExportError (cancelled). Every way out but a finished movie (a
+    // failure, a cancellation, an exception from `onProgress`) removes the unfinished movie and the
+    // temporary mix, and leaves whatever the target held as it was. Failures: ExportError; CompositorError
+    // when no GL context or program can be had; RenderError from the mix.
     std::filesystem::path exportMovie(const Project& project, const std::vector<InputEvent>& telemetry,
                                       const ExportPreset& preset, const std::filesystem::path& target,
                                       const std::function<void(const Progress&)>& onProgress = {},

@@ -1,5 +1,7 @@
 #include "model/FileOps.h"
 
+#include "model/Uuid.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
@@ -234,6 +236,17 @@ bool isInside(const fs::path& path, const fs::path& directory) {
     }
     const auto [rootEnd, _] = std::mismatch(root.begin(), root.end(), resolved.begin(), resolved.end());
     return rootEnd == root.end();
+}
+
+StagedOutput::StagedOutput(const fs::path& target)
+    : m_target(target)
+    , m_staging(target.parent_path() / ("." + target.stem().string() + "-" + Uuid::random().toString() +
+                                        target.extension().string())) {}
+
+void StagedOutput::commit() {
+    fs::rename(m_staging.path(), m_target);
+    m_staging.release();
+    syncDirectory(m_target.parent_path().empty() ? fs::path(".") : m_target.parent_path());
 }
 
 } // namespace marlowick::fileops

@@ -136,6 +136,23 @@ private:
     fs::path m_path;
 };
 
+// Output that takes the place of its target only once it is whole. The work writes `staging()`, a hidden
+// name beside the target with the target's extension, and `commit` renames it over the target; until then
+// whatever the target held is untouched, and the staging file is removed however the scope ends.
+class StagedOutput {
+public:
+    explicit StagedOutput(const fs::path& target);
+
+    const fs::path& target() const { return m_target; }
+    const fs::path& staging() const { return m_staging.path(); }
+    // Renames the finished file over the target and flushes the folder. Throws filesystem_error.
+    void commit();
+
+private:
+    fs::path m_target;
+    RemovedOnExit m_staging;
+};
+
 // Whether `path`, with every link resolved, lies inside `directory`.
 bool isInside(const fs::path& path, const fs::path& directory);
 

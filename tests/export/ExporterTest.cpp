@@ -357,7 +357,7 @@ TEST_F(ExporterTest, RefusalsLeaveTheTargetAndTheRecordingAsTheyWere) {
     EXPECT_EQ(fs::file_size(silent), recordingSize);
 }
 
-TEST_F(ExporterTest, CancellingLeavesNeitherTheMovieNorTheMix) {
+TEST_F(ExporterTest, CancellingLeavesTheEarlierMovieAndNoMix) {
     // The temporary mix goes where TMPDIR says, so that it can be looked for.
     const TempDir scratch;
     const char* previous = std::getenv("TMPDIR");
@@ -386,7 +386,8 @@ TEST_F(ExporterTest, CancellingLeavesNeitherTheMovieNorTheMix) {
     }
     previous ? setenv("TMPDIR", saved.c_str(), 1) : unsetenv("TMPDIR");
     EXPECT_EQ(seen, 10);
-    EXPECT_FALSE(fs::exists(target));
+    EXPECT_EQ(readText(target), "an earlier movie");
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 1); // nothing beside it
     EXPECT_TRUE(fs::is_empty(scratch.path()));
 }
 
@@ -429,6 +430,7 @@ TEST_F(ExporterTest, AMovieThatCantBeWrittenToTheEndLeavesNeitherItNorTheMix) {
     EXPECT_GT(frames, 0);
     EXPECT_LT(frames, 60);
     EXPECT_FALSE(fs::exists(target));
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 1); // the take alone
     EXPECT_TRUE(fs::is_empty(scratch.path()));
 }
 
