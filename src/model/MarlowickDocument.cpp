@@ -88,7 +88,10 @@ MarlowickDocument MarlowickDocument::read(const fs::path& package) {
     }
 
     const fs::path mediaPath = package / relative;
-    if (!staysInside(fs::path(relative)) || !fs::is_regular_file(mediaPath) ||
+    // The path comes from the file: one the system can't even look up (a name too long, a loop of links)
+    // is a missing movie like any other.
+    std::error_code lookup;
+    if (!staysInside(fs::path(relative)) || !fs::is_regular_file(mediaPath, lookup) ||
         !fileops::isInside(mediaPath, package)) {
         throw DocumentError(DocumentError::Kind::mediaMissing, relative);
     }

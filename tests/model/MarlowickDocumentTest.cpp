@@ -155,6 +155,15 @@ TEST_F(Package, ReadRefusesAMovieThatIsMissingOrOutsideThePackage) {
     fs::create_symlink(movie, target / "Media" / "take-1.mov");
     editEnvelope([&](Json& j) { j["mediaRelativePath"] = "Media/take-1.mov"; });
     EXPECT_EQ(documentErrorOf([&] { MarlowickDocument::read(target); }), DocumentError::Kind::mediaMissing);
+
+    // Paths the system refuses to look up at all are missing movies too, not failures of the file system.
+    fs::create_symlink("loop", target / "Media" / "loop");
+    for (const std::string& unreachable : {"Media/" + std::string(300, 'a'), std::string("Media/loop")}) {
+        editEnvelope([&](Json& j) { j["mediaRelativePath"] = unreachable; });
+        EXPECT_EQ(documentErrorOf([&] { MarlowickDocument::read(target); }),
+                  DocumentError::Kind::mediaMissing)
+            << unreachable;
+    }
 }
 
 TEST_F(Package, MissingOrDamagedTelemetryOpensEmpty) {
