@@ -73,10 +73,7 @@ MarlowickDocument MarlowickDocument::read(const fs::path& package) {
     }
 
     const std::string bytes = fileops::readFile(documentPath);
-    const Json json = Json::parse(bytes, nullptr, false);
-    if (json.is_discarded()) {
-        throw CodingError(std::string(documentFile) + " is not valid JSON");
-    }
+    const Json json = parseJson(bytes, documentFile);
     const JsonReader envelope(json);
     const std::int64_t formatVersion = envelope.decode<std::int64_t>("formatVersion");
     const std::string relative = envelope.decode<std::string>("mediaRelativePath");

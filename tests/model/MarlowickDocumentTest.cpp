@@ -133,6 +133,20 @@ TEST_F(Package, ReadRefusesWhatIsNotAPackageOrTooNew) {
 
     writeText(target / "Document.json", "{\"formatVersion\": 3, ");
     EXPECT_THROW(MarlowickDocument::read(target), CodingError);
+
+    // Nesting is bounded: deep enough for any key a later version may add, and a million levels is refused
+    // before it is built.
+    const auto nested = [](int depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+    saved();
+    editEnvelope([&](Json& j) { j["project"]["fromLater"] = Json::parse(nested(maximumJsonDepth - 2)); });
+    EXPECT_NO_THROW(MarlowickDocument::read(target));
+    writeText(target / "Document.json", nested(1'000'000));
+    try {
+        MarlowickDocument::read(target);
+        ADD_FAILURE() << "a million levels read";
+    } catch (const CodingError& e) {
+        EXPECT_STREQ(e.what(), "Document.json nests deeper than 64 levels");
+    }
 }
 
 TEST_F(Package, ReadRefusesAMovieThatIsMissingOrOutsideThePackage) {
