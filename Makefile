@@ -1,11 +1,17 @@
 # The two entry points: `make demo` and `make test`. Both install what is missing first.
+# `make sanitize` runs the suite under AddressSanitizer and UndefinedBehaviorSanitizer; `make fuzz` runs
+# the model's fuzzers for FUZZ_SECONDS each.
 BUILD ?= build
+SANITIZE_BUILD ?= build-sanitize
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS := package_reader json_records
 CMAKE_FLAGS := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ifneq ($(CI),)
 CMAKE_FLAGS += -DMARLOWICK_WERROR=ON
 endif
 
-.PHONY: all deps build test demo bench format clean
+.PHONY: all deps build test sanitize fuzz demo bench format clean
 all: build
 
 deps:
@@ -17,6 +23,18 @@ build: deps
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j 2
+
+sanitize: deps
+	@cmake -S . -B $(SANITIZE_BUILD) $(CMAKE_FLAGS) -DMARLOWICK_SANITIZE=ON -DMARLOWICK_BENCH=OFF \
+		-DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1 -DNDEBUG" >/dev/null
+	@cmake --build $(SANITIZE_BUILD)
+	ctest --test-dir $(SANITIZE_BUILD) --output-on-failure -j 2
+
+fuzz: deps
+	@cmake -S . -B $(FUZZ_BUILD) $(CMAKE_FLAGS) -DCMAKE_CXX_COMPILER=clang++ -DMARLOWICK_FUZZ=ON \
+		-DMARLOWICK_BENCH=OFF >/dev/null
+	@cmake --build $(FUZZ_BUILD) --target $(addprefix fuzz_,$(FUZZ_TARGETS))
+	@scripts/run-fuzzers $(FUZZ_BUILD) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
 # The demo needs only the tool: the tests and benchmarks are left for `make test` and `make bench`.
 demo: deps
@@ -37,4 +55,4 @@ format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD)
+	rm -rf $(BUILD) $(SANITIZE_BUILD) $(FUZZ_BUILD)

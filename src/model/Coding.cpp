@@ -116,6 +116,23 @@ std::string JsonReader::string() const {
     return m_value->get<std::string>();
 }
 
+Json parseJson(std::string_view text, std::string_view what) {
+    // The depth a container opens at is the number of containers around it.
+    const auto limitDepth = [&](int depth, Json::parse_event_t event, Json&) {
+        if ((event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start) &&
+            depth >= maximumJsonDepth) {
+            throw CodingError(std::string(what) + " nests deeper than " + std::to_string(maximumJsonDepth) +
+                              " levels");
+        }
+        return true;
+    };
+    Json json = Json::parse(text, limitDepth, false);
+    if (json.is_discarded()) {
+        throw CodingError(std::string(what) + " is not valid JSON");
+    }
+    return json;
+}
+
 Json Coder<double>::encode(double value) {
     if (!std::isfinite(value)) {
         throw CodingError("a number that is not finite can't be written");

@@ -129,6 +129,12 @@ template <class T> struct Coder<std::vector<T>> {
     }
 };
 
+// A file's text parsed as JSON. Throws CodingError, naming the file as `what`, for text that isn't JSON or
+// that nests containers deeper than `maximumJsonDepth`: no record goes near that deep, and a file nested a
+// million levels would cost seconds and hundreds of megabytes to parse only to be refused.
+inline constexpr int maximumJsonDepth = 64;
+Json parseJson(std::string_view text, std::string_view what);
+
 template <class T> Json toJson(const T& value) {
     return Coder<T>::encode(value);
 }

@@ -73,10 +73,7 @@ MarlowickDocument MarlowickDocument::read(const fs::path& package) {
     }
 
     const std::string bytes = fileops::readFile(documentPath);
-    const Json json = Json::parse(bytes, nullptr, false);
-    if (json.is_discarded()) {
-        throw CodingError(std::string(documentFile) + " is not valid JSON");
-    }
+    const Json json = parseJson(bytes, documentFile);
     const JsonReader envelope(json);
     const std::int64_t formatVersion = envelope.decode<std::int64_t>("formatVersion");
     const std::string relative = envelope.decode<std::string>("mediaRelativePath");
@@ -88,7 +85,10 @@ MarlowickDocument MarlowickDocument::read(const fs::path& package) {
     }
 
     const fs::path mediaPath = package / relative;
-    if (!staysInside(fs::path(relative)) || !fs::is_regular_file(mediaPath) ||
+    // The path comes from the file: one the system can't even look up (a name too long, a loop of links)
+    // is a missing movie like any other.
+    std::error_code lookup;
+    if (!staysInside(fs::path(relative)) || !fs::is_regular_file(mediaPath, lookup) ||
         !fileops::isInside(mediaPath, package)) {
         throw DocumentError(DocumentError::Kind::mediaMissing, relative);
     }

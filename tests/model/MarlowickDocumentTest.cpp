@@ -133,6 +133,20 @@ TEST_F(Package, ReadRefusesWhatIsNotAPackageOrTooNew) {
 
     writeText(target / "Document.json", "{\"formatVersion\": 3, ");
     EXPECT_THROW(MarlowickDocument::read(target), CodingError);
+
+    // Nesting is bounded: deep enough for any key a later version may add, and a million levels is refused
+    // before it is built.
+    const auto nested = [](int depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+    saved();
+    editEnvelope([&](Json& j) { j["project"]["fromLater"] = Json::parse(nested(maximumJsonDepth - 2)); });
+    EXPECT_NO_THROW(MarlowickDocument::read(target));
+    writeText(target / "Document.json", nested(1'000'000));
+    try {
+        MarlowickDocument::read(target);
+        ADD_FAILURE() << "a million levels read";
+    } catch (const CodingError& e) {
+        EXPECT_STREQ(e.what(), "Document.json nests deeper than 64 levels");
+    }
 }
 
 TEST_F(Package, ReadRefusesAMovieThatIsMissingOrOutsideThePackage) {
@@ -155,6 +169,15 @@ TEST_F(Package, ReadRefusesAMovieThatIsMissingOrOutsideThePackage) {
     fs::create_symlink(movie, target / "Media" / "take-1.mov");
     editEnvelope([&](Json& j) { j["mediaRelativePath"] = "Media/take-1.mov"; });
     EXPECT_EQ(documentErrorOf([&] { MarlowickDocument::read(target); }), DocumentError::Kind::mediaMissing);
+
+    // Paths the system refuses to look up at all are missing movies too, not failures of the file system.
+    fs::create_symlink("loop", target / "Media" / "loop");
+    for (const std::string& unreachable : {"Media/" + std::string(300, 'a'), std::string("Media/loop")}) {
+        editEnvelope([&](Json& j) { j["mediaRelativePath"] = unreachable; });
+        EXPECT_EQ(documentErrorOf([&] { MarlowickDocument::read(target); }),
+                  DocumentError::Kind::mediaMissing)
+            << unreachable;
+    }
 }
 
 TEST_F(Package, MissingOrDamagedTelemetryOpensEmpty) {
