@@ -114,6 +114,29 @@ std::string counted(std::size_t n, std::string_view noun, std::string_view plura
                              : std::string(plural));
 }
 
+bool acceptsOutput(std::string_view command, const std::filesystem::path& target,
+                   std::string_view extension) {
+    const std::string where = std::string(command) + ": " + target.string();
+    std::error_code error;
+    if (std::filesystem::is_directory(target, error)) {
+        report(where + " is a folder; name a file to write");
+        return false;
+    }
+    if (const auto package = MarlowickDocument::packageHolding(target)) {
+        report(where + " lies inside the package " + package->string() +
+               ", whose files only a save writes; write it elsewhere");
+        return false;
+    }
+    if (target.extension() != extension) {
+        std::filesystem::path suggested = target;
+        suggested.replace_extension(extension);
+        report(where + ": what is written is a " + std::string(extension.substr(1)) + " file; name it " +
+               suggested.string());
+        return false;
+    }
+    return true;
+}
+
 std::optional<MarlowickDocument> openPackage(const std::filesystem::path& package) {
     try {
         return MarlowickDocument::read(package);

@@ -55,6 +55,11 @@ std::optional<std::pair<int, int>> parseSize(const std::string& text);
 // A count with its noun agreeing: "1 beat", "3 beats"; `plural` for a noun that doesn't just add "s".
 std::string counted(std::size_t n, std::string_view noun, std::string_view plural = {});
 
+// Whether a command may write its output at `target`, reporting in one line why not: the target is a
+// folder, lies inside a Marlowick package (whose files only a save writes), or doesn't end in `extension`
+// (".mp4"), which names what is written.
+bool acceptsOutput(std::string_view command, const std::filesystem::path& target, std::string_view extension);
+
 // Reads the package, or reports in one line why it can't be opened; then there is no result.
 std::optional<MarlowickDocument> openPackage(const std::filesystem::path& package);
 

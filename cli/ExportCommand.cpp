@@ -152,6 +152,14 @@ int runExport(const std::vector<std::string>& args) {
         return exitUsage;
     }
     const std::filesystem::path package = parsed->words.front();
+    // A preset this system can't write is the first thing to hear about, before its file's name.
+    if (const ExportPreset* instead = preset->replacementOnThisSystem()) {
+        reportFailure(package, ExportError(ExportError::Kind::presetUnavailable, instead->id));
+        return exitFailure;
+    }
+    if (!acceptsOutput("export", *output, "." + std::string(enumName(preset->container)))) {
+        return exitUsage;
+    }
     const auto document = openPackage(package);
     if (!document) {
         return exitFailure;

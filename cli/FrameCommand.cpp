@@ -41,6 +41,9 @@ int runFrame(const std::vector<std::string>& args) {
     }
     const double time = *at;
     std::optional<std::pair<int, int>> canvasSize = parsed->size("--size");
+    if (!acceptsOutput("frame", *output, ".png")) {
+        return exitUsage;
+    }
 
     const std::filesystem::path package = parsed->words.front();
     const auto document = openPackage(package);

@@ -55,6 +55,9 @@ int runMix(const std::vector<std::string>& args) {
         report("mix needs -o FILE.m4a; see 'marlowick mix --help'");
         return exitUsage;
     }
+    if (!acceptsOutput("mix", *output, ".m4a")) {
+        return exitUsage;
+    }
     const std::filesystem::path package = parsed->words.front();
     const auto document = openPackage(package);
     if (!document) {

@@ -36,6 +36,10 @@ std::string describeDocument(const DocumentError& e, PackageAccess access) {
     case DocumentErrorKind::unsupportedFormatVersion:
         return std::string("was saved by a newer Marlowick (format version ") + e.what() +
                "); this one reads versions up to " + std::to_string(MarlowickDocument::currentFormatVersion);
+    case DocumentErrorKind::telemetryDamaged:
+        return std::string(e.what()) +
+               " is damaged, so the take's clicks, keys and pointer moves can't be read; "
+               "the package was left as it is";
     case DocumentErrorKind::mediaMissing:
         return opening ? std::string("the movie ") + e.what() + " is missing from the package"
                        : std::string("can't save: the movie ") + e.what() + " can't be found";

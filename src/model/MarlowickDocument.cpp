@@ -102,7 +102,14 @@ MarlowickDocument MarlowickDocument::read(const fs::path& package) {
     if (fileops::isInside(eventsPath, package)) {
         // The identity is kept even for a damaged file, so that an unchanged save keeps its bytes.
         document.m_telemetrySource = fileops::identityOf(eventsPath);
-        if (auto events = readTelemetryFile(eventsPath)) {
+        // A damaged file is an error, not an empty list: the next edit made from no events (the zooms
+        // directed again, say) would quietly throw away everything the take recorded.
+        std::error_code error;
+        if (fs::exists(eventsPath, error)) {
+            auto events = readTelemetryFile(eventsPath);
+            if (!events) {
+                throw DocumentError(DocumentError::Kind::telemetryDamaged, std::string(eventsFile));
+            }
             document.m_telemetry = std::move(*events);
         }
     }
@@ -168,6 +175,25 @@ void MarlowickDocument::write(const fs::path& requestedTarget) const {
         fileops::renameNoReplace(scratch.path(), target);
     }
     fileops::syncDirectory(parent);
+}
+
+std::optional<fs::path> MarlowickDocument::packageHolding(const fs::path& path) {
+    std::error_code error;
+    fs::path folder = fs::weakly_canonical(fs::absolute(path, error), error);
+    if (error) {
+        return std::nullopt;
+    }
+    for (folder = folder.parent_path();; folder = folder.parent_path()) {
+        const bool named = folder.extension() == "." + std::string(fileExtension);
+        if ((named && fs::is_directory(folder, error)) ||
+            (fs::is_regular_file(folder / "Document.json", error) &&
+             fs::is_directory(folder / "Media", error))) {
+            return folder;
+        }
+        if (folder == folder.parent_path()) {
+            return std::nullopt;
+        }
+    }
 }
 
 } // namespace marlowick

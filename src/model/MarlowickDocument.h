@@ -17,8 +17,9 @@ namespace marlowick {
 
 // A package that can't be opened or saved. The text is the payload: the package's path for
 // `notAPackage`, the version found for `unsupportedFormatVersion`, and for `mediaMissing` the movie's
-// path relative to the package on read, its absolute path on write.
-enum class DocumentErrorKind { notAPackage, unsupportedFormatVersion, mediaMissing };
+// path relative to the package on read, its absolute path on write, and for `telemetryDamaged` the
+// events file's path relative to the package.
+enum class DocumentErrorKind { notAPackage, unsupportedFormatVersion, mediaMissing, telemetryDamaged };
 using DocumentError = TypedError<DocumentErrorKind>;
 
 // A project together with its telemetry, in memory and on disk. On disk it is a package directory:
@@ -44,8 +45,15 @@ public:
     // Opens the package at `package`. Throws DocumentError for a directory without "Document.json", a
     // version above the current one, or a movie that can't be found inside the package; CodingError
     // for a "Document.json" that isn't a valid project; filesystem_error when it can't be read. An
-    // events file that is missing or damaged opens as empty telemetry.
+    // events file that is missing opens as empty telemetry; one that is there but can't be read as events
+    // throws DocumentError (telemetryDamaged).
     static MarlowickDocument read(const std::filesystem::path& package);
+
+    // The package that holds `path`, following `..` and symbolic links, or none. What lies inside a
+    // package is written by a save alone: anything else written there would be lost at the next save, or
+    // would break the package. A folder counts as a package by its extension, or by holding a
+    // "Document.json" beside a "Media" folder.
+    static std::optional<std::filesystem::path> packageHolding(const std::filesystem::path& path);
 
     // Writes a complete new package beside `target` and swaps it in whole, so that at every instant
     // `target` holds the previous package or the new one. Replaces only a package: an existing path that

@@ -285,6 +285,42 @@ TEST_F(Cli, BadOptionValuesAreRefusedInOneLineNamingTheOptionAndTheValue) {
     EXPECT_FALSE(fs::exists(fresh));
 }
 
+TEST_F(Cli, WritingCommandsRefuseTargetsThatWouldLoseSomething) {
+    const fs::path package = samplePackage();
+    const std::string document = readText(package / "Document.json");
+    const fs::path folder = dir / "folder.mp4";
+    fs::create_directory(folder);
+    fs::create_directory_symlink(package, dir / "link");
+    const std::string p = package.string();
+    const struct {
+        std::vector<std::string> args;
+        std::string said;
+    } cases[] = {
+        {{"export", p, "--preset", "free-720p", "-o", folder.string()}, "is a folder"},
+        {{"mix", p, "-o", (dir / "Sample.marlowick").string()}, "is a folder"},
+        {{"export", p, "--preset", "free-720p", "-o", (package / "Media" / "out.mp4").string()},
+         "lies inside the package"},
+        {{"mix", p, "-o", (package / "Document.json").string()}, "lies inside the package"},
+        {{"mix", p, "-o", (dir / "elsewhere" / ".." / "Sample.marlowick" / "x.m4a").string()},
+         "lies inside the package"},
+        {{"frame", p, "--at", "1", "-o", (dir / "link" / "Cache" / "f.png").string()},
+         "lies inside the package"},
+        {{"export", p, "--preset", "free-720p", "-o", (dir / "x.webm").string()},
+         "what is written is a mp4 file; name it"},
+        {{"mix", p, "-o", (dir / "x.wav").string()}, "name it " + (dir / "x.m4a").string()},
+        {{"frame", p, "--at", "1", "-o", (dir / "x.jpg").string()}, "name it " + (dir / "x.png").string()},
+    };
+    for (const auto& c : cases) {
+        const Result r = run(c.args);
+        EXPECT_EQ(r.status, 2) << r.err;
+        EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+        EXPECT_NE(r.err.find(c.said), std::string::npos) << r.err;
+    }
+    EXPECT_EQ(readText(package / "Document.json"), document);
+    EXPECT_TRUE(fs::is_empty(folder));
+    EXPECT_FALSE(fs::exists(dir / "x.webm") || fs::exists(dir / "x.wav") || fs::exists(dir / "x.jpg"));
+}
+
 TEST_F(Cli, SilenceFindsThePauseAndMixRendersTheCutSound) {
     const fs::path clip = dir / "talk.mov";
     // Video, a quiet system track, and a voice with a pause from 1 s to 2.5 s.

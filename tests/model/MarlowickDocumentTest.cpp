@@ -180,7 +180,7 @@ TEST_F(Package, ReadRefusesAMovieThatIsMissingOrOutsideThePackage) {
     }
 }
 
-TEST_F(Package, MissingOrDamagedTelemetryOpensEmpty) {
+TEST_F(Package, MissingTelemetryOpensEmptyAndDamagedTelemetryIsRefused) {
     saved();
     const fs::path events = target / "Telemetry" / "events.json";
     const std::vector<std::string> damaged{
@@ -202,9 +202,13 @@ TEST_F(Package, MissingOrDamagedTelemetryOpensEmpty) {
     };
     for (const std::string& text : damaged) {
         writeText(events, text);
-        const MarlowickDocument doc = MarlowickDocument::read(target);
-        EXPECT_TRUE(doc.telemetry().empty()) << text;
-        EXPECT_EQ(doc.project.name, "Demo");
+        try {
+            MarlowickDocument::read(target);
+            ADD_FAILURE() << "read " << text;
+        } catch (const DocumentError& e) {
+            EXPECT_EQ(e.kind(), DocumentError::Kind::telemetryDamaged) << text;
+            EXPECT_STREQ(e.what(), "Telemetry/events.json");
+        }
     }
     fs::remove(events);
     EXPECT_TRUE(MarlowickDocument::read(target).telemetry().empty());
