@@ -19,7 +19,8 @@ struct CameraSolver {
 
     CameraTrack track;
 
-    // t is on the clock of the track's beats. The view isn't kept inside the frame.
+    // t is on the clock of the track's beats. The view isn't kept inside the frame here: the centre is
+    // the beat's own, and the frame layout keeps the picture inside the recording.
     Transform transformAt(double t) const;
 
 private:

@@ -209,7 +209,8 @@ void main() {
 #ifdef MW_SURFACE
     if (surfaceDist < 1.0) {
         vec2 local = (scenePixel - surfaceOrigin) / surfaceSize;
-        // The crop first, then the camera. Past the source's edge the edge pixels repeat.
+        // The crop first, then the camera. The layout keeps the camera's view inside the source, so only
+        // the smoothed rim just outside the surface samples past its edge, where the edge pixels repeat.
         vec2 sampleUV = ((local - 0.5) * sourceCrop) / max(cameraScale, 0.0001) + cameraCenter;
         vec4 frame = texture(source, clamp(sampleUV, 0.0, 1.0));
         float coverage = fillOf(surfaceDist);

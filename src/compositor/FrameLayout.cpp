@@ -79,6 +79,15 @@ float deviceModeOf(DeviceFrame::Kind kind) {
     return 0;
 }
 
+// The camera's centre on one axis, kept so that its view stays inside the recording. The program samples
+// the source at (local - 0.5) × crop / scale + centre for `local` from 0 to 1 across the surface, so the
+// view reaches half × crop / scale either side of the centre; a view as wide as the recording or wider
+// rests in the middle.
+double keptInside(double centre, double crop, double scale) {
+    const double half = 0.5 * crop / std::max(scale, 0.0001);
+    return half >= 0.5 ? 0.5 : std::clamp(centre, half, 1 - half);
+}
+
 } // namespace
 
 float Float3x3::at(int row, int column) const {
@@ -194,6 +203,8 @@ FrameUniforms frameUniforms(const Project& project, double t, Size canvas,
     }
 
     Rect surface = region;
+    double cropX = 1; // the fraction of the source the surface shows on each axis at camera scale 1
+    double cropY = 1;
     if (style.contentMode == ContentMode::fit) {
         if (sourceAspect < region.aspect()) {
             surface.height = region.height;
@@ -206,9 +217,13 @@ FrameUniforms frameUniforms(const Project& project, double t, Size canvas,
         surface.y = region.y + (region.height - surface.height) / 2;
     } else {
         const double r = region.aspect();
-        u.sourceCrop = r < sourceAspect ? narrow(r / std::max(sourceAspect, 0.0001), 1)
-                                        : narrow(1, std::max(sourceAspect, 0.0001) / std::max(r, 0.0001));
+        if (r < sourceAspect) {
+            cropX = r / std::max(sourceAspect, 0.0001);
+        } else {
+            cropY = std::max(sourceAspect, 0.0001) / std::max(r, 0.0001);
+        }
     }
+    u.sourceCrop = narrow(cropX, cropY);
     if (!style.deviceFrame) {
         body = surface;
     }
@@ -216,14 +231,18 @@ FrameUniforms frameUniforms(const Project& project, double t, Size canvas,
     u.canvasSize = narrow(W, H);
     u.surfaceOrigin = narrow(surface.x, surface.y);
     u.surfaceSize = narrow(surface.width, surface.height);
+    Point center = camera.center;
     if (style.contentMode == ContentMode::fill) {
         // The window rests on the anchor and travels to the beat's centre while the zoom climbs to 1.35.
         const double w = std::clamp((camera.scale - 1) / 0.35, 0.0, 1.0);
-        u.cameraCenter = narrow(style.contentAnchor.x + (camera.center.x - style.contentAnchor.x) * w,
-                                style.contentAnchor.y + (camera.center.y - style.contentAnchor.y) * w);
-    } else {
-        u.cameraCenter = narrow(camera.center.x, camera.center.y);
+        center = {style.contentAnchor.x + (camera.center.x - style.contentAnchor.x) * w,
+                  style.contentAnchor.y + (camera.center.y - style.contentAnchor.y) * w};
     }
+    // The solver may aim past the recording's edge (a beat on a click in a corner does); the picture never
+    // shows what lies beyond it, where sampling would repeat the edge's pixels. This is the one place the
+    // centre is kept inside: the sampling, the cursor, the ripple and the reach of a change all read it.
+    u.cameraCenter =
+        narrow(keptInside(center.x, cropX, camera.scale), keptInside(center.y, cropY, camera.scale));
     u.cameraScale = narrow(camera.scale);
 
     const BackgroundComponents background = backgroundComponents(style.background);

@@ -47,7 +47,7 @@ struct FrameUniforms {
     Float2 canvasSize;       // pixels
     Float2 surfaceOrigin;    // pixels, top-left of the recorded surface
     Float2 surfaceSize;      // pixels
-    Float2 cameraCenter;     // 0 to 1 in source space
+    Float2 cameraCenter;     // 0 to 1 in source space, where the view stays inside the source
     float cameraScale = 1;
     float cornerRadius = 0;    // pixels
     float shadowRadius = 0;    // pixels

@@ -102,6 +102,149 @@ TEST(FrameCompositor, TheZoomedWindowSamplesTheBeatsSide) {
     EXPECT_EQ(zoomed.at(150, 45), (Pixel{255, 0, 0, 255}));
 }
 
+namespace {
+
+// A 64×36 recording in which every column and every row has a colour of its own: blue climbs 4 a column
+// and green 7 a row, so a pixel of a picture says where in the recording it was sampled.
+const BgraTexture& coordinateRecording() {
+    gpu(); // the context, current
+    static const BgraTexture texture = [] {
+        std::vector<std::uint8_t> bgra(64 * 36 * 4);
+        for (int y = 0; y < 36; ++y) {
+            for (int x = 0; x < 64; ++x) {
+                std::uint8_t* p = &bgra[static_cast<std::size_t>((y * 64 + x) * 4)];
+                p[0] = static_cast<std::uint8_t>(x * 4);
+                p[1] = static_cast<std::uint8_t>(y * 7);
+                p[2] = 128;
+                p[3] = 255;
+            }
+        }
+        BgraTexture t;
+        t.upload(bgra.data(), 64, 36, 64 * 4);
+        return t;
+    }();
+    return texture;
+}
+
+// The point of the coordinate recording a pixel shows, from 0 to 1 on each axis. Sampling blends the
+// texels either side linearly, so the colour gives the place between texel centres.
+std::array<double, 2> sampledAt(const Image& image, int x, int y) {
+    const Pixel p = image.at(x, y);
+    return {(p[0] / 4.0 + 0.5) / 64, (p[1] / 7.0 + 0.5) / 36};
+}
+
+} // namespace
+
+TEST(FrameCompositor, AZoomNearTheRecordingsEdgeStaysInsideIt) {
+    // Each zoom of 2.5 shows 0.4 of the recording on each axis (in fill on a square canvas, 0.4 of the
+    // 0.5625 that the crop keeps across): the window starts where it must to stay inside the recording.
+    struct Case {
+        const char* name;
+        Point centre;
+        ContentMode mode;
+        int width;
+        int height;
+        std::array<double, 2> origin; // the window's top-left in the recording
+        std::array<double, 2> span;
+    };
+    const std::vector<Case> cases{
+        {"top right", {0.966, 0.019}, ContentMode::fit, 320, 180, {0.6, 0}, {0.4, 0.4}},
+        {"top left", {0.01, 0.02}, ContentMode::fit, 320, 180, {0, 0}, {0.4, 0.4}},
+        {"bottom left", {0.03, 0.99}, ContentMode::fit, 320, 180, {0, 0.6}, {0.4, 0.4}},
+        {"bottom right", {0.995, 0.97}, ContentMode::fit, 320, 180, {0.6, 0.6}, {0.4, 0.4}},
+        {"top edge", {0.5, 0.0}, ContentMode::fit, 320, 180, {0.3, 0}, {0.4, 0.4}},
+        {"right edge in fill", {0.98, 0.5}, ContentMode::fill, 180, 180, {1 - 0.225, 0.3}, {0.225, 0.4}},
+    };
+    Gpu& g = gpu();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Canvas canvas = bare(0);
+        canvas.contentMode = c.mode;
+        Project p = project(canvas);
+        p.camera.beats = {ZoomBeat(Uuid::random(), 0, 5, c.centre, 2.5, 0, 0, Easing::linear, false)};
+        auto drawAt = [&](const std::optional<CursorFrame>& cursor) {
+            RenderTarget target(c.width, c.height);
+            target.bind();
+            g.compositor.render(coordinateRecording(), c.width, c.height, p, 1, cursor, true);
+            return Image{c.width, c.height, target.readBgra()};
+        };
+        const Image image = drawAt(std::nullopt);
+        // The outermost pixels are the surface's smoothed edge: the picture is looked at within them.
+        const int x0 = 1;
+        const int y0 = 1;
+        const int x1 = c.width - 2;
+        const int y1 = c.height - 2;
+
+        // No side repeats its outermost row or column further than a texel's width on the canvas: the
+        // recording's edge is never smeared across the picture.
+        auto sameColumns = [&](int a, int b) {
+            for (int y = y0; y <= y1; ++y) {
+                if (image.at(a, y) != image.at(b, y)) {
+                    return false;
+                }
+            }
+            return true;
+        };
+        auto sameRows = [&](int a, int b) {
+            for (int x = x0; x <= x1; ++x) {
+                if (image.at(x, a) != image.at(x, b)) {
+                    return false;
+                }
+            }
+            return true;
+        };
+        auto run = [](int from, int step, int last, auto&& same) {
+            int n = 1;
+            while (from + n * step != last + step && same(from, from + n * step)) {
+                ++n;
+            }
+            return n;
+        };
+        const double texelWidth = c.width / (64 * c.span[0]);
+        const double texelHeight = c.height / (36 * c.span[1]);
+        EXPECT_LE(run(x0, 1, x1, sameColumns), texelWidth) << "left";
+        EXPECT_LE(run(x1, -1, x0, sameColumns), texelWidth) << "right";
+        EXPECT_LE(run(y0, 1, y1, sameRows), texelHeight) << "top";
+        EXPECT_LE(run(y1, -1, y0, sameRows), texelHeight) << "bottom";
+
+        // The window is where it should be: at a quarter and three quarters across and down, the picture
+        // shows those places of the window.
+        for (const double f : {0.25, 0.75}) {
+            const int x = static_cast<int>(c.width * f);
+            const int y = static_cast<int>(c.height * f);
+            EXPECT_NEAR(sampledAt(image, x, c.height / 2)[0], c.origin[0] + c.span[0] * (x + 0.5) / c.width,
+                        0.2 / 64)
+                << "across at " << f;
+            EXPECT_NEAR(sampledAt(image, c.width / 2, y)[1], c.origin[1] + c.span[1] * (y + 0.5) / c.height,
+                        0.2 / 36)
+                << "down at " << f;
+        }
+
+        // A cursor on the clicked point lands on the pixel showing it. Its arrow's tip lies the reach of
+        // its outline right and down of the first pixels it changes.
+        const Image withCursor = drawAt(CursorFrame{c.centre, 1, 1, -1, {}});
+        int left = c.width;
+        int top = c.height;
+        for (int y = 0; y < c.height; ++y) {
+            for (int x = 0; x < c.width; ++x) {
+                if (withCursor.at(x, y) != image.at(x, y)) {
+                    left = std::min(left, x);
+                    top = std::min(top, y);
+                }
+            }
+        }
+        ASSERT_LT(left, c.width) << "no cursor drawn";
+        const double size = std::min(c.width, c.height) * 0.035 * 2.5;
+        const double reach = size * 0.06 + 1.5;
+        const int tipX = std::clamp(static_cast<int>(left + reach), x0, x1);
+        const int tipY = std::clamp(static_cast<int>(top + reach), y0, y1);
+        const auto clicked = sampledAt(image, tipX, tipY);
+        // Within a third of a texel; a point beyond the outermost texel centres shows that texel.
+        EXPECT_NEAR(clicked[0], std::clamp(c.centre.x, 0.5 / 64, 63.5 / 64), 0.33 / 64);
+        EXPECT_NEAR(clicked[1], std::clamp(c.centre.y, 0.5 / 36, 35.5 / 36), 0.33 / 36);
+    }
+}
+
 TEST(FrameCompositor, RipplesGrowFromTheClickAndFade) {
     Canvas c = bare(0);
     c.background = Background::solid("#000000");
@@ -222,8 +365,8 @@ TEST(FrameCompositor, CaptionsStayLevelAndInPlace) {
     EXPECT_FALSE(renderer.layout(*p.captions, 0.5, {320, 180}).has_value());
 }
 
-// Looks that exercise every region of the plan: captions and a zoom, a transparent canvas with a
-// shadow, every device, fill mode zoomed, a recording larger than the canvas, and a tilt.
+// Looks that exercise every region of the plan: captions and a zoom, a zoom into a corner, a transparent
+// canvas with a shadow, every device, fill mode zoomed, a recording larger than the canvas, and a tilt.
 std::vector<std::pair<std::string, Project>> looks() {
     std::vector<std::pair<std::string, Project>> all;
     Project fresh = project(Canvas::freshRecording());
@@ -234,6 +377,11 @@ std::vector<std::pair<std::string, Project>> looks() {
                      CaptionStyle{},
                      true};
     all.emplace_back("fresh", fresh);
+    // A zoom on the top right corner, where the camera's centre is kept inside the recording.
+    Project corner = project(Canvas::freshRecording());
+    corner.camera.beats = {
+        ZoomBeat(Uuid::random(), 0, 5, {0.966, 0.019}, 2.5, 0.35, 0.35, Easing::easeInOut, true)};
+    all.emplace_back("corner", corner);
     Canvas edge = bare(0.1);
     edge.shadow = {20, 0.6, {4, 10}};
     edge.cornerRadius = 30;
@@ -341,6 +489,10 @@ TEST(FrameCompositor, ASequenceDrawnInPartsGivesThePixelsOfWholeFrames) {
         std::vector<std::uint8_t> recording(64 * 36 * 4);
         RenderTarget sequence(320, 180);
         RenderTarget whole(320, 180);
+        // Each look's sequence starts afresh in a framebuffer of its own, which the compositor can't tell
+        // from the last look's: a plain render in between ends that sequence.
+        whole.bind();
+        g.compositor.render(g.source, 320, 180, p, 0, std::nullopt, true);
         std::vector<std::uint8_t> last;
         for (std::size_t i = 0; i < frames.size(); ++i) {
             // New colours in the changed places.

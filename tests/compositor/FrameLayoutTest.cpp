@@ -71,22 +71,24 @@ TEST(FrameLayout, FillCropsTheSourceToTheSlotsShape) {
 }
 
 TEST(FrameLayout, InFillTheWindowTravelsFromTheAnchorToTheBeat) {
+    // A wide recording on a square canvas: the crop keeps 0.5625 of its width and all of its height.
     Canvas c = plain(0, ContentMode::fill);
-    c.contentAnchor = {0.2, 0.3};
+    c.contentAnchor = {0.3, 0.4};
     Project p = project({1920, 1080}, c);
-    p.camera.beats = {ZoomBeat(Uuid::random(), 1, 3, {0.9, 0.8}, 2, 0, 0, Easing::linear, false),
-                      ZoomBeat(Uuid::random(), 5, 7, {0.9, 0.8}, 1.175, 0, 0, Easing::linear, false),
-                      ZoomBeat(Uuid::random(), 8, 9, {0.9, 0.8}, 1.35, 0, 0, Easing::linear, false)};
-    expectNear(frameUniforms(p, 0, {1920, 1080}, std::nullopt).cameraCenter, 0.2, 0.3, 1e-6);
-    const FrameUniforms zoomed = frameUniforms(p, 2, {1920, 1080}, std::nullopt);
-    expectNear(zoomed.cameraCenter, 0.9, 0.8, 1e-6);
+    p.camera.beats = {ZoomBeat(Uuid::random(), 1, 3, {0.55, 0.55}, 2, 0, 0, Easing::linear, false),
+                      ZoomBeat(Uuid::random(), 5, 7, {0.55, 0.55}, 1.175, 0, 0, Easing::linear, false),
+                      ZoomBeat(Uuid::random(), 8, 9, {0.55, 0.55}, 1.35, 0, 0, Easing::linear, false)};
+    // At rest the anchor moves the window only across: the whole height shows.
+    expectNear(frameUniforms(p, 0, {1080, 1080}, std::nullopt).cameraCenter, 0.3, 0.5, 1e-6);
+    const FrameUniforms zoomed = frameUniforms(p, 2, {1080, 1080}, std::nullopt);
+    expectNear(zoomed.cameraCenter, 0.55, 0.55, 1e-6);
     EXPECT_EQ(zoomed.cameraScale, 2);
-    expectNear(frameUniforms(p, 6, {1920, 1080}, std::nullopt).cameraCenter, 0.55, 0.55, 1e-6);
-    expectNear(frameUniforms(p, 8.5, {1920, 1080}, std::nullopt).cameraCenter, 0.9, 0.8, 1e-6);
+    expectNear(frameUniforms(p, 6, {1080, 1080}, std::nullopt).cameraCenter, 0.425, 0.475, 1e-6);
+    expectNear(frameUniforms(p, 8.5, {1080, 1080}, std::nullopt).cameraCenter, 0.55, 0.55, 1e-6);
 
     // In fit the camera looks where the beat says from the first instant.
     p.canvas.contentMode = ContentMode::fit;
-    expectNear(frameUniforms(p, 6, {1920, 1080}, std::nullopt).cameraCenter, 0.9, 0.8, 1e-6);
+    expectNear(frameUniforms(p, 6, {1080, 1080}, std::nullopt).cameraCenter, 0.55, 0.55, 1e-6);
 }
 
 TEST(FrameLayout, ATiltShrinksTheSlotAndInvertsItsPerspective) {
