@@ -38,8 +38,8 @@ Every key also takes the JSON the package stores for it.
 
 A new recording starts with the Violet gradient, inset 0.08, corner radius 20, a shadow of 64 pixels at
 0.5 opacity, fill, no device and no tilt; the cursor at scale 1, hiding after 3 seconds of rest; voice
-clean-up, ducking 0.6 and normalizing on; no music. The camera is 'marlowick zoom''s, the cuts are
-'marlowick silence''s.
+clean-up, ducking 0.6 and normalizing on; no music. The zooms are directed by 'marlowick zoom', the
+cuts found by 'marlowick silence'.
 
 Options:
   --list      Print every key, its present value and what it takes, one line a key.
