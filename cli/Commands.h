@@ -17,6 +17,8 @@ int runPresets(const std::vector<std::string>& args);
 int runExport(const std::vector<std::string>& args);
 int runSample(const std::vector<std::string>& args);
 int runRecord(const std::vector<std::string>& args);
+int runStyle(const std::vector<std::string>& args);
+int runSet(const std::vector<std::string>& args);
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;

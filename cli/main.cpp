@@ -23,6 +23,10 @@ Commands:
   mix PACKAGE -o FILE.m4a Render the project's finished sound.
   silence PACKAGE [--threshold F] [--minimum S] [--padding S] [--write]
                           Find the pauses in the voice, and with --write cut them.
+  style PACKAGE --from OTHER [--dry-run]
+                          Give the package the canvas, cursor and sound settings of another.
+  set PACKAGE KEY=VALUE... [--dry-run] | --list
+                          Change the project's settings (canvas.deviceFrame=laptop ...), or list them.
   presets [PACKAGE]       List the export presets, marking those that suit the project's shape.
   export PACKAGE --preset ID -o FILE
                           Export the finished movie with one of the presets.
@@ -102,6 +106,12 @@ int dispatch(std::string_view command, const std::vector<std::string>& args) {
     }
     if (command == "silence") {
         return runSilence(args);
+    }
+    if (command == "style") {
+        return runStyle(args);
+    }
+    if (command == "set") {
+        return runSet(args);
     }
     if (command == "presets") {
         return runPresets(args);

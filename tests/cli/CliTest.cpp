@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -458,4 +459,137 @@ TEST_F(Cli, SampleMakesATakeAsAFreshRecordingWould) {
 
     // Never over something that exists.
     EXPECT_EQ(run({"sample", package.string()}).status, 1);
+}
+
+// The look from the command line: `style` copies one package's look into another, `set` changes a
+// setting by its key, and either saves through the package writer or leaves the package as it was.
+
+TEST_F(Cli, StyleCopiesTheCanvasCursorAndSoundAndNothingElse) {
+    const fs::path package = samplePackage();
+    Project look = sampleProject(movie, "Look");
+    look.canvas.deviceFrame = DeviceFrame::studioDisplay();
+    look.canvas.tilt = {14, -20};
+    look.canvas.contentMode = ContentMode::fit;
+    look.canvas.background = Background::solid("#202024");
+    look.cursor.scale = 1.5;
+    look.cursor.hideWhenIdle.reset();
+    look.audio.ducking = 0.2;
+    look.audio.music = MusicBed::forFile(Url{"file:///music/elsewhere/bed.m4a"});
+    const fs::path other = dir / "Look.marlowick";
+    MarlowickDocument(look, {}).write(other);
+    const MarlowickDocument before = MarlowickDocument::read(package);
+    const std::string bytes = readText(package / "Document.json");
+
+    Result r = run({"style", package.string(), "--from", other.string(), "--dry-run"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("canvas.deviceFrame: none → studio-display\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("cursor.hideWhenIdle: 3 → never\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("audio.music: none → file:///music/elsewhere/bed.m4a\n"), std::string::npos)
+        << r.out;
+    EXPECT_EQ(r.out.find("audio.music.gain"), std::string::npos) << r.out; // the bed's own line says it
+    EXPECT_EQ(readText(package / "Document.json"), bytes);
+
+    r = run({"style", package.string(), "--from", other.string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const MarlowickDocument after = MarlowickDocument::read(package);
+    EXPECT_EQ(toJson(after.project.canvas), toJson(look.canvas));
+    EXPECT_EQ(toJson(after.project.cursor), toJson(look.cursor));
+    EXPECT_EQ(after.project.audio, look.audio); // the bed's file named where it lies, not copied
+    // Everything else is the package's own.
+    Project rest = after.project;
+    rest.canvas = before.project.canvas;
+    rest.cursor = before.project.cursor;
+    rest.audio = before.project.audio;
+    EXPECT_EQ(toJson(rest), toJson(before.project));
+    EXPECT_EQ(after.telemetry().size(), before.telemetry().size());
+
+    r = run({"style", package.string(), "--from", other.string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("nothing was saved"), std::string::npos) << r.out;
+    EXPECT_EQ(run({"style", package.string()}).status, 2);
+    EXPECT_EQ(run({"style", package.string(), "--from", (dir / "Missing.marlowick").string()}).status, 1);
+}
+
+TEST_F(Cli, SetAppliesKeysTogetherOrNotAtAll) {
+    const fs::path package = samplePackage();
+    const MarlowickDocument before = MarlowickDocument::read(package);
+    const fs::path bed = dir / "Calm Bed.m4a";
+    writeText(bed, "any file: the bed is named, not read");
+
+    Result r =
+        run({"set", package.string(), "canvas.deviceFrame=laptop", "canvas.contentMode=fit",
+             "canvas.tilt.x=14", "canvas.tilt.y=-20", "canvas.background=#202024", "captions.isEnabled=false",
+             "captions.style.fontName=DejaVu Sans", "cursor.scale=1.5", "cursor.hideWhenIdle=never",
+             "audio.ducking=0.5", "audio.music=" + bed.string(), "audio.music.gain=0.2"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("canvas.tilt.y: 0 → -20\n"), std::string::npos) << r.out;
+    Project p = MarlowickDocument::read(package).project;
+    EXPECT_EQ(p.canvas.deviceFrame, DeviceFrame::macBookPro()); // the catalogue's first laptop
+    EXPECT_EQ(p.canvas.contentMode, ContentMode::fit);
+    EXPECT_EQ(p.canvas.tilt.x, 14);
+    EXPECT_EQ(p.canvas.tilt.y, -20);
+    EXPECT_EQ(toJson(p.canvas.background), toJson(Background::solid("#202024")));
+    ASSERT_TRUE(p.captions.has_value());
+    EXPECT_FALSE(p.captions->isEnabled);
+    EXPECT_EQ(p.captions->style.fontName, "DejaVu Sans");
+    EXPECT_EQ(p.captions->cues, before.project.captions->cues);
+    EXPECT_EQ(p.cursor.scale, 1.5);
+    EXPECT_FALSE(p.cursor.hideWhenIdle.has_value());
+    EXPECT_EQ(p.audio.ducking, 0.5);
+    ASSERT_TRUE(p.audio.music.has_value());
+    EXPECT_EQ(p.audio.music->url, Url::fileUrl(bed));
+    EXPECT_EQ(p.audio.music->name, "Calm Bed");
+    EXPECT_EQ(p.audio.music->gain, 0.2);
+    EXPECT_EQ(toJson(p.camera), toJson(before.project.camera));
+
+    // --list shows each key's present value.
+    r = run({"set", package.string(), "--list"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("\ncanvas.deviceFrame  "), std::string::npos) << r.out;
+    for (const std::string key : {"canvas.tilt.y", "canvas.deviceFrame", "audio.music.gain"}) {
+        const auto at = r.out.find("\n" + key + " ");
+        ASSERT_NE(at, std::string::npos) << key;
+        const std::string line = r.out.substr(at + 1, r.out.find('\n', at + 1) - at - 1);
+        std::istringstream words(line);
+        std::string name, value;
+        words >> name >> value;
+        EXPECT_EQ(value, key == "canvas.tilt.y"      ? "-20"
+                         : key == "audio.music.gain" ? "0.2"
+                                                     : "macbook-pro-16")
+            << line;
+    }
+
+    // A refusal saves nothing, the good settings beside it included, and says why in one line.
+    const std::string document = readText(package / "Document.json");
+    const std::string events = readText(package / "Telemetry" / "events.json");
+    const auto refused = [&](const std::vector<std::string>& settings, const std::string& why) {
+        std::vector<std::string> args{"set", package.string()};
+        args.insert(args.end(), settings.begin(), settings.end());
+        const Result refusal = run(args);
+        EXPECT_EQ(refusal.status, 2) << why;
+        EXPECT_EQ(lineCount(refusal.err), 1u) << refusal.err;
+        EXPECT_NE(refusal.err.find(why), std::string::npos) << refusal.err;
+        EXPECT_EQ(readText(package / "Document.json"), document) << why;
+        EXPECT_EQ(readText(package / "Telemetry" / "events.json"), events) << why;
+    };
+    // The reader's own words, as a damaged Document.json would get them, naming the key.
+    refused({"canvas.inset=0.1", "canvas.tilt.x=steep"},
+            "set: canvas.tilt.x: expected a number, found a string");
+    refused({"canvas.inset=0.1", "canvas.contentMode=stretch"},
+            "canvas.contentMode: unknown value \"stretch\"");
+    refused({"canvas.ratio=tall"}, "canvas.ratio: unknown case \"tall\"");
+    refused({"captions.isEnabled=yes"}, "captions.isEnabled: expected a boolean, found a string");
+    refused({"canvas.deviceFrame=television"}, "canvas.deviceFrame: unknown device \"television\"");
+    refused({"cursor.size=2", "canvas.inset=0.1"}, "unknown key 'cursor.size' (did you mean cursor.scale?)");
+    refused({"canvas.tilt.enabled=true"}, "did you mean canvas.tilt.x?");
+    refused({"canvas.tilt=14"}, "canvas.tilt is a group of keys: canvas.tilt.x, canvas.tilt.y");
+    refused({"audio.music=none", "audio.music.gain=0.4"}, "the project has no audio.music");
+    refused({"canvas.inset"}, "'canvas.inset' is no KEY=VALUE");
+
+    EXPECT_EQ(run({"set", package.string()}).status, 2);
+    EXPECT_EQ(run({"set", package.string(), "canvas.inset=0.1", "--list"}).status, 2);
+    r = run({"set", package.string(), "canvas.inset=0.1", "--dry-run"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("canvas.inset: 0.08 → 0.1\n"), std::string::npos) << r.out;
+    EXPECT_EQ(readText(package / "Document.json"), document);
 }
