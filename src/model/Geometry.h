@@ -24,4 +24,3 @@ struct Size {
 };
 
 } // namespace marlowick
-

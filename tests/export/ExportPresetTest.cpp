@@ -2,7 +2,6 @@
 
 #include "export/ExportPreset.h"
 
-
 #include <gtest/gtest.h>
 
 using namespace marlowick;

@@ -387,7 +387,8 @@ TEST_F(ExporterTest, CancellingLeavesTheEarlierMovieAndNoMix) {
     previous ? setenv("TMPDIR", saved.c_str(), 1) : unsetenv("TMPDIR");
     EXPECT_EQ(seen, 10);
     EXPECT_EQ(readText(target), "an earlier movie");
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 1); // nothing beside it
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()),
+              1); // nothing beside it
     EXPECT_TRUE(fs::is_empty(scratch.path()));
 }
 
@@ -430,7 +431,8 @@ TEST_F(ExporterTest, AMovieThatCantBeWrittenToTheEndLeavesNeitherItNorTheMix) {
     EXPECT_GT(frames, 0);
     EXPECT_LT(frames, 60);
     EXPECT_FALSE(fs::exists(target));
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 1); // the take alone
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()),
+              1); // the take alone
     EXPECT_TRUE(fs::is_empty(scratch.path()));
 }
 

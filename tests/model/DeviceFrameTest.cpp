@@ -2,7 +2,6 @@
 
 #include "model/ModelCoding.h"
 
-
 #include <gtest/gtest.h>
 
 using namespace marlowick;
