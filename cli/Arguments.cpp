@@ -127,7 +127,10 @@ bool acceptsOutput(std::string_view command, const std::filesystem::path& target
                ", whose files only a save writes; write it elsewhere");
         return false;
     }
-    if (target.extension() != extension) {
+    std::string given = target.extension().string();
+    std::transform(given.begin(), given.end(), given.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
+    if (given != extension) {
         std::filesystem::path suggested = target;
         suggested.replace_extension(extension);
         report(where + ": what is written is a " + std::string(extension.substr(1)) + " file; name it " +

@@ -165,7 +165,7 @@ int runExport(const std::vector<std::string>& args) {
         return exitFailure;
     }
 
-    const InterruptWatch interrupts;
+    const InterruptWatch interrupts(*output);
     ProgressLine progress;
     // Said once the export is under way, so that a refusal comes as its one line.
     bool announced = false;

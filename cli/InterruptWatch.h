@@ -1,6 +1,9 @@
 #pragma once
 
+#include "model/FileOps.h"
+
 #include <csignal>
+#include <filesystem>
 #include <pthread.h>
 #include <stop_token>
 #include <thread>
@@ -12,10 +15,14 @@ constexpr int exitInterrupted = 130; // what shells report for a command stopped
 
 // Turns Ctrl-C and a termination request into a stop request. The signals are blocked in this thread and
 // in every thread started after it, and taken by a thread of its own with sigwait, so that nothing
-// async-signal-unsafe happens in a handler. A second Ctrl-C ends the process at once.
+// async-signal-unsafe happens in a handler. A second Ctrl-C ends the process at once; so does the first
+// when the work can't stop (`stoppable` false). Ending at once skips the unwinding that would remove an
+// unfinished output, so the hidden staging files of `output` are removed first.
 class InterruptWatch {
 public:
-    InterruptWatch() {
+    explicit InterruptWatch(std::filesystem::path output = {}, bool stoppable = true)
+        : m_output(std::move(output))
+        , m_stoppable(stoppable) {
         sigemptyset(&m_signals);
         sigaddset(&m_signals, SIGINT);
         sigaddset(&m_signals, SIGTERM);
@@ -28,7 +35,10 @@ public:
                 if (signal == SIGUSR1) {
                     return;
                 }
-                if (m_stop.stop_requested()) {
+                if (m_stop.stop_requested() || !m_stoppable) {
+                    if (!m_output.empty()) {
+                        fileops::removeStagedOutputs(m_output);
+                    }
                     _exit(exitInterrupted);
                 }
                 m_stop.request_stop();
@@ -46,6 +56,8 @@ public:
     std::stop_token token() const { return m_stop.get_token(); }
 
 private:
+    std::filesystem::path m_output;
+    bool m_stoppable;
     sigset_t m_signals{};
     sigset_t m_previous{};
     std::stop_source m_stop;

@@ -121,6 +121,11 @@ int runSet(const std::vector<std::string>& args) {
         } catch (const CodingError& e) {
             report("set: " + std::string(e.what()) + "; nothing was saved");
             return exitUsage;
+        } catch (const std::filesystem::filesystem_error& e) {
+            // A file a setting names (captions=FILE) that can't be read.
+            report("set: " + std::string(key->name) + ": can't read " + e.path1().string() + ": " +
+                   e.code().message() + "; nothing was saved");
+            return exitUsage;
         }
     }
 

@@ -1,6 +1,7 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "Errors.h"
+#include "InterruptWatch.h"
 
 #include "audio/AudioRenderer.h"
 #include "audio/SilenceDetector.h"
@@ -65,6 +66,8 @@ int runMix(const std::vector<std::string>& args) {
     }
     const Project& project = document->project;
     const std::vector<double> clicks = project.clickTimes(document->telemetry());
+    // The render can't stop part way: Ctrl-C ends the tool at once, removing the unfinished file.
+    const InterruptWatch interrupts(*output, false);
     // A percentage that rewrites itself on a terminal; one line where standard error is a file.
     const bool terminal = ::isatty(STDERR_FILENO) != 0;
     std::cerr << "Rendering the sound of " << package.filename().string() << "…" << (terminal ? "" : "\n");

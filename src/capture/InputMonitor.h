@@ -2,6 +2,7 @@
 
 #include "model/InputEvent.h"
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -49,7 +50,7 @@ public:
     // Ends monitoring and gives the events in the order they came.
     std::vector<InputEvent> stop();
 
-    Mode mode() const { return m_mode; }
+    Mode mode() const { return m_mode.load(); }
     // The instant the events' times count from, set by `start`.
     std::chrono::steady_clock::time_point startedAt() const { return m_startedAt; }
 
@@ -73,7 +74,7 @@ private:
     std::string m_display;
     std::shared_ptr<X11Connection> m_connection; // as given, or opened by the first `start`
     bool m_allowTap;
-    Mode m_mode = Mode::stopped;
+    std::atomic<Mode> m_mode = Mode::stopped; // read from other threads while a stop writes it
     std::chrono::steady_clock::time_point m_startedAt;
     std::unique_ptr<Tap> m_tap; // the RECORD connections, while tapping
     std::jthread m_worker;      // reads the tap, or polls

@@ -244,9 +244,37 @@ StagedOutput::StagedOutput(const fs::path& target)
                                         target.extension().string())) {}
 
 void StagedOutput::commit() {
+    // The bytes reach the disk before the name does, so a power cut never leaves an empty target where
+    // the earlier file was.
+    {
+        const UniqueFd fd(::open(m_staging.path().c_str(), O_RDONLY | O_CLOEXEC));
+        if (fd.get() < 0) {
+            fail("open", m_staging.path());
+        }
+        syncOrThrow(fd.get(), m_staging.path());
+    }
     fs::rename(m_staging.path(), m_target);
     m_staging.release();
-    syncDirectory(m_target.parent_path().empty() ? fs::path(".") : m_target.parent_path());
+    // The target is in place now; a folder that can't be flushed only makes the rename less durable.
+    try {
+        syncDirectory(m_target.parent_path().empty() ? fs::path(".") : m_target.parent_path());
+    } catch (const fs::filesystem_error&) {
+    }
+}
+
+void removeStagedOutputs(const fs::path& target) {
+    const std::string prefix = "." + target.stem().string() + "-";
+    const std::string extension = target.extension().string();
+    const std::size_t uuidLength = 36;
+    std::error_code error;
+    const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
+    for (const auto& entry : fs::directory_iterator(folder, error)) {
+        const std::string name = entry.path().filename().string();
+        if (name.size() == prefix.size() + uuidLength + extension.size() && name.starts_with(prefix) &&
+            name.ends_with(extension)) {
+            fs::remove(entry.path(), error);
+        }
+    }
 }
 
 } // namespace marlowick::fileops

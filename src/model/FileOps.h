@@ -145,13 +145,18 @@ public:
 
     const fs::path& target() const { return m_target; }
     const fs::path& staging() const { return m_staging.path(); }
-    // Renames the finished file over the target and flushes the folder. Throws filesystem_error.
+    // Flushes the finished file to the disk and renames it over the target. Throws filesystem_error when
+    // the file can't be flushed or renamed.
     void commit();
 
 private:
     fs::path m_target;
     RemovedOnExit m_staging;
 };
+
+// Removes the staging files a StagedOutput for `target` left when its process ended without unwinding (a
+// second Ctrl-C). Best effort.
+void removeStagedOutputs(const fs::path& target);
 
 // Whether `path`, with every link resolved, lies inside `directory`.
 bool isInside(const fs::path& path, const fs::path& directory);
