@@ -238,10 +238,18 @@ bool isInside(const fs::path& path, const fs::path& directory) {
     return rootEnd == root.end();
 }
 
+namespace {
+
+// The hidden name a StagedOutput writes under, beside its target: ".STEM-ID.EXT", the ID a fresh UUID.
+std::string stagingName(const fs::path& target, const std::string& id) {
+    return "." + target.stem().string() + "-" + id + target.extension().string();
+}
+
+} // namespace
+
 StagedOutput::StagedOutput(const fs::path& target)
     : m_target(target)
-    , m_staging(target.parent_path() / ("." + target.stem().string() + "-" + Uuid::random().toString() +
-                                        target.extension().string())) {}
+    , m_staging(target.parent_path() / stagingName(target, Uuid::random().toString())) {}
 
 void StagedOutput::commit() {
     // The bytes reach the disk before the name does, so a power cut never leaves an empty target where
@@ -263,15 +271,16 @@ void StagedOutput::commit() {
 }
 
 void removeStagedOutputs(const fs::path& target) {
-    const std::string prefix = "." + target.stem().string() + "-";
-    const std::string extension = target.extension().string();
-    const std::size_t uuidLength = 36;
+    // A staging name of this target, with its ID as a run of '?' to be matched by any characters.
+    const std::string id(Uuid::random().toString().size(), '?');
+    const std::string pattern = stagingName(target, id);
+    const std::size_t idStart = pattern.find(id);
     std::error_code error;
     const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
     for (const auto& entry : fs::directory_iterator(folder, error)) {
         const std::string name = entry.path().filename().string();
-        if (name.size() == prefix.size() + uuidLength + extension.size() && name.starts_with(prefix) &&
-            name.ends_with(extension)) {
+        if (name.size() == pattern.size() && name.compare(0, idStart, pattern, 0, idStart) == 0 &&
+            name.compare(idStart + id.size(), std::string::npos, pattern, idStart + id.size()) == 0) {
             fs::remove(entry.path(), error);
         }
     }
