@@ -26,7 +26,13 @@ Exports the finished movie of the project with one of the presets of 'marlowick 
 of the recording that survives the cuts, drawn on the project's canvas with its zooms, cursor and
 captions, and the sound (as recorded when nothing changes it, else the rendered mix).
 
+The file's extension is the preset's (.mp4, .mov or .webm). It is written beside FILE under a hidden
+name and takes FILE's place only when complete, so an earlier export of that name survives a failure.
 Progress is shown on standard error. Ctrl-C stops the export and removes the unfinished file.
+
+Examples:
+  marlowick export demo.marlowick --preset free-720p -o demo.mp4
+  marlowick presets demo.marlowick          (the presets that suit the project)
 )";
 
 std::string clock(double seconds) {

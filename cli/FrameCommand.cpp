@@ -18,8 +18,13 @@ constexpr std::string_view help = R"(Usage: marlowick frame PACKAGE --at SECONDS
 
 Draws one finished frame of the project, as the export would: the recording at that moment on its
 canvas, with the camera, the cursor and the captions of that moment. SECONDS is a time on the finished
-video, after the cuts. The frame has the size of the project's shape (1920x1080 for widescreen) unless
---size gives another.
+video, after the cuts, from 0 up to its length. The frame has the size of the project's shape
+(1920x1080 for widescreen) unless --size gives another. An existing FILE.png is replaced only once the
+new picture is complete.
+
+Examples:
+  marlowick frame demo.marlowick --at 4.5 -o zoomed.png
+  marlowick frame demo.marlowick --at 0 --size 960x540 -o first.png
 )";
 
 } // namespace

@@ -21,6 +21,10 @@ audio settings and the telemetry by kind.
 
 Options:
   --json   Print the project as the package stores it in Document.json instead.
+
+Examples:
+  marlowick info demo.marlowick
+  marlowick info demo.marlowick --json > project.json
 )";
 
 std::string format(const char* pattern, double value) {

@@ -32,6 +32,10 @@ becomes a new project, with zooms placed in the dynamic style, saved as a packag
 "Take YYYY-MM-DD at HH.MM.SS.marlowick" here). While recording, the movie is written to the
 temporary directory in pieces a second long, so that a crash loses only the last second or so; the
 path is printed when the recording starts.
+
+Examples:
+  marlowick record --seconds 30 --mic -o tour.marlowick
+  marlowick record --countdown 0 --no-system-audio
 )";
 
 std::string defaultPackageName() {

@@ -15,6 +15,10 @@ Reads the package IN and writes it to OUT through the same reading and saving th
 that a package from an older version is brought up to date. OUT may be IN itself. The new package is
 built beside OUT and swapped in whole: if anything fails, OUT stays as it was. An existing OUT is
 replaced only if it is a package.
+
+Examples:
+  marlowick resave old.marlowick old.marlowick
+  marlowick resave take.marlowick "take copy.marlowick"
 )";
 
 } // namespace

@@ -22,7 +22,11 @@ Makes a sample take as a new package: a movie of a small synthetic desktop in wh
 types, saves, scrolls and opens a menu, the pointer telemetry beside it, a system sound track and a
 spoken narration (made with flite). The project is set up as a fresh recording's would be: the
 fresh-recording canvas, zooms placed by the director in the dynamic style, the default cursor and sound.
-Defaults: 1280x720 at 30 fps, as long as the narration needs.
+Defaults: 1280x720 at 30 fps, as long as the narration needs (at least 12 s).
+
+Examples:
+  marlowick sample demo.marlowick
+  marlowick sample big.marlowick --size 1920x1080 --rate 60 --seconds 60
 )";
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "audio/AudioRenderer.h"
 #include "audio/SilenceDetector.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
@@ -19,16 +20,36 @@ constexpr std::string_view mixHelp = R"(Usage: marlowick mix PACKAGE -o FILE.m4a
 
 Renders the project's finished sound, as the export uses it: the voice clean-up, the gains, ducking, the
 cuts, the music bed, the click sounds and the final level, as AAC (48 kHz, mono). Prints its duration.
+An existing FILE.m4a is replaced only once the new one is complete.
+
+Example:
+  marlowick mix demo.marlowick -o demo-sound.m4a
 )";
 
 constexpr std::string_view silenceHelp =
     R"(Usage: marlowick silence PACKAGE [--threshold F] [--minimum S] [--padding S] [--write]
 
-Finds the pauses in the voice: stretches quieter than F times the recording's usual level (0.08 unless
-given) that last at least S seconds (0.7) once S of padding (0.12) is left at each end. Prints them and
-what cutting them would leave. With --write the package keeps them as its silence cuts, and silence
-cutting is switched on.
+Finds the pauses in the voice and prints them, with the settings used and what cutting them would
+leave. Nothing is saved without --write.
+
+Options:
+  --threshold F   A pause is quieter than F times the voice's usual level, 0 to 1.
+  --minimum S     A pause lasts at least S seconds once the padding is left at each end.
+  --padding S     Seconds of the pause kept at each end, so that words aren't clipped.
+  --write         Keep the pauses as the project's silence cuts, switch silence cutting on and store
+                  the settings, so that the next run starts from them.
+Each option starts from the project's stored value; a new project has 0.08, 0.7 s and 0.12 s.
+
+A cut that would remove clicks or key presses, or cuts that remove more than 40% of the recording,
+are warned about with their times: such pauses are often the demo itself rather than dead air.
+
+Examples:
+  marlowick silence demo.marlowick
+  marlowick silence demo.marlowick --threshold 0.05 --minimum 1.2 --write
 )";
+
+// Above this share of the recording removed, the settings are probably cutting speech or the demo.
+constexpr double heavyRemoval = 0.4;
 
 // "3 cuts · 4.2s removed (12%) · exports at 30.8s", as the editor shows it.
 std::string trimSummary(const TimeMap& trim, double sourceDuration) {
@@ -37,6 +58,48 @@ std::string trimSummary(const TimeMap& trim, double sourceDuration) {
     std::snprintf(text, sizeof text, "%s · %.1fs removed (%.0f%%) · exports at %.1fs",
                   counted(trim.removals().size(), "cut").c_str(), trim.removedDuration(), percent,
                   trim.outputDuration());
+    return text;
+}
+
+std::string seconds(double t) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2f", t);
+    return text;
+}
+
+// "a click at 2.00 s and key presses at 1.80, 1.95 s", or empty when the range holds neither.
+std::string actionsWithin(const Range& cut, const std::vector<InputEvent>& telemetry) {
+    std::vector<double> clicks;
+    std::vector<double> keys;
+    for (const InputEvent& e : telemetry) {
+        if (e.time >= cut.lower && e.time <= cut.upper) {
+            if (e.kind == InputEvent::Kind::down) {
+                clicks.push_back(e.time);
+            } else if (e.kind == InputEvent::Kind::keyPress) {
+                keys.push_back(e.time);
+            }
+        }
+    }
+    auto list = [](const std::vector<double>& times, std::string_view one, std::string_view many) {
+        // A long run of typing is named by its first few times.
+        constexpr std::size_t shown = 4;
+        std::string text = std::string(times.size() == 1 ? one : many) + " at ";
+        for (std::size_t i = 0; i < std::min(times.size(), shown); ++i) {
+            text += (i > 0 ? ", " : "") + seconds(times[i]);
+        }
+        text += " s";
+        if (times.size() > shown) {
+            text += " and " + std::to_string(times.size() - shown) + " more";
+        }
+        return text;
+    };
+    std::string text;
+    if (!clicks.empty()) {
+        text = list(clicks, "a click", "clicks");
+    }
+    if (!keys.empty()) {
+        text += (text.empty() ? "" : " and ") + list(keys, "a key press", "key presses");
+    }
     return text;
 }
 
@@ -123,6 +186,9 @@ int runSilence(const std::vector<std::string>& args) {
     settings.padding = parsed->number("--padding", "seconds", 0, HUGE_VAL).value_or(settings.padding);
 
     std::cerr << "Listening for pauses in " << package.filename().string() << "…\n";
+    std::cout << "Pauses quieter than " << settings.threshold << " of the voice's usual level for at least "
+              << seconds(settings.minimumSilence) << " s, keeping " << seconds(settings.padding)
+              << " s at each end:\n";
     TimeMap trim;
     try {
         trim = SilenceDetector{}.detect(document->project.source.mediaURL.path(), settings);
@@ -141,13 +207,33 @@ int runSilence(const std::vector<std::string>& args) {
                                     : trimSummary(trim, document->project.source.duration))
               << '\n';
 
+    const std::vector<InputEvent>& telemetry = document->telemetry();
+    for (const Range& r : trim.removals()) {
+        const std::string actions = actionsWithin(r, telemetry);
+        if (!actions.empty()) {
+            report("warning: the cut " + seconds(r.lower) + " – " + seconds(r.upper) + " s would remove " +
+                   actions + "; a longer --minimum or a lower --threshold keeps it");
+        }
+    }
+    const double duration = document->project.source.duration;
+    if (duration > 0 && trim.removedDuration() > heavyRemoval * duration) {
+        char line[160];
+        std::snprintf(line, sizeof line,
+                      "warning: the cuts remove %.0f%% of the recording; a lower --threshold or a longer "
+                      "--minimum cuts less",
+                      trim.removedDuration() / duration * 100);
+        report(line);
+    }
+
     if (parsed->has("--write")) {
         document->project.audio.silence = settings;
         document->project.trim = trim;
         if (!savePackage(*document, package)) {
             return exitFailure;
         }
-        std::cout << "Saved " << package.string() << '\n';
+        std::cout << "Saved " << package.string() << ", with these settings for the next run\n";
+    } else {
+        std::cout << "Nothing was saved: --write keeps these cuts and settings in the project\n";
     }
     return 0;
 }

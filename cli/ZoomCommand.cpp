@@ -24,7 +24,11 @@ Options:
   --style S   The zoom style to direct with: off, subtle, dynamic or cinematic. The package's own by
               default. With --write the package keeps the new style.
   --json      Print the camera track as the package stores it, {"beats": [...], "style": ...}.
-  --write     Save the new camera track into the package.
+  --write     Save the new camera track into the package. Without it nothing is saved.
+
+Examples:
+  marlowick zoom demo.marlowick --style cinematic
+  marlowick zoom demo.marlowick --style subtle --write
 )";
 
 void printTable(const CameraTrack& track) {

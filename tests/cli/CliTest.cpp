@@ -336,11 +336,25 @@ TEST_F(Cli, SilenceFindsThePauseAndMixRendersTheCutSound) {
     p.source.duration = 3.5;
     p.source.capturedMicrophone = true;
     const fs::path package = dir / "Talk.marlowick";
-    MarlowickDocument(p, {{0.5, InputEvent::Kind::down, {10, 10}}}).write(package);
+    // A click before the pause, and a key press and a click inside it that a cut would take away.
+    MarlowickDocument(p, {{0.5, InputEvent::Kind::down, {10, 10}},
+                          {1.8, InputEvent::Kind::keyPress, {10, 10}},
+                          {2.0, InputEvent::Kind::down, {10, 10}}})
+        .write(package);
 
     Result r = run({"mix", package.string(), "-o", (dir / "whole.m4a").string()});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("(3.5"), std::string::npos) << r.out;
+
+    r = run({"silence", package.string(), "--minimum", "0.5"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("quieter than 0.08 of the voice's usual level for at least 0.50 s, keeping 0.12 s"),
+              std::string::npos)
+        << r.out;
+    EXPECT_NE(r.err.find("would remove a click at 2.00 s and a key press at 1.80 s"), std::string::npos)
+        << r.err;
+    EXPECT_NE(r.out.find("Nothing was saved"), std::string::npos) << r.out;
+    EXPECT_FALSE(MarlowickDocument::read(package).project.audio.silence.isEnabled);
 
     r = run({"silence", package.string(), "--minimum", "0.5", "--write"});
     ASSERT_EQ(r.status, 0) << r.err;
