@@ -5,6 +5,7 @@
 
 #include "audio/AudioRenderer.h"
 #include "export/Exporter.h"
+#include "export/SubtitleFile.h"
 
 #include <atomic>
 #include <chrono>
@@ -20,7 +21,8 @@ namespace marlowick::cli {
 
 namespace {
 
-constexpr std::string_view help = R"(Usage: marlowick export PACKAGE --preset ID -o FILE
+constexpr std::string_view help =
+    R"(Usage: marlowick export PACKAGE --preset ID -o FILE [--subtitles srt|vtt|none]
 
 Exports the finished movie of the project with one of the presets of 'marlowick presets': every frame
 of the recording that survives the cuts, drawn on the project's canvas with its zooms, cursor and
@@ -28,6 +30,9 @@ captions, and the sound (as recorded when nothing changes it, else the rendered 
 
 The file's extension is the preset's (.mp4, .mov or .webm). It is written beside FILE under a hidden
 name and takes FILE's place only when complete, so an earlier export of that name survives a failure.
+With captions in the project, a subtitle file goes beside the movie (FILE with the extension .srt, or
+.vtt with --subtitles vtt; none with --subtitles none), its cues on the finished video's clock: a cue
+that a cut removes whole is left out, and one that a cut overlaps stops or starts at the cut.
 Progress is shown on standard error. Ctrl-C stops the export and removes the unfinished file.
 
 Examples:
@@ -137,7 +142,7 @@ int runExport(const std::vector<std::string>& args) {
         std::cout << help;
         return 0;
     }
-    const auto parsed = parseArguments("export", args, {}, {"--preset", "-o"}, 1);
+    const auto parsed = parseArguments("export", args, {}, {"--preset", "-o", "--subtitles"}, 1);
     if (!parsed) {
         return exitUsage;
     }
@@ -157,6 +162,14 @@ int runExport(const std::vector<std::string>& args) {
         report("export: no preset '" + *presetId + "'; 'marlowick presets' lists them");
         return exitUsage;
     }
+    const auto subtitlesAsked = parsed->value("--subtitles");
+    std::optional<SubtitleFormat> subtitles;
+    if (subtitlesAsked && *subtitlesAsked != "none") {
+        subtitles = enumFromName<SubtitleFormat>(*subtitlesAsked);
+        if (!subtitles) {
+            throw UsageError("--subtitles takes srt, vtt or none, got '" + *subtitlesAsked + "'");
+        }
+    }
     const std::filesystem::path package = parsed->words.front();
     // A preset this system can't write is the first thing to hear about, before its file's name.
     if (const ExportPreset* instead = preset->replacementOnThisSystem()) {
@@ -169,6 +182,23 @@ int runExport(const std::vector<std::string>& args) {
     const auto document = openPackage(package);
     if (!document) {
         return exitFailure;
+    }
+    const bool hasCaptions = document->project.captions && !document->project.captions->cues.empty();
+    if (!subtitlesAsked && hasCaptions) {
+        subtitles = SubtitleFormat::srt;
+    }
+    std::filesystem::path subtitlePath;
+    if (subtitles) {
+        if (!hasCaptions) {
+            report(package.string() +
+                   ": the project has no captions to write as subtitles; 'marlowick captions " +
+                   package.string() + " --write' makes them");
+            return exitFailure;
+        }
+        subtitlePath = std::filesystem::path(*output).replace_extension(enumName(*subtitles));
+        if (!acceptsOutput("export", subtitlePath, "." + std::string(enumName(*subtitles)))) {
+            return exitUsage;
+        }
     }
 
     const InterruptWatch interrupts(*output);
@@ -213,6 +243,16 @@ int runExport(const std::vector<std::string>& args) {
     std::snprintf(line, sizeof line, "Wrote %s (%lld frames in %.1f s)\n", output->c_str(), frames,
                   progress.seconds());
     std::cout << line;
+    if (subtitles) {
+        const auto cues = subtitleCues(*document->project.captions, document->project.effectiveTrim());
+        try {
+            writeSubtitles(subtitlePath, cues, *subtitles);
+        } catch (const std::exception& e) {
+            reportFailure(subtitlePath, e, PackageAccess::saving);
+            return exitFailure;
+        }
+        std::cout << "Wrote " << subtitlePath.string() << " (" << counted(cues.size(), "cue") << ")\n";
+    }
     return 0;
 }
 

@@ -275,6 +275,8 @@ TEST_F(Cli, BadOptionValuesAreRefusedInOneLineNamingTheOptionAndTheValue) {
          "record: --countdown takes seconds from 0 to 60, got 'soon'"},
         {{"zoom", package, "--style", "wild"}, "zoom: unknown style 'wild'"},
         {{"export", package, "--preset", "8k", "-o", (dir / "x.mp4").string()}, "export: no preset '8k'"},
+        {{"export", package, "--preset", "free-720p", "-o", (dir / "x.mp4").string(), "--subtitles", "ass"},
+         "--subtitles takes srt, vtt or none, got 'ass'"},
     };
     for (const auto& c : cases) {
         const Result r = run(c.args);
@@ -401,14 +403,26 @@ TEST_F(Cli, ExportWritesTheMovieAndCtrlCStopsItCleanly) {
     p.source.frameRate = 30;
     p.source.duration = 20;
     p.manualCuts = {Span(Uuid::random(), 1, 19)};
+    // A caption before the cut, one inside it and one after it.
+    p.captions =
+        CaptionTrack{CaptionTrack::cuesFromWords(
+                         {{"Hello", 0.2, 0.6, 1}, {"lost", 5, 6, 1}, {"Bye.", 19.2, 19.8, 1}}, 8, 0.6),
+                     CaptionStyle{}, true};
     const fs::path package = dir / "Long.marlowick";
     MarlowickDocument(p, sampleEvents(2400)).write(package);
 
-    // The cut leaves two seconds: 60 frames.
+    // The cut leaves two seconds: 60 frames, and the subtitles beside them on the same clock.
     const fs::path finished = dir / "short.mp4";
     Result r = run({"export", package.string(), "--preset", "free-720p", "-o", finished.string()});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("(60 frames"), std::string::npos) << r.out;
+    EXPECT_EQ(readText(dir / "short.srt"), "1\n00:00:00,200 --> 00:00:00,600\nHello\n\n"
+                                           "2\n00:00:01,200 --> 00:00:01,800\nBye.\n\n");
+    r = run({"export", package.string(), "--preset", "free-720p", "-o", (dir / "web.mp4").string(),
+             "--subtitles", "vtt"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(readText(dir / "web.vtt").substr(0, 8), "WEBVTT\n\n");
+    EXPECT_FALSE(fs::exists(dir / "web.srt"));
     EXPECT_NE(r.err.find("60/60 frames"), std::string::npos) << r.err;
     VideoDecoder exported(finished);
     EXPECT_EQ(exported.width(), 1280);
