@@ -30,6 +30,7 @@ Commands:
   presets [PACKAGE]       List the export presets, marking those that suit the project's shape.
   export PACKAGE --preset ID -o FILE
                           Export the finished movie with one of the presets.
+  import MOVIE -o PACKAGE  Make a new project from a movie made elsewhere.
   sample PACKAGE [--size WxH] [--rate FPS] [--seconds S] [--no-voice]
                           Make a sample take (a synthetic desktop, telemetry, sound) as a package.
   record [-o PACKAGE] [--seconds N] [--no-system-audio] [--mic] [--countdown N]
@@ -121,6 +122,9 @@ int dispatch(std::string_view command, const std::vector<std::string>& args) {
     }
     if (command == "export") {
         return runExport(args);
+    }
+    if (command == "import") {
+        return runImport(args);
     }
     if (command == "sample") {
         return runSample(args);

@@ -30,7 +30,9 @@ InputFormat openInput(const std::filesystem::path& path) {
 std::vector<int> streamsOfType(const AVFormatContext& format, AVMediaType type) {
     std::vector<int> indices;
     for (unsigned i = 0; i < format.nb_streams; ++i) {
-        if (format.streams[i]->codecpar->codec_type == type) {
+        // A cover picture inside a sound file is a video stream of one frame, not a track of pictures.
+        const bool coverPicture = (format.streams[i]->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+        if (format.streams[i]->codecpar->codec_type == type && !coverPicture) {
             indices.push_back(static_cast<int>(i));
         }
     }

@@ -11,6 +11,11 @@ struct MediaInfo {
     std::size_t audioTracks = 0; // in file order: system audio first, then the microphone
     std::size_t videoTracks = 0;
     double duration = 0; // seconds; 0 when the container doesn't say
+    // The first video track's picture size in pixels, and its frame rate in frames a second as the file
+    // states it (its average, else its base rate); all 0 without video, and the rate 0 when unstated.
+    int width = 0;
+    int height = 0;
+    double frameRate = 0;
 
     static MediaInfo of(const std::filesystem::path& path);
 };

@@ -621,3 +621,47 @@ TEST_F(Cli, SetAppliesKeysTogetherOrNotAtAll) {
     EXPECT_NE(r.out.find("canvas.inset: 0.08 → 0.1\n"), std::string::npos) << r.out;
     EXPECT_EQ(readText(package / "Document.json"), document);
 }
+
+TEST_F(Cli, ImportMakesAProjectFromAMovieMadeElsewhere) {
+    const fs::path cast = dir / "cast.mp4";
+    ASSERT_EQ(std::system(("ffmpeg -v error -f lavfi -i testsrc2=size=320x240:rate=24 -f lavfi -i sine -t 2 "
+                           "-c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac " +
+                           quoted(cast.string()))
+                              .c_str()),
+              0);
+    const fs::path package = dir / "Cast.marlowick";
+    Result r = run({"import", cast.string(), "-o", package.string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("(320×240, 24 fps, 2.0 s, 1 sound track)"), std::string::npos) << r.out;
+    const MarlowickDocument imported = MarlowickDocument::read(package);
+    EXPECT_EQ(imported.project.name, "Cast");
+    EXPECT_EQ(imported.project.source.size, (Size{320, 240}));
+    EXPECT_DOUBLE_EQ(imported.project.source.frameRate, 24);
+    EXPECT_NEAR(imported.project.source.duration, 2, 0.05);
+    EXPECT_TRUE(imported.telemetry().empty());
+    EXPECT_TRUE(imported.project.camera.beats.empty());
+    // The package holds the movie itself, and the original stays where it was.
+    EXPECT_TRUE(fileops::isInside(imported.project.source.mediaURL.path(), package));
+    EXPECT_TRUE(fs::exists(cast));
+
+    const fs::path sound = dir / "voice.m4a";
+    ASSERT_EQ(std::system(("ffmpeg -v error -f lavfi -i sine -t 1 " + quoted(sound.string())).c_str()), 0);
+    const struct {
+        std::vector<std::string> args;
+        std::string said;
+    } refused[] = {
+        {{"import", sound.string(), "-o", (dir / "Voice.marlowick").string()},
+         "that file has no video track"},
+        {{"import", cast.string(), "-o", package.string()}, "already exists; import makes a new package"},
+        {{"import", (dir / "gone.mp4").string(), "-o", (dir / "Gone.marlowick").string()},
+         "gone.mp4: no such file or folder"},
+        {{"import", cast.string(), "-o", (package / "Inner.marlowick").string()}, "lies inside a package"},
+    };
+    for (const auto& c : refused) {
+        r = run(c.args);
+        EXPECT_NE(r.status, 0) << c.said;
+        EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+        EXPECT_NE(r.err.find(c.said), std::string::npos) << r.err;
+    }
+    EXPECT_FALSE(fs::exists(dir / "Voice.marlowick") || fs::exists(package / "Inner.marlowick"));
+}
