@@ -7,7 +7,7 @@ namespace marlowick {
 EncodeStage::EncodeStage(const std::filesystem::path& target, const VideoEncoder::Settings& settings)
     : m_output(target)
     , m_encoder(reportingMediaFailures(
-          [&] { return std::make_unique<VideoEncoder>(m_output.staging(), settings); }))
+          [&] { return std::make_unique<VideoEncoder>(m_output.staging(), settings); }, &m_output))
     , m_stride(settings.width * 4) {}
 
 long long EncodeStage::encode(ExportPipeline& pipeline, const std::stop_token& stop,
@@ -22,9 +22,11 @@ long long EncodeStage::encode(ExportPipeline& pipeline, const std::stop_token& s
         if (!frame) {
             return written;
         }
-        reportingMediaFailures([&] {
-            m_encoder->encodeChanged(frame->pixels.data(), m_stride, frame->outputTime, frame->tiles);
-        });
+        reportingMediaFailures(
+            [&] {
+                m_encoder->encodeChanged(frame->pixels.data(), m_stride, frame->outputTime, frame->tiles);
+            },
+            &m_output);
         pipeline.emptyOutputs.push(std::move(frame->pixels));
         ++written;
         if (onFrame) {
@@ -34,14 +36,15 @@ long long EncodeStage::encode(ExportPipeline& pipeline, const std::stop_token& s
 }
 
 void EncodeStage::complete(const std::stop_token& stop) {
-    if (!reportingMediaFailures([&] { return m_encoder->finish(stop); })) {
+    if (!reportingMediaFailures([&] { return m_encoder->finish(stop); }, &m_output)) {
         throw ExportError(ExportError::Kind::cancelled, "cancelled");
     }
     m_encoder.reset();
     try {
         m_output.commit();
     } catch (const std::filesystem::filesystem_error& e) {
-        throw ExportError(ExportError::Kind::writerFailed, e.path1().string() + ": " + e.code().message());
+        throw ExportError(ExportError::Kind::writerFailed,
+                          m_output.target().string() + ": " + e.code().message());
     }
 }
 
