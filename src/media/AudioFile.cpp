@@ -30,7 +30,7 @@ namespace {
 
 // Decodes a track chunk by chunk, first telling `expect` how many samples the container promises (0 when
 // it doesn't say), so that a caller keeping them all can make room once.
-void decode(const fs::path& path, std::size_t track, const std::function<void(std::size_t)>& expect,
+void decode(const fs::path& path, std::size_t track, int rate, const std::function<void(std::size_t)>& expect,
             const std::function<void(std::span<const float>)>& consume) {
     const av::InputFormat input = av::openInput(path);
     const std::vector<int> streams = av::streamsOfType(*input, AVMEDIA_TYPE_AUDIO);
@@ -51,7 +51,7 @@ void decode(const fs::path& path, std::size_t track, const std::function<void(st
     AVChannelLayout in{};
     av_channel_layout_copy(&in, &codec.ch_layout);
     SwrContext* raw = nullptr;
-    int result = swr_alloc_set_opts2(&raw, &mono, AV_SAMPLE_FMT_FLT, sampleRate, &in, codec.sample_fmt,
+    int result = swr_alloc_set_opts2(&raw, &mono, AV_SAMPLE_FMT_FLT, rate, &in, codec.sample_fmt,
                                      codec.sample_rate, 0, nullptr);
     av_channel_layout_uninit(&in);
     av::Resampler resampler(raw);
@@ -61,7 +61,7 @@ void decode(const fs::path& path, std::size_t track, const std::function<void(st
 
     expect(input->duration == AV_NOPTS_VALUE
                ? 0
-               : static_cast<std::size_t>(static_cast<double>(input->duration) / AV_TIME_BASE * sampleRate));
+               : static_cast<std::size_t>(static_cast<double>(input->duration) / AV_TIME_BASE * rate));
     std::vector<float> chunk;
     const av::Frame frame(av_frame_alloc());
     auto convert = [&](const uint8_t** data, int count) {
@@ -89,15 +89,15 @@ void decode(const fs::path& path, std::size_t track, const std::function<void(st
 } // namespace
 
 void decodeTrack(const fs::path& path, std::size_t track,
-                 const std::function<void(std::span<const float>)>& consume) {
+                 const std::function<void(std::span<const float>)>& consume, int rate) {
     decode(
-        path, track, [](std::size_t) {}, consume);
+        path, track, rate, [](std::size_t) {}, consume);
 }
 
 std::vector<float> decodeTrack(const fs::path& path, std::size_t track) {
     std::vector<float> samples;
     decode(
-        path, track, [&](std::size_t expected) { samples.reserve(expected + 4096); },
+        path, track, sampleRate, [&](std::size_t expected) { samples.reserve(expected + 4096); },
         [&](std::span<const float> chunk) { samples.insert(samples.end(), chunk.begin(), chunk.end()); });
     return samples;
 }

@@ -23,9 +23,10 @@ double duration(const std::filesystem::path& path);
 // The file's `track`-th audio stream (in file order), mixed down to one channel and resampled to 48 kHz.
 std::vector<float> decodeTrack(const std::filesystem::path& path, std::size_t track);
 
-// The same samples handed over in order, a chunk at a time, for work that needn't hold a whole track.
+// The same samples handed over in order, a chunk at a time, for work that needn't hold a whole track;
+// `rate` resamples to another rate instead (speech recognition takes 16 kHz).
 void decodeTrack(const std::filesystem::path& path, std::size_t track,
-                 const std::function<void(std::span<const float>)>& consume);
+                 const std::function<void(std::span<const float>)>& consume, int rate = sampleRate);
 
 // Writes the samples as AAC, 48 kHz, one channel, 192000 bits a second, in an MPEG-4 audio file
 // (".m4a"), replacing any file there. A failure half way leaves the partial file for the caller.

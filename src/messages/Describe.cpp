@@ -1,6 +1,7 @@
 #include "messages/Describe.h"
 
 #include "audio/AudioRenderer.h"
+#include "captions/TranscriptionError.h"
 #include "capture/CaptureError.h"
 #include "compositor/CompositorError.h"
 #include "export/Exporter.h"
@@ -73,6 +74,24 @@ std::string describeCapture(const CaptureError& e) {
     return e.what();
 }
 
+std::string describeTranscription(const TranscriptionError& e) {
+    switch (e.kind()) {
+    case TranscriptionErrorKind::onDeviceUnavailable:
+        return std::string("On-device recognition is not installed for ") + e.what() +
+               ". Install its speech models (for English, the pocketsphinx-en-us package), or put them in "
+               "~/.local/share/marlowick/speech/LOCALE/.";
+    case TranscriptionErrorKind::failed:
+        return std::string("Transcription failed: ") + e.what();
+    case TranscriptionErrorKind::permissionDenied:
+        return "Speech Recognition permission was denied.";
+    case TranscriptionErrorKind::recognizerUnavailable:
+        return "Speech recognition is unavailable right now.";
+    case TranscriptionErrorKind::noAudioTrack:
+        return "This recording has no audio track. Re-record with system audio or the microphone enabled.";
+    }
+    return e.what();
+}
+
 std::string describeExport(const ExportError& e) {
     switch (e.kind()) {
     case ExportErrorKind::noVideoTrack:
@@ -128,6 +147,9 @@ std::string describe(const std::exception& error, PackageAccess access) {
     }
     if (const auto* e = dynamic_cast<const CaptureError*>(&error)) {
         return describeCapture(*e);
+    }
+    if (const auto* e = dynamic_cast<const TranscriptionError*>(&error)) {
+        return describeTranscription(*e);
     }
     if (const auto* e = dynamic_cast<const ExportError*>(&error)) {
         return describeExport(*e);
