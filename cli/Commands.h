@@ -20,6 +20,7 @@ int runRecord(const std::vector<std::string>& args);
 int runStyle(const std::vector<std::string>& args);
 int runSet(const std::vector<std::string>& args);
 int runImport(const std::vector<std::string>& args);
+int runCaptions(const std::vector<std::string>& args);
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;

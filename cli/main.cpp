@@ -23,6 +23,8 @@ Commands:
   mix PACKAGE -o FILE.m4a Render the project's finished sound.
   silence PACKAGE [--threshold F] [--minimum S] [--padding S] [--write]
                           Find the pauses in the voice, and with --write cut them.
+  captions PACKAGE [--locale L] [--write] [--json] [--srt FILE | --vtt FILE]
+                          Transcribe the voice on this machine into captions; --locales lists languages.
   style PACKAGE --from OTHER [--dry-run]
                           Give the package the canvas, cursor and sound settings of another.
   set PACKAGE KEY=VALUE... [--dry-run] | --list
@@ -122,6 +124,9 @@ int dispatch(std::string_view command, const std::vector<std::string>& args) {
     }
     if (command == "export") {
         return runExport(args);
+    }
+    if (command == "captions") {
+        return runCaptions(args);
     }
     if (command == "import") {
         return runImport(args);

@@ -665,3 +665,38 @@ TEST_F(Cli, ImportMakesAProjectFromAMovieMadeElsewhere) {
     }
     EXPECT_FALSE(fs::exists(dir / "Voice.marlowick") || fs::exists(package / "Inner.marlowick"));
 }
+
+TEST_F(Cli, CaptionsTranscribeTheVoiceOnThisMachine) {
+    const fs::path package = dir / "Tour.marlowick";
+    ASSERT_EQ(run({"sample", package.string(), "--size", "320x180", "--rate", "10"}).status, 0);
+
+    Result r = run({"captions", package.string(), "--write"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const MarlowickDocument captioned = MarlowickDocument::read(package);
+    ASSERT_TRUE(captioned.project.captions.has_value());
+    EXPECT_TRUE(captioned.project.captions->isEnabled);
+    std::string said;
+    for (const CaptionTrack::Cue& c : captioned.project.captions->cues) {
+        EXPECT_LE(c.words.size(), 8u);
+        said += c.text() + " ";
+    }
+    // The narration speaks of the editor, the browser and the menu in the corner.
+    for (const char* word : {"editor", "browser", "menu", "corner."}) {
+        EXPECT_NE(said.find(word), std::string::npos) << word << " in: " << said;
+    }
+    EXPECT_NE(r.out.find(said.substr(0, 12)), std::string::npos) << r.out;
+
+    // Subtitles of captions the project has are written without listening again.
+    r = run({"captions", package.string(), "--vtt", (dir / "tour.vtt").string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err.find("Listening"), std::string::npos) << r.err;
+    EXPECT_NE(readText(dir / "tour.vtt").find(captioned.project.captions->cues.front().text()),
+              std::string::npos);
+
+    // A language without models is refused in one line that names it, and the captions stay.
+    r = run({"captions", package.string(), "--locale", "fr-FR", "--write"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("On-device recognition is not installed for French (France)"), std::string::npos)
+        << r.err;
+    EXPECT_EQ(MarlowickDocument::read(package).project.captions->cues, captioned.project.captions->cues);
+}
