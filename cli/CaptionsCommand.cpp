@@ -75,7 +75,7 @@ std::optional<std::vector<CaptionTrack::Word>> transcribeVoice(const std::filesy
                                                                int& status) {
     const bool terminal = ::isatty(STDERR_FILENO) != 0;
     const std::string what =
-        "Listening to " + package.filename().string() + " (" + locale.displayName() + ")…";
+        "Listening to " + package.filename().string() + " in " + locale.displayName() + "…";
     std::cerr << what << (terminal ? "" : "\n");
     int shown = -1;
     const auto progress = [&](double fraction) {
