@@ -34,12 +34,13 @@ constexpr double frameSeconds = 0.01;
 constexpr std::size_t blockSamples = 2048;
 constexpr double shortestWord = 0.08;
 
-// Words the recogniser is less sure of than this are taken for noise it forced into words. Measured on
-// generated speech and noise: the words of flite's and festival's voices that came out right had
-// posteriors down to about 0.03 (short function words: "by", "the"), while words made of noise bursts
-// came out below 0.01 or, for steadily modulated noise, as single words held for seconds.
-constexpr double lowestConfidence = 0.01;
-// No word is spoken for this long; the recogniser gives such a word to a stretch of noise it can't fit.
+// Room noise is kept out first by the voice activity detector (below): on generated brown, pink and white
+// noise, steady or in bursts like typing and knocks, it heard no speech at all. What noise gets past it,
+// noise swelling and fading like a voice, the recogniser turns into one word held for seconds, with a
+// posterior near 1; no word is spoken for 2 s, so such a word is dropped. The posterior itself tells
+// little: words of generated speech that came out right went as low as 0.006 ("a", "new"), so only words
+// below 0.003, which the recogniser itself all but rules out, are dropped for it.
+constexpr double lowestConfidence = 0.003;
 constexpr double longestWord = 2.0;
 
 // How sure the decoder's voice activity detector must be, as a signal-to-noise ratio in its own units.
