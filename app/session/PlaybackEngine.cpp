@@ -23,6 +23,26 @@ constexpr double smallestSeekedResume = 0.05;
 // Play within this of the end starts again from the beginning.
 constexpr double endMargin = 0.05;
 
+// Tracks that can't be read count as none, without a message: the player shows what it can.
+MediaInfo readInfo(const std::filesystem::path& movie) {
+    try {
+        return MediaInfo::of(movie);
+    } catch (const MediaError&) {
+        return MediaInfo{};
+    }
+}
+
+// A composition that can't be built leaves the movie file playing: a load never fails.
+std::optional<PlaybackComposition> makeComposition(const std::filesystem::path& movie,
+                                                   const std::optional<TimeMap>& trim,
+                                                   const std::optional<std::filesystem::path>& mix) {
+    try {
+        return PlaybackComposition::make(movie, trim, mix);
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
 // The movie as it is: one segment over `duration` seconds and its first audio track, if it has one.
 PlayerItem movieItem(const std::filesystem::path& movie, double duration, const MediaInfo& info) {
     PlayerItem item;
@@ -105,14 +125,9 @@ QCoro::Task<> PlaybackEngine::load(Url url, double duration, std::optional<TimeM
     const std::uint64_t generation = m_generation;
     const auto superseded = [&self, generation] { return !self || self->m_generation != generation; };
 
-    // Tracks that can't be read count as none, without a message: the player shows what it can.
-    const MediaInfo info = co_await QtConcurrent::run([movie] {
-        try {
-            return MediaInfo::of(movie);
-        } catch (const MediaError&) {
-            return MediaInfo{};
-        }
-    });
+    // GCC 12 destroys a temporary inside a co_await expression twice: each future is named first.
+    QFuture<MediaInfo> reading = QtConcurrent::run(readInfo, movie);
+    const MediaInfo info = co_await reading;
     if (superseded()) {
         co_return;
     }
@@ -121,15 +136,9 @@ QCoro::Task<> PlaybackEngine::load(Url url, double duration, std::optional<TimeM
     // track of it: two tracks need a composition to be heard together.
     std::optional<PlayerItem> item;
     if (effectiveTrim || mix || info.audioTracks >= 2) {
-        std::optional<PlaybackComposition> composition =
-            co_await QtConcurrent::run([movie, effectiveTrim, mix]() -> std::optional<PlaybackComposition> {
-                // A composition that can't be built leaves the movie file playing; load never fails.
-                try {
-                    return PlaybackComposition::make(movie, effectiveTrim, mix);
-                } catch (const std::exception&) {
-                    return std::nullopt;
-                }
-            });
+        QFuture<std::optional<PlaybackComposition>> making =
+            QtConcurrent::run(makeComposition, movie, effectiveTrim, mix);
+        std::optional<PlaybackComposition> composition = co_await making;
         if (superseded()) {
             co_return;
         }
