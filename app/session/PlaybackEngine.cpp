@@ -106,14 +106,19 @@ PlaybackEngine::~PlaybackEngine() {
 
 QCoro::Task<> PlaybackEngine::load(Url url, double duration, std::optional<TimeMap> trim,
                                    std::optional<Url> processedAudio) {
+    // GCC 12 miscompiles class-type temporaries in a coroutine's conditional and co_await expressions (a
+    // trim lost now and then, a path freed twice): this function names each value before using it.
+
     // Read before the teardown clears them.
     const double notedTime = m_currentTime;
     const bool notedPlaying = m_isPlaying;
     teardown();
 
     const std::filesystem::path movie = url.path();
-    const std::optional<TimeMap> effectiveTrim =
-        trim && !trim->isIdentity() ? std::move(trim) : std::optional<TimeMap>();
+    std::optional<TimeMap> effectiveTrim;
+    if (trim && !trim->isIdentity()) {
+        effectiveTrim = std::move(trim);
+    }
     std::optional<std::filesystem::path> mix;
     if (processedAudio) {
         mix = processedAudio->path();
@@ -125,7 +130,6 @@ QCoro::Task<> PlaybackEngine::load(Url url, double duration, std::optional<TimeM
     const std::uint64_t generation = m_generation;
     const auto superseded = [&self, generation] { return !self || self->m_generation != generation; };
 
-    // GCC 12 destroys a temporary inside a co_await expression twice: each future is named first.
     QFuture<MediaInfo> reading = QtConcurrent::run(readInfo, movie);
     const MediaInfo info = co_await reading;
     if (superseded()) {
