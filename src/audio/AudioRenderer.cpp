@@ -128,10 +128,15 @@ std::vector<float> AudioRenderer::loadMusic(const MusicBed& bed, std::size_t len
 AudioRenderer::Result AudioRenderer::render(const fs::path& source, const AudioSettings& settings,
                                             std::span<const double> clickTimes,
                                             const std::optional<TimeMap>& trim, const fs::path& to,
-                                            const std::function<void(double)>& progress) const {
+                                            const std::function<void(double)>& progress,
+                                            std::stop_token stop) const {
     // Rough shares of the time by stage, measured on hour-long takes: reading and the voice chain take
-    // about a third, ducking and mixing a sixth, encoding the rest.
+    // about a third, ducking and mixing a sixth, encoding the rest. A stop is heard at the same moments,
+    // up to the last one: once the file is in place, the render is done.
     auto report = [&](double fraction) {
+        if (fraction < 1 && stop.stop_requested()) {
+            throw RenderCancelled();
+        }
         if (progress) {
             progress(fraction);
         }

@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 #include <stdexcept>
+#include <stop_token>
 #include <vector>
 
 namespace marlowick {
@@ -16,6 +17,14 @@ namespace marlowick {
 // The sound can't be read or written. The text is FFmpeg's reason, or the step that failed.
 enum class RenderErrorKind { readFailed, writeFailed, noAudioTracks };
 using RenderError = TypedError<RenderErrorKind>;
+
+// A render stopped through its stop token before it wrote anything. Not a failure: whoever asked for the
+// stop knows why, so it has no wording for a person.
+class RenderCancelled : public std::runtime_error {
+public:
+    RenderCancelled()
+        : std::runtime_error("the render was stopped") {}
+};
 
 // Turns the sound of a recorded movie and the project's audio settings into one finished mono track:
 // the voice chain, the gains, ducking, the mix, the cut, the music bed, the clicks, and the final level,
@@ -36,9 +45,12 @@ struct AudioRenderer {
 
     // `clickTimes` are output seconds: the `down` events of the telemetry already moved through the cuts.
     // `progress`, when given, hears the fraction done (0 to 1) now and then, on the calling thread.
+    // `stop` is tested at the same moments (between stages, and about once a second of sound while
+    // encoding); a stopped render throws RenderCancelled and leaves what `to` held as it was.
     Result render(const std::filesystem::path& source, const AudioSettings& settings,
                   std::span<const double> clickTimes, const std::optional<TimeMap>& trim,
-                  const std::filesystem::path& to, const std::function<void(double)>& progress = {}) const;
+                  const std::filesystem::path& to, const std::function<void(double)>& progress = {},
+                  std::stop_token stop = {}) const;
 
     // The voice as recorded (track 1 of two, else track 0), uncut and unprocessed, for transcription.
     std::filesystem::path extractVoice(const std::filesystem::path& source,

@@ -184,3 +184,21 @@ TEST_F(Render, VoiceAndWaveformTakeTheSecondTrack) {
 
     EXPECT_THROW(renderer.render(dir / "missing.mov", plain(), {}, {}, dir / "x.m4a"), RenderError);
 }
+
+TEST_F(Render, AStopEndsTheRenderAndLeavesTheTargetAsItWas) {
+    const fs::path one = track("one", tone(1000, 0.1, 3));
+    const fs::path target = dir / "stopped.m4a";
+    writeText(target, "earlier");
+    std::stop_source stop;
+    // Stopped half way through the encoding, as a newer preview stops an older one.
+    const auto stopHalfWay = [&](double fraction) {
+        if (fraction >= 0.5) {
+            stop.request_stop();
+        }
+    };
+    EXPECT_THROW(renderer.render(one, plain(), {}, std::nullopt, target, stopHalfWay, stop.get_token()),
+                 RenderCancelled);
+    EXPECT_TRUE(readText(target) == "earlier");
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()),
+              2); // the track, the target
+}

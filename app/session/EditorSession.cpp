@@ -1,0 +1,225 @@
+#include "session/EditorSession.h"
+
+#include "captions/CaptionTranscriber.h"
+#include "messages/Describe.h"
+#include "session/ExportRelay.h"
+
+#include <system_error>
+
+namespace marlowick {
+
+EditorSession::EditorSession(std::unique_ptr<FilePanels> panels, PlaybackEngine::PlayerFactory makePlayer,
+                             QObject* parent)
+    : QObject(parent)
+    , m_panels(std::move(panels))
+    , m_playback(new PlaybackEngine(std::move(makePlayer), this))
+    , m_captionLocale(CaptionTranscriber::defaultLocale())
+    , m_captionLocales(CaptionTranscriber::onDeviceLocales())
+    , m_exportRelay(std::make_shared<ExportRelay>(this)) {}
+
+EditorSession::~EditorSession() {
+    m_exportRelay->detach();
+    m_previewStop.request_stop();
+    m_lifetime.request_stop();
+    if (m_audioPreviewUrl) {
+        std::error_code ignored;
+        std::filesystem::remove(m_audioPreviewUrl->path(), ignored);
+    }
+}
+
+std::string EditorSession::describe(const std::exception& error) {
+    return marlowick::describe(error);
+}
+
+void EditorSession::open() {
+    const std::optional<std::filesystem::path> chosen = m_panels->openPackage();
+    if (!chosen) {
+        return;
+    }
+    std::optional<MarlowickDocument> read;
+    try {
+        read = MarlowickDocument::read(*chosen);
+    } catch (const std::exception& error) {
+        setLastError(marlowick::describe(error, PackageAccess::opening));
+        return;
+    }
+    setDocument(std::move(read));
+    setPackageUrl(Url::fileUrl(*chosen));
+    refreshDerivedState();
+    setPhase(SessionPhase::editing());
+}
+
+void EditorSession::save() {
+    if (!m_document) {
+        return;
+    }
+    const std::string suggested =
+        m_document->project.name + "." + std::string(MarlowickDocument::fileExtension);
+    const std::optional<std::filesystem::path> chosen = m_panels->savePackage(suggested);
+    if (!chosen) {
+        return;
+    }
+    try {
+        m_document->write(*chosen);
+    } catch (const std::exception& error) {
+        setLastError(marlowick::describe(error, PackageAccess::saving));
+        return;
+    }
+    setPackageUrl(Url::fileUrl(*chosen));
+}
+
+void EditorSession::setPhase(SessionPhase value) {
+    // Editing and exporting need an open project: without one the session stays where it is.
+    if (value.needsDocument() && !m_document) {
+        return;
+    }
+    if (m_phase != value) {
+        m_phase = value;
+        emit phaseChanged(value);
+    }
+}
+
+void EditorSession::setDocument(OptionalDocument value) {
+    // Documents have no value equality: every write is a change.
+    m_document = std::move(value);
+    if (!m_document && m_phase.needsDocument()) {
+        setPhase(SessionPhase::idle());
+    }
+    emit documentChanged();
+}
+
+void EditorSession::editProject(const std::function<void(Project&)>& edit) {
+    if (!m_document) {
+        return;
+    }
+    edit(m_document->project);
+    emit documentChanged();
+}
+
+void EditorSession::setPackageUrl(OptionalUrl value) {
+    if (m_packageUrl != value) {
+        m_packageUrl = std::move(value);
+        emit packageUrlChanged();
+    }
+}
+
+void EditorSession::setLastError(OptionalText value) {
+    if (m_lastError != value) {
+        m_lastError = std::move(value);
+        emit lastErrorChanged();
+    }
+}
+
+void EditorSession::setLastExportUrl(OptionalUrl value) {
+    if (m_lastExportUrl != value) {
+        m_lastExportUrl = std::move(value);
+        emit lastExportUrlChanged();
+    }
+}
+
+void EditorSession::setCapturesSystemAudio(bool value) {
+    if (m_capturesSystemAudio != value) {
+        m_capturesSystemAudio = value;
+        emit capturesSystemAudioChanged(value);
+    }
+}
+
+void EditorSession::setCapturesMicrophone(bool value) {
+    if (m_capturesMicrophone != value) {
+        m_capturesMicrophone = value;
+        emit capturesMicrophoneChanged(value);
+    }
+}
+
+void EditorSession::setCursorSampler(OptionalCursor value) {
+    // A sampler has no value equality: every write is a change.
+    m_cursorSampler = std::move(value);
+    emit cursorSamplerChanged();
+}
+
+void EditorSession::setSelectionStart(OptionalSeconds value) {
+    if (m_selectionStart != value) {
+        m_selectionStart = value;
+        emit selectionStartChanged();
+    }
+}
+
+void EditorSession::setSelectionEnd(OptionalSeconds value) {
+    if (m_selectionEnd != value) {
+        m_selectionEnd = value;
+        emit selectionEndChanged();
+    }
+}
+
+void EditorSession::setWaveform(Waveform value) {
+    if (m_waveform != value) {
+        m_waveform = std::move(value);
+        emit waveformChanged();
+    }
+}
+
+void EditorSession::setSelectedBeat(OptionalBeat value) {
+    if (m_selectedBeat != value) {
+        m_selectedBeat = value;
+        emit selectedBeatChanged();
+    }
+}
+
+void EditorSession::setIsTranscribing(bool value) {
+    if (m_isTranscribing != value) {
+        m_isTranscribing = value;
+        emit isTranscribingChanged(value);
+    }
+}
+
+void EditorSession::setCaptionLocale(Locale value) {
+    if (m_captionLocale != value) {
+        m_captionLocale = std::move(value);
+        emit captionLocaleChanged();
+    }
+}
+
+void EditorSession::setRetakeReport(OptionalRetakeReport value) {
+    if (m_retakeReport != value) {
+        m_retakeReport = value;
+        emit retakeReportChanged();
+    }
+}
+
+void EditorSession::setIsAnalysingSilence(bool value) {
+    if (m_isAnalysingSilence != value) {
+        m_isAnalysingSilence = value;
+        emit isAnalysingSilenceChanged(value);
+    }
+}
+
+void EditorSession::setAudioTrackCount(OptionalCount value) {
+    if (m_audioTrackCount != value) {
+        m_audioTrackCount = value;
+        emit audioTrackCountChanged();
+    }
+}
+
+void EditorSession::rendersInFlightChanged(int delta) {
+    m_rendersInFlight += delta;
+    const bool rendering = m_rendersInFlight > 0;
+    if (m_isRenderingAudioPreview != rendering) {
+        m_isRenderingAudioPreview = rendering;
+        emit isRenderingAudioPreviewChanged(rendering);
+    }
+}
+
+void EditorSession::setAudioPreviewUrl(OptionalUrl value) {
+    if (m_audioPreviewUrl == value) {
+        return;
+    }
+    // Only the newest preview is kept, so the temporary directory holds one at a time. The player may
+    // still be reading the old file: on Linux it reads on until it lets go.
+    if (m_audioPreviewUrl) {
+        std::error_code ignored;
+        std::filesystem::remove(m_audioPreviewUrl->path(), ignored);
+    }
+    m_audioPreviewUrl = std::move(value);
+}
+
+} // namespace marlowick

@@ -1,0 +1,292 @@
+#pragma once
+
+#include "captions/Locale.h"
+#include "export/ExportPreset.h"
+#include "model/CameraTrack.h"
+#include "model/MarlowickDocument.h"
+#include "model/Span.h"
+#include "model/Url.h"
+#include "model/Uuid.h"
+#include "session/FilePanels.h"
+#include "session/PlaybackEngine.h"
+#include "session/SessionPhase.h"
+#include "trajectory/CursorSampler.h"
+#include "trajectory/RetakeSwap.h"
+
+#include <QCoroTask>
+#include <QObject>
+#include <QPointer>
+#include <QTimer>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace marlowick {
+
+// The application's one central object: the open project, the phase the application is in, the
+// person's capture choices and everything derived from the project (cursor, waveform, preview mix, track
+// count). Every action of a view passes through it; the views read its properties and redraw on their
+// signals. Each property has its own change signal, and a write of a value equal to the present one
+// signals nothing (two absent optionals are equal). The document and the cursor sampler have no value
+// equality, so every write of them signals.
+//
+// Invariant: the phase is editing or exporting only while a document is open. A document may stay open
+// in the idle phase.
+//
+// Thread: everything here belongs to the thread the session lives on (the main thread), and every call
+// comes from it. Jobs (the preview mix, the waveform, the track probe, silence analysis, captions, the
+// export) run off that thread on copies of the project taken when they start, and write their result
+// back on it. Only the preview job is cancelled by a newer one; the others run to their end, and one
+// that ends after the session is gone changes nothing.
+// Ownership: the session owns its file panels and its playback engine (a child QObject, never replaced).
+class EditorSession : public QObject {
+    Q_OBJECT
+public:
+    using OptionalDocument = std::optional<MarlowickDocument>;
+    using OptionalUrl = std::optional<Url>;
+    using OptionalText = std::optional<std::string>;
+    using OptionalSeconds = std::optional<double>;
+    using OptionalCursor = std::optional<CursorSampler>;
+    using OptionalBeat = std::optional<Uuid>;
+    using OptionalRetakeReport = std::optional<RetakeSwap::Report>;
+    using OptionalCount = std::optional<int>;
+    using Waveform = std::vector<float>;
+    using Locales = std::vector<Locale>;
+
+private:
+    Q_PROPERTY(marlowick::SessionPhase phase READ phase NOTIFY phaseChanged)
+    Q_PROPERTY(OptionalDocument document READ document NOTIFY documentChanged)
+    // Where the document was last read from or written to; set by open and save only.
+    Q_PROPERTY(OptionalUrl packageUrl READ packageUrl NOTIFY packageUrlChanged)
+    // The message the person sees: the only channel for failures.
+    Q_PROPERTY(OptionalText lastError READ lastError WRITE setLastError NOTIFY lastErrorChanged)
+    Q_PROPERTY(OptionalUrl lastExportUrl READ lastExportUrl NOTIFY lastExportUrlChanged)
+    Q_PROPERTY(bool capturesSystemAudio READ capturesSystemAudio WRITE setCapturesSystemAudio NOTIFY
+                   capturesSystemAudioChanged)
+    Q_PROPERTY(bool capturesMicrophone READ capturesMicrophone WRITE setCapturesMicrophone NOTIFY
+                   capturesMicrophoneChanged)
+    Q_PROPERTY(marlowick::PlaybackEngine* playback READ playback CONSTANT)
+    Q_PROPERTY(OptionalCursor cursorSampler READ cursorSampler NOTIFY cursorSamplerChanged)
+    Q_PROPERTY(
+        bool isRenderingAudioPreview READ isRenderingAudioPreview NOTIFY isRenderingAudioPreviewChanged)
+    // The selected range in output seconds, on the edited timeline the person sees.
+    Q_PROPERTY(OptionalSeconds selectionStart READ selectionStart WRITE setSelectionStart NOTIFY
+                   selectionStartChanged)
+    Q_PROPERTY(
+        OptionalSeconds selectionEnd READ selectionEnd WRITE setSelectionEnd NOTIFY selectionEndChanged)
+    // One peak per bucket, 600 buckets, over the edited timeline.
+    Q_PROPERTY(Waveform waveform READ waveform NOTIFY waveformChanged)
+    Q_PROPERTY(OptionalBeat selectedBeat READ selectedBeat WRITE setSelectedBeat NOTIFY selectedBeatChanged)
+    Q_PROPERTY(bool isTranscribing READ isTranscribing NOTIFY isTranscribingChanged)
+    Q_PROPERTY(
+        marlowick::Locale captionLocale READ captionLocale WRITE setCaptionLocale NOTIFY captionLocaleChanged)
+    // The languages offered, read once at the start.
+    Q_PROPERTY(Locales captionLocales READ captionLocales CONSTANT)
+    Q_PROPERTY(
+        OptionalRetakeReport retakeReport READ retakeReport WRITE setRetakeReport NOTIFY retakeReportChanged)
+    // The last capture asked for a sound source that could be delivered.
+    Q_PROPERTY(bool capturedWithAudio READ capturedWithAudio NOTIFY capturedWithAudioChanged)
+    Q_PROPERTY(bool isAnalysingSilence READ isAnalysingSilence NOTIFY isAnalysingSilenceChanged)
+    // Audio tracks in the open recording's movie; none until a probe has ended.
+    Q_PROPERTY(OptionalCount audioTrackCount READ audioTrackCount NOTIFY audioTrackCountChanged)
+
+public:
+    EditorSession(std::unique_ptr<FilePanels> panels, PlaybackEngine::PlayerFactory makePlayer,
+                  QObject* parent = nullptr);
+    // Stops the jobs that can be stopped (the preview mix, captions, the export) and removes the preview
+    // file.
+    ~EditorSession() override;
+
+    const SessionPhase& phase() const { return m_phase; }
+    const OptionalDocument& document() const { return m_document; }
+    const OptionalUrl& packageUrl() const { return m_packageUrl; }
+    const OptionalText& lastError() const { return m_lastError; }
+    const OptionalUrl& lastExportUrl() const { return m_lastExportUrl; }
+    bool capturesSystemAudio() const { return m_capturesSystemAudio; }
+    bool capturesMicrophone() const { return m_capturesMicrophone; }
+    PlaybackEngine* playback() const { return m_playback; }
+    const OptionalCursor& cursorSampler() const { return m_cursorSampler; }
+    bool isRenderingAudioPreview() const { return m_isRenderingAudioPreview; }
+    const OptionalSeconds& selectionStart() const { return m_selectionStart; }
+    const OptionalSeconds& selectionEnd() const { return m_selectionEnd; }
+    const Waveform& waveform() const { return m_waveform; }
+    const OptionalBeat& selectedBeat() const { return m_selectedBeat; }
+    bool isTranscribing() const { return m_isTranscribing; }
+    const Locale& captionLocale() const { return m_captionLocale; }
+    const Locales& captionLocales() const { return m_captionLocales; }
+    const OptionalRetakeReport& retakeReport() const { return m_retakeReport; }
+    bool capturedWithAudio() const { return m_capturedWithAudio; }
+    bool isAnalysingSilence() const { return m_isAnalysingSilence; }
+    const OptionalCount& audioTrackCount() const { return m_audioTrackCount; }
+
+    void setLastError(OptionalText value);
+    void setCapturesSystemAudio(bool value);
+    void setCapturesMicrophone(bool value);
+    void setSelectionStart(OptionalSeconds value);
+    void setSelectionEnd(OptionalSeconds value);
+    void setSelectedBeat(OptionalBeat value);
+    void setCaptionLocale(Locale value);
+    void setRetakeReport(OptionalRetakeReport value);
+
+    // Asks for a package and opens it: the document, the package's place, the derived state, then the
+    // editing phase. A cancelled panel changes nothing; a package that can't be read sets lastError and
+    // leaves everything else as it was. Runs to its end in the caller's turn, the read included.
+    void open();
+    // Asks where to write the package, proposing the project's name (also when it came from a package),
+    // and writes it there. Nothing without a document; a cancelled panel changes nothing; a failed write
+    // sets lastError and leaves packageUrl as it was.
+    void save();
+    // The words a person reads for `error`, the same as the command-line tool's.
+    static std::string describe(const std::exception& error);
+
+    // Zoom. Each needs a document and does nothing without one; none rebuilds derived state.
+    // The camera regenerated in `style` from the telemetry, keeping the beats a person edited.
+    void setZoomStyle(CameraTrack::Style style);
+    void regenerateZoom();
+    void deleteBeat(Uuid id);
+    // A person's beat from `time` (source seconds) for 1 to 2.5 s, centred on the cursor there, and
+    // selected.
+    void addBeat(double time);
+
+    // Cuts. The selection is in output seconds; a cut shorter than 0.05 s of source is not made, and the
+    // selection then stays.
+    void cutSelection();
+    void clearSelection();
+    // The project's hand cuts sorted by start; empty without a document.
+    std::vector<Span> manualCuts() const;
+
+    // Music: a bed, or none to remove it; or one chosen in a file panel, with the usual levels.
+    void setMusic(std::optional<MusicBed> bed);
+    void chooseMusic();
+
+    // Silence cutting. The first switching-on with no stored analysis runs one; after that, on request.
+    void setSilence(SilenceTrim trim);
+    // One analysis at a time; the result lands in the project's trim.
+    void analyseSilence();
+
+    // Transcribes the recording's voice in captionLocale into the project's captions. One at a time; an
+    // empty transcription leaves the earlier captions as they were.
+    void generateCaptions();
+
+    // Pauses the player, asks where to write the movie and writes it, the phase carrying the progress.
+    // The phase is back at editing when it ends, a late progress report notwithstanding.
+    void exportMovie(const ExportPreset& preset);
+    // The presets whose shape is the canvas's, in catalogue order; all of them without a document.
+    std::vector<ExportPreset> matchingPresets() const;
+    // The rest, in catalogue order; none without a document.
+    std::vector<ExportPreset> mismatchedPresets() const;
+
+    // Summaries for the inspectors.
+    OptionalText audioWarning() const;
+    std::string audioTrackSummary() const;
+    int clickCount() const;
+    OptionalText trimSummary() const;
+
+    // The preview mix in use: a file in the temporary directory, removed when replaced and at the
+    // session's end. None while the recording's own sound plays.
+    const OptionalUrl& audioPreviewUrl() const { return m_audioPreviewUrl; }
+
+signals:
+    void phaseChanged(marlowick::SessionPhase phase);
+    void documentChanged();
+    void packageUrlChanged();
+    void lastErrorChanged();
+    void lastExportUrlChanged();
+    void capturesSystemAudioChanged(bool value);
+    void capturesMicrophoneChanged(bool value);
+    void cursorSamplerChanged();
+    void isRenderingAudioPreviewChanged(bool value);
+    void selectionStartChanged();
+    void selectionEndChanged();
+    void waveformChanged();
+    void selectedBeatChanged();
+    void isTranscribingChanged(bool value);
+    void captionLocaleChanged();
+    void retakeReportChanged();
+    void capturedWithAudioChanged(bool value);
+    void isAnalysingSilenceChanged(bool value);
+    void audioTrackCountChanged();
+
+private:
+    class ExportRelay;
+
+    void setPhase(SessionPhase value);
+    void setDocument(OptionalDocument value);
+    // Changes the open project in place and signals; nothing without a document.
+    void editProject(const std::function<void(Project&)>& edit);
+    void setPackageUrl(OptionalUrl value);
+    void setLastExportUrl(OptionalUrl value);
+    void setCursorSampler(OptionalCursor value);
+    void setWaveform(Waveform value);
+    void setIsTranscribing(bool value);
+    void setIsAnalysingSilence(bool value);
+    void setAudioTrackCount(OptionalCount value);
+    // Removes the file of the preview it replaces.
+    void setAudioPreviewUrl(OptionalUrl value);
+    void rendersInFlightChanged(int delta);
+
+    // Derived state, rebuilt after each edit that touches it.
+    void refreshDerivedState();
+    void rebuildCursor();
+    // Cancels the preview job before, and starts a new one: after 350 ms without a newer call, it renders
+    // the mix when the sound needs processing, then loads the player.
+    void reloadPlayback(bool renderingAudio);
+    QCoro::Task<> runPreviewJob(MarlowickDocument document, TimeMap trim, bool renderingAudio,
+                                std::stop_token stop);
+    QCoro::Task<std::optional<Url>> renderAudioPreview(MarlowickDocument document, TimeMap trim,
+                                                       std::stop_token stop);
+    void loadWaveform();
+    QCoro::Task<> runWaveformJob(std::filesystem::path movie, std::optional<TimeMap> trim);
+    void probeAudioTracks();
+    QCoro::Task<> runTrackProbe(std::filesystem::path movie);
+
+    QCoro::Task<> runSilenceAnalysis(Project project);
+    QCoro::Task<> runTranscription(Project project, Locale locale);
+    QCoro::Task<> runExport(MarlowickDocument document, ExportPreset preset, std::filesystem::path target,
+                            std::uint64_t exportNumber);
+
+    std::unique_ptr<FilePanels> m_panels;
+    PlaybackEngine* m_playback; // a child, never replaced
+
+    SessionPhase m_phase;
+    OptionalDocument m_document;
+    OptionalUrl m_packageUrl;
+    OptionalText m_lastError;
+    OptionalUrl m_lastExportUrl;
+    bool m_capturesSystemAudio = true;
+    bool m_capturesMicrophone = false;
+    OptionalCursor m_cursorSampler;
+    bool m_isRenderingAudioPreview = false;
+    OptionalUrl m_audioPreviewUrl;
+    OptionalSeconds m_selectionStart;
+    OptionalSeconds m_selectionEnd;
+    Waveform m_waveform;
+    OptionalBeat m_selectedBeat;
+    bool m_isTranscribing = false;
+    Locale m_captionLocale;
+    Locales m_captionLocales;
+    OptionalRetakeReport m_retakeReport;
+    bool m_capturedWithAudio = true;
+    bool m_isAnalysingSilence = false;
+    OptionalCount m_audioTrackCount;
+
+    // The latest preview job: stopping this source cancels it, its debounce and its render.
+    std::stop_source m_previewStop;
+    // The latest preview job's debounce timer while it waits; a cancellation fires it at once.
+    QPointer<QTimer> m_previewDebounce;
+    // Preview renders not yet ended, a cancelled one included; the flag is up while there is one.
+    int m_rendersInFlight = 0;
+    // Stopped when the session ends: the transcription and the export hear it.
+    std::stop_source m_lifetime;
+    // Rises with each export started, so that a progress report of an ended export is dropped.
+    std::uint64_t m_exportNumber = 0;
+    // Shared with the progress callbacks of the exports; cut off from the session when it ends.
+    std::shared_ptr<ExportRelay> m_exportRelay;
+};
+
+} // namespace marlowick

@@ -1,0 +1,439 @@
+// The edits of the open project and the jobs run on it: zoom, cuts, music, silence, captions, export, and
+// the summaries the inspectors print. Each changes the document, then rebuilds just the derived state the
+// change touches.
+
+#include "session/EditorSession.h"
+
+#include "audio/AudioRenderer.h"
+#include "audio/SilenceDetector.h"
+#include "captions/CaptionTranscriber.h"
+#include "export/Exporter.h"
+#include "messages/Describe.h"
+#include "session/ExportRelay.h"
+#include "trajectory/ZoomDirector.h"
+
+#include <QCoroFuture>
+#include <QtConcurrent/QtConcurrentRun>
+
+#include <algorithm>
+#include <cstdio>
+#include <system_error>
+
+namespace marlowick {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A hand cut must remove more than this much source time.
+constexpr double shortestManualCut = 0.05;
+// A new beat runs from the playhead for 1 to 2.5 s, and at least the shortest beat.
+constexpr double newBeatShortest = 1.0;
+constexpr double newBeatLongest = 2.5;
+constexpr double newBeatScale = 1.6;
+constexpr double newBeatRamp = 0.35;
+// Cues of at most 8 words, and a new cue after a pause of 0.6 s.
+constexpr std::size_t cueMaximumWords = 8;
+constexpr double cuePauseBreak = 0.6;
+
+// How a job off the session's thread ended: its value, or a message.
+template <class Value> struct JobOutcome {
+    std::optional<Value> value;
+    std::string error;
+};
+
+JobOutcome<TimeMap> detectSilence(fs::path movie, SilenceTrim settings) {
+    try {
+        return {SilenceDetector{}.detect(movie, settings), {}};
+    } catch (const std::exception& error) {
+        return {std::nullopt, describe(error)};
+    }
+}
+
+// The voice written to `voiceFile` and heard in `locale`; the file is left for the caller to remove.
+JobOutcome<std::vector<CaptionTrack::Word>> transcribeVoice(fs::path movie, fs::path voiceFile, Locale locale,
+                                                            std::stop_token stop) {
+    try {
+        AudioRenderer{}.extractVoice(movie, voiceFile);
+        return {CaptionTranscriber::transcribe(voiceFile, locale, stop), {}};
+    } catch (const std::exception& error) {
+        return {std::nullopt, describe(error)};
+    }
+}
+
+std::string_view extensionOf(ExportPreset::Container container) {
+    switch (container) {
+    case ExportPreset::Container::mp4:
+        return "mp4";
+    case ExportPreset::Container::mov:
+        return "mov";
+    case ExportPreset::Container::webm:
+        return "webm";
+    case ExportPreset::Container::gif:
+        return "gif";
+    }
+    return "mp4";
+}
+
+} // namespace
+
+// Zoom.
+
+void EditorSession::setZoomStyle(CameraTrack::Style style) {
+    editProject([&](Project& project) {
+        Recording recording = project.source;
+        recording.inputEvents = m_document->telemetry();
+        ZoomDirector director;
+        director.style = style;
+        project.camera = director.regenerate(project.camera, recording);
+        project.camera.style = style;
+    });
+}
+
+void EditorSession::regenerateZoom() {
+    if (m_document) {
+        setZoomStyle(m_document->project.camera.style);
+    }
+}
+
+void EditorSession::deleteBeat(Uuid id) {
+    if (!m_document) {
+        return;
+    }
+    editProject([&](Project& project) { project.camera.remove(id); });
+    if (m_selectedBeat == id) {
+        setSelectedBeat(std::nullopt);
+    }
+}
+
+void EditorSession::addBeat(double time) {
+    if (!m_document) {
+        return;
+    }
+    Point center{0.5, 0.5};
+    if (m_cursorSampler) {
+        if (const std::optional<CursorFrame> frame = m_cursorSampler->frameAt(time)) {
+            center = frame->position;
+        }
+    }
+    // A beat near the end may run past the recording's end, by up to a second.
+    const double wantedEnd = std::min(std::max(m_document->project.source.duration, time + newBeatShortest),
+                                      time + newBeatLongest);
+    // The beat's constructor raises the start to 0 and the end to the shortest beat after it.
+    const ZoomBeat beat(Uuid::random(), time, wantedEnd, center, newBeatScale, newBeatRamp, newBeatRamp,
+                        Easing::easeInOut, false);
+    editProject([&](Project& project) { project.camera.beats.push_back(beat); });
+    setSelectedBeat(beat.id);
+}
+
+// Cuts.
+
+void EditorSession::cutSelection() {
+    if (!m_document || !m_selectionStart || !m_selectionEnd) {
+        return;
+    }
+    const TimeMap trim = m_document->project.effectiveTrim();
+    const double from = trim.sourceTimeForOutput(std::min(*m_selectionStart, *m_selectionEnd));
+    const double to = trim.sourceTimeForOutput(std::max(*m_selectionStart, *m_selectionEnd));
+    if (!(to - from > shortestManualCut)) {
+        return;
+    }
+    editProject([&](Project& project) { project.manualCuts.push_back(Span(Range{from, to})); });
+    clearSelection();
+    rebuildCursor();
+    reloadPlayback(true);
+    loadWaveform();
+}
+
+void EditorSession::clearSelection() {
+    setSelectionStart(std::nullopt);
+    setSelectionEnd(std::nullopt);
+}
+
+std::vector<Span> EditorSession::manualCuts() const {
+    if (!m_document) {
+        return {};
+    }
+    std::vector<Span> cuts = m_document->project.manualCuts;
+    std::stable_sort(cuts.begin(), cuts.end(),
+                     [](const Span& a, const Span& b) { return a.start < b.start; });
+    return cuts;
+}
+
+// Music.
+
+void EditorSession::setMusic(std::optional<MusicBed> bed) {
+    if (!m_document) {
+        return;
+    }
+    editProject([&](Project& project) { project.audio.music = std::move(bed); });
+    reloadPlayback(true);
+}
+
+void EditorSession::chooseMusic() {
+    if (!m_document) {
+        return;
+    }
+    const std::optional<fs::path> chosen = m_panels->chooseFile(FilePanels::FileKind::audio);
+    if (!chosen) {
+        return;
+    }
+    setMusic(MusicBed::forFile(Url::fileUrl(*chosen)));
+}
+
+// Silence.
+
+void EditorSession::setSilence(SilenceTrim trim) {
+    if (!m_document) {
+        return;
+    }
+    const bool wasEnabled = m_document->project.audio.silence.isEnabled;
+    editProject([&](Project& project) { project.audio.silence = trim; });
+    rebuildCursor();
+    reloadPlayback(true);
+    loadWaveform();
+    // The first switching-on runs the analysis by itself; after that it runs on request.
+    if (trim.isEnabled && !wasEnabled && !m_document->project.trim) {
+        analyseSilence();
+    }
+}
+
+void EditorSession::analyseSilence() {
+    if (!m_document || m_isAnalysingSilence) {
+        return;
+    }
+    setIsAnalysingSilence(true);
+    setLastError(std::nullopt);
+    runSilenceAnalysis(m_document->project);
+}
+
+QCoro::Task<> EditorSession::runSilenceAnalysis(Project project) {
+    const QPointer<EditorSession> self(this);
+    QFuture<JobOutcome<TimeMap>> detecting =
+        QtConcurrent::run(detectSilence, project.source.mediaURL.path(), project.audio.silence);
+    const JobOutcome<TimeMap> outcome = co_await detecting;
+    if (!self) {
+        co_return;
+    }
+    // The result goes into the document as it is now: the person may have edited on meanwhile.
+    if (outcome.value && m_document) {
+        const bool found = !outcome.value->isIdentity();
+        std::optional<TimeMap> trim;
+        if (found) {
+            trim = outcome.value;
+        }
+        editProject([&](Project& current) { current.trim = trim; });
+        rebuildCursor();
+        reloadPlayback(true);
+        loadWaveform();
+        if (!found) {
+            setLastError("No silence long enough to cut. Try a shorter minimum or a higher threshold.");
+        }
+    } else if (!outcome.value) {
+        setLastError("Could not analyse audio: " + outcome.error);
+    }
+    setIsAnalysingSilence(false);
+}
+
+// Captions.
+
+void EditorSession::generateCaptions() {
+    if (!m_document || m_isTranscribing) {
+        return;
+    }
+    setIsTranscribing(true);
+    setLastError(std::nullopt);
+    runTranscription(m_document->project, m_captionLocale);
+}
+
+QCoro::Task<> EditorSession::runTranscription(Project project, Locale locale) {
+    // Linux asks nobody for speech recognition: the permission is Marlowick's own setting.
+    if (CaptionTranscriber::requestAuthorization() != SpeechAuthorization::granted) {
+        setLastError("Speech Recognition permission is required. Allow speech recognition in Marlowick's "
+                     "settings on this computer, then try again.");
+        setIsTranscribing(false);
+        co_return;
+    }
+    const fs::path voiceFile =
+        fs::temp_directory_path() / ("marlowick-voice-" + Uuid::random().toString() + ".m4a");
+    const QPointer<EditorSession> self(this);
+    QFuture<JobOutcome<std::vector<CaptionTrack::Word>>> transcribing = QtConcurrent::run(
+        transcribeVoice, project.source.mediaURL.path(), voiceFile, locale, m_lifetime.get_token());
+    const JobOutcome<std::vector<CaptionTrack::Word>> outcome = co_await transcribing;
+    std::error_code ignored;
+    fs::remove(voiceFile, ignored);
+    if (!self) {
+        co_return;
+    }
+    if (!outcome.value) {
+        setLastError(outcome.error);
+    } else if (outcome.value->empty()) {
+        setLastError("No speech recognised in " + locale.displayName() +
+                     ". If you were speaking another language, change it under Captions.");
+    } else if (m_document) {
+        const std::vector<CaptionTrack::Cue> cues =
+            CaptionTrack::cuesFromWords(*outcome.value, cueMaximumWords, cuePauseBreak);
+        editProject([&](Project& current) {
+            CaptionTrack track;
+            track.cues = cues;
+            track.isEnabled = true;
+            if (current.captions) {
+                track.style = current.captions->style;
+            }
+            current.captions = std::move(track);
+        });
+    }
+    setIsTranscribing(false);
+}
+
+// Export.
+
+void EditorSession::exportMovie(const ExportPreset& preset) {
+    if (!m_document) {
+        return;
+    }
+    // Paused before the panel shows, and left paused if the person cancels.
+    m_playback->pause();
+    const std::string suggested = m_document->project.name + "." + std::string(extensionOf(preset.container));
+    const std::optional<fs::path> chosen = m_panels->saveFile(suggested);
+    if (!chosen) {
+        return;
+    }
+    setPhase(SessionPhase::exporting(0));
+    setLastError(std::nullopt);
+    runExport(*m_document, preset, *chosen, ++m_exportNumber);
+}
+
+QCoro::Task<> EditorSession::runExport(MarlowickDocument document, ExportPreset preset, fs::path target,
+                                       std::uint64_t exportNumber) {
+    const QPointer<EditorSession> self(this);
+    std::shared_ptr<ExportRelay> relay = m_exportRelay;
+    const std::stop_token stop = m_lifetime.get_token();
+    const auto work = [document = std::move(document), preset = std::move(preset), target, relay, stop,
+                       exportNumber]() -> JobOutcome<fs::path> {
+        try {
+            const auto onProgress = [&relay, exportNumber](const Exporter::Progress& progress) {
+                const double fraction = progress.totalFrames == 0
+                                            ? 0.0
+                                            : std::min(static_cast<double>(progress.completedFrames) /
+                                                           static_cast<double>(progress.totalFrames),
+                                                       1.0);
+                relay->post(exportNumber, fraction);
+            };
+            return {Exporter{}.exportMovie(document.project, document.telemetry(), preset, target, onProgress,
+                                           stop),
+                    {}};
+        } catch (const std::exception& error) {
+            return {std::nullopt, describe(error)};
+        }
+    };
+    QFuture<JobOutcome<fs::path>> exporting = QtConcurrent::run(work);
+    const JobOutcome<fs::path> outcome = co_await exporting;
+    if (!self) {
+        co_return;
+    }
+    if (outcome.value) {
+        setLastExportUrl(Url::fileUrl(target));
+    } else {
+        setLastError(outcome.error);
+    }
+    // Progress reports still queued carry this export's number: the next export's number drops them.
+    if (m_exportNumber == exportNumber) {
+        ++m_exportNumber;
+    }
+    setPhase(SessionPhase::editing());
+}
+
+std::vector<ExportPreset> EditorSession::matchingPresets() const {
+    if (!m_document) {
+        return ExportPreset::all();
+    }
+    return ExportPreset::matching(m_document->project.canvas.ratio);
+}
+
+std::vector<ExportPreset> EditorSession::mismatchedPresets() const {
+    if (!m_document) {
+        return {};
+    }
+    std::vector<ExportPreset> others;
+    for (const ExportPreset& preset : ExportPreset::all()) {
+        if (preset.ratio() != m_document->project.canvas.ratio) {
+            others.push_back(preset);
+        }
+    }
+    return others;
+}
+
+// Summaries.
+
+EditorSession::OptionalText EditorSession::audioWarning() const {
+    if (!m_document) {
+        return std::nullopt;
+    }
+    const Recording& source = m_document->project.source;
+    if (m_audioTrackCount == 0) {
+        return "This recording has no audio track at all. Enable System audio or Microphone before "
+               "recording.";
+    }
+    if (!source.capturedMicrophone && source.capturedSystemAudio) {
+        return "No voice here: the microphone was off. Tick Microphone on the record screen before "
+               "recording.";
+    }
+    if (!source.capturedMicrophone && !source.capturedSystemAudio) {
+        return "This recording has no audio — neither source was enabled.";
+    }
+    if (source.capturedMicrophone && source.capturedSystemAudio && m_audioTrackCount &&
+        *m_audioTrackCount < 2) {
+        return "The microphone was requested but no voice track was recorded. Check that a microphone is the "
+               "sound server's default source on this computer ('pactl list short sources' lists them, "
+               "'pactl set-default-source NAME' picks one), then record again.";
+    }
+    return std::nullopt;
+}
+
+std::string EditorSession::audioTrackSummary() const {
+    if (!m_document) {
+        return "No recording";
+    }
+    const Recording& source = m_document->project.source;
+    std::string requested;
+    if (source.capturedSystemAudio) {
+        requested = "system";
+    }
+    if (source.capturedMicrophone) {
+        requested += requested.empty() ? "microphone" : " + microphone";
+    }
+    if (requested.empty()) {
+        requested = "nothing";
+    }
+    const std::string count = m_audioTrackCount ? std::to_string(*m_audioTrackCount) : "…";
+    return "Requested: " + requested + " · in the file: " + count + " audio track(s)";
+}
+
+int EditorSession::clickCount() const {
+    if (!m_document) {
+        return 0;
+    }
+    return static_cast<int>(
+        std::count_if(m_document->telemetry().begin(), m_document->telemetry().end(),
+                      [](const InputEvent& e) { return e.kind == InputEvent::Kind::down; }));
+}
+
+EditorSession::OptionalText EditorSession::trimSummary() const {
+    if (!m_document) {
+        return std::nullopt;
+    }
+    const Project& project = m_document->project;
+    if (!project.audio.silence.isEnabled || !project.trim || project.trim->isIdentity()) {
+        return std::nullopt;
+    }
+    const TimeMap& trim = *project.trim;
+    const double removed = trim.removedDuration();
+    const double percent = project.source.duration > 0 ? removed / project.source.duration * 100 : 0;
+    char text[128];
+    std::snprintf(text, sizeof text, "%d cuts · %.1fs removed (%.0f%%) · exports at %.1fs",
+                  static_cast<int>(trim.removals().size()), removed, percent, trim.outputDuration());
+    return std::string(text);
+}
+
+} // namespace marlowick

@@ -1,0 +1,413 @@
+// The session driven as the window drives it, over real packages and movies and a fake player: opening and
+// saving, the derived state after each edit, the debounced preview mix, silence analysis and export.
+
+#include "session/EditorSession.h"
+#include "support/TempDir.h"
+#include "trajectory/NewRecording.h"
+
+#include <QCoreApplication>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <deque>
+
+using namespace marlowick;
+using namespace marlowick::test;
+namespace fs = std::filesystem;
+
+namespace {
+
+class NoFrames : public VideoOutput {
+public:
+    bool hasNewFrame(double) const override { return false; }
+    std::optional<PlayerFrame> frameAt(double) override { return std::nullopt; }
+};
+
+// Counts the players the engine opened and keeps the last item.
+struct OpenedItems {
+    std::vector<PlayerItem> items;
+};
+
+class RecordingPlayer : public Player {
+public:
+    explicit RecordingPlayer(std::shared_ptr<OpenedItems> opened)
+        : m_opened(std::move(opened)) {}
+    void open(PlayerItem item, PlayerCallbacks) override { m_opened->items.push_back(std::move(item)); }
+    void play() override {}
+    void pause() override {}
+    void seek(double) override {}
+    double currentTime() const override { return 0; }
+    VideoOutput& videoOutput() override { return m_output; }
+
+private:
+    std::shared_ptr<OpenedItems> m_opened;
+    NoFrames m_output;
+};
+
+// Answers each panel with the next path queued for it, or nothing once the queue is empty, and notes the
+// names proposed.
+class FakePanels : public FilePanels {
+public:
+    std::deque<fs::path> packagesToOpen;
+    std::deque<fs::path> packagesToSave;
+    std::deque<fs::path> filesToChoose;
+    std::deque<fs::path> filesToSave;
+    std::vector<std::string> proposedNames;
+    int shown = 0;
+
+    std::optional<fs::path> openPackage() override { return next(packagesToOpen); }
+    std::optional<fs::path> savePackage(const std::string& name) override {
+        proposedNames.push_back(name);
+        return next(packagesToSave);
+    }
+    std::optional<fs::path> chooseFile(FileKind) override { return next(filesToChoose); }
+    std::optional<fs::path> saveFile(const std::string& name) override {
+        proposedNames.push_back(name);
+        return next(filesToSave);
+    }
+
+private:
+    std::optional<fs::path> next(std::deque<fs::path>& queue) {
+        ++shown;
+        if (queue.empty()) {
+            return std::nullopt;
+        }
+        fs::path path = queue.front();
+        queue.pop_front();
+        return path;
+    }
+};
+
+void ffmpeg(const std::string& arguments, const fs::path& path) {
+    const std::string command = "ffmpeg -v error -y " + arguments + " '" + path.string() + "'";
+    ASSERT_EQ(std::system(command.c_str()), 0) << command;
+}
+
+bool waitFor(const std::function<bool()>& condition) {
+    return QTest::qWaitFor(condition, 60000);
+}
+
+class EditorSessionTest : public ::testing::Test {
+protected:
+    // An 8 s take at 320x180 and 10 frames a second whose one sound track is silent from 2 to 3.5 s and
+    // from 5 to 6.5 s, with a pointer walk and a click every second; and a short music file.
+    static void SetUpTestSuite() {
+        s_dir = new TempDir;
+        ffmpeg("-f lavfi -i testsrc2=size=320x180:rate=10 -f lavfi -i sine=frequency=300:sample_rate=48000 "
+               "-af \"volume=enable='between(t,2,3.5)+between(t,5,6.5)':volume=0\" -t 8 -c:v libx264 "
+               "-pix_fmt yuv420p -c:a aac",
+               *s_dir / "take.mp4");
+        ffmpeg("-f lavfi -i sine=frequency=440:sample_rate=48000 -t 2 -c:a aac", *s_dir / "music.m4a");
+        Recording recording;
+        recording.mediaURL = Url::fileUrl(*s_dir / "take.mp4");
+        recording.size = {320, 180};
+        recording.frameRate = 10;
+        recording.duration = 8;
+        recording.capturedSystemAudio = true;
+        for (int i = 0; i < 80; ++i) {
+            const double t = i * 0.1;
+            const Point location{20.0 + i * 3, 30.0 + (i % 10) * 10};
+            recording.inputEvents.push_back({t, InputEvent::Kind::move, location});
+            if (i % 10 == 5) {
+                recording.inputEvents.push_back({t + 0.02, InputEvent::Kind::down, location});
+                recording.inputEvents.push_back({t + 0.05, InputEvent::Kind::up, location});
+            }
+        }
+        documentForNewRecording(recording, "Demo").write(package());
+    }
+    static void TearDownTestSuite() {
+        delete s_dir;
+        s_dir = nullptr;
+    }
+
+    static fs::path package() { return *s_dir / "Demo.marlowick"; }
+
+    void SetUp() override {
+        auto panels = std::make_unique<FakePanels>();
+        m_panels = panels.get();
+        m_session = std::make_unique<EditorSession>(
+            std::move(panels), [opened = m_opened] { return std::make_unique<RecordingPlayer>(opened); });
+    }
+
+    // Opens the sample package and waits until the first preview has reached the player and the probe
+    // and waveform are in.
+    void openSample() {
+        m_panels->packagesToOpen.push_back(package());
+        m_session->open();
+        ASSERT_TRUE(waitFor([&] {
+            return !m_opened->items.empty() && m_session->audioTrackCount() && !m_session->waveform().empty();
+        }));
+    }
+
+    static TempDir* s_dir;
+    std::shared_ptr<OpenedItems> m_opened = std::make_shared<OpenedItems>();
+    FakePanels* m_panels = nullptr;
+    std::unique_ptr<EditorSession> m_session;
+};
+
+TempDir* EditorSessionTest::s_dir = nullptr;
+
+TEST_F(EditorSessionTest, OpenAndSaveGoThroughThePanelsAndAFailureLeavesWhatWasThere) {
+    // Cancelled panels and a save without a project change nothing.
+    QSignalSpy phases(m_session.get(), &EditorSession::phaseChanged);
+    m_session->open();
+    m_session->save();
+    EXPECT_EQ(m_panels->shown, 1);
+    EXPECT_FALSE(m_session->document());
+    EXPECT_EQ(m_session->phase(), SessionPhase::idle());
+
+    // A folder that isn't a package: the message, and nothing else.
+    m_panels->packagesToOpen.push_back(s_dir->path());
+    m_session->open();
+    ASSERT_TRUE(m_session->lastError());
+    EXPECT_FALSE(m_session->document());
+    EXPECT_EQ(m_session->phase(), SessionPhase::idle());
+    EXPECT_EQ(phases.count(), 0);
+
+    openSample();
+    EXPECT_EQ(m_session->phase(), SessionPhase::editing());
+    EXPECT_EQ(m_session->packageUrl(), Url::fileUrl(package()));
+    EXPECT_EQ(m_session->document()->project.name, "Demo");
+    EXPECT_TRUE(m_session->cursorSampler());
+    EXPECT_EQ(m_session->audioTrackCount(), 1);
+    EXPECT_EQ(m_session->waveform().size(), 600u);
+    EXPECT_EQ(m_session->clickCount(), 8);
+    EXPECT_EQ(m_session->audioTrackSummary(), "Requested: system · in the file: 1 audio track(s)");
+    EXPECT_EQ(
+        m_session->audioWarning(),
+        "No voice here: the microphone was off. Tick Microphone on the record screen before recording.");
+
+    // A failed open keeps the open project and the phase.
+    m_panels->packagesToOpen.push_back(*s_dir / "missing.marlowick");
+    m_session->open();
+    EXPECT_TRUE(m_session->lastError());
+    EXPECT_EQ(m_session->phase(), SessionPhase::editing());
+    EXPECT_EQ(m_session->packageUrl(), Url::fileUrl(package()));
+
+    // Every save asks, proposing the project's name, also with a package already known.
+    m_session->save();
+    EXPECT_EQ(m_panels->proposedNames.back(), "Demo.marlowick");
+    EXPECT_EQ(m_session->packageUrl(), Url::fileUrl(package()));
+    m_panels->packagesToSave.push_back(*s_dir / "Copy.marlowick");
+    m_session->save();
+    EXPECT_EQ(m_session->packageUrl(), Url::fileUrl(*s_dir / "Copy.marlowick"));
+    EXPECT_EQ(MarlowickDocument::read(*s_dir / "Copy.marlowick").project.name, "Demo");
+    // A plain file is never replaced by a package: the message, and the place stays.
+    m_session->setLastError(std::nullopt);
+    m_panels->packagesToSave.push_back(*s_dir / "music.m4a");
+    m_session->save();
+    EXPECT_TRUE(m_session->lastError());
+    EXPECT_EQ(m_session->packageUrl(), Url::fileUrl(*s_dir / "Copy.marlowick"));
+}
+
+TEST_F(EditorSessionTest, EqualWritesDontSignal) {
+    QSignalSpy starts(m_session.get(), &EditorSession::selectionStartChanged);
+    QSignalSpy errors(m_session.get(), &EditorSession::lastErrorChanged);
+    QSignalSpy microphone(m_session.get(), &EditorSession::capturesMicrophoneChanged);
+    m_session->setSelectionStart(std::nullopt);
+    m_session->setSelectionStart(2.0);
+    m_session->setSelectionStart(2.0);
+    m_session->setLastError(std::string("x"));
+    m_session->setLastError(std::string("x"));
+    m_session->setLastError(std::nullopt);
+    m_session->setLastError(std::nullopt);
+    m_session->setCapturesMicrophone(false);
+    m_session->setCapturesMicrophone(true);
+    EXPECT_EQ(starts.count(), 1);
+    EXPECT_EQ(errors.count(), 2);
+    EXPECT_EQ(microphone.count(), 1);
+    // Without a project the edits do nothing and the summaries say so.
+    m_session->addBeat(1);
+    m_session->cutSelection();
+    EXPECT_FALSE(m_session->document());
+    EXPECT_EQ(m_session->audioTrackSummary(), "No recording");
+    EXPECT_EQ(m_session->matchingPresets(), ExportPreset::all());
+    EXPECT_TRUE(m_session->mismatchedPresets().empty());
+}
+
+TEST_F(EditorSessionTest, ZoomEditsChangeTheCameraAndTheSelectedBeat) {
+    openSample();
+    const std::size_t generated = m_session->document()->project.camera.beats.size();
+    ASSERT_GT(generated, 0u);
+    m_session->setZoomStyle(CameraTrack::Style::subtle);
+    EXPECT_EQ(m_session->document()->project.camera.style, CameraTrack::Style::subtle);
+    EXPECT_EQ(m_session->document()->project.camera.beats.size(), generated);
+
+    // A beat near the end runs past it by up to a second; one before 0 starts at 0.
+    m_session->addBeat(7.5);
+    ZoomBeat added = m_session->document()->project.camera.beats.back();
+    EXPECT_EQ(m_session->selectedBeat(), added.id);
+    EXPECT_DOUBLE_EQ(added.end, 8.5);
+    EXPECT_EQ(added.scale, 1.6);
+    EXPECT_FALSE(added.isGenerated);
+    EXPECT_NE(added.center, (Point{0.5, 0.5})); // on the cursor
+    m_session->addBeat(-1);
+    EXPECT_EQ(m_session->document()->project.camera.beats.back().start, 0);
+    m_session->addBeat(2);
+    EXPECT_DOUBLE_EQ(m_session->document()->project.camera.beats.back().end, 4.5);
+
+    // Regenerating keeps the person's beats; deleting the selected one clears the selection.
+    m_session->regenerateZoom();
+    EXPECT_EQ(m_session->document()->project.camera.beats.size(), generated + 3);
+    const Uuid selected = *m_session->selectedBeat();
+    m_session->deleteBeat(selected);
+    EXPECT_FALSE(m_session->selectedBeat());
+    EXPECT_EQ(m_session->document()->project.camera.beats.size(), generated + 2);
+}
+
+TEST_F(EditorSessionTest, ACutRebuildsTheCursorTheWaveformAndThePlayer) {
+    openSample();
+    const std::size_t loads = m_opened->items.size();
+    QSignalSpy cursors(m_session.get(), &EditorSession::cursorSamplerChanged);
+    QSignalSpy waveforms(m_session.get(), &EditorSession::waveformChanged);
+
+    // 0.05 s is too short: no cut, and the selection stays.
+    m_session->setSelectionStart(3.0);
+    m_session->setSelectionEnd(3.05);
+    m_session->cutSelection();
+    EXPECT_TRUE(m_session->manualCuts().empty());
+    EXPECT_EQ(m_session->selectionEnd(), 3.05);
+
+    // Right to left cuts the same as left to right.
+    m_session->setSelectionStart(4.0);
+    m_session->setSelectionEnd(1.0);
+    m_session->cutSelection();
+    ASSERT_EQ(m_session->manualCuts().size(), 1u);
+    EXPECT_EQ(m_session->manualCuts()[0].range(), (Range{1, 4}));
+    EXPECT_FALSE(m_session->selectionStart());
+    EXPECT_FALSE(m_session->selectionEnd());
+    EXPECT_EQ(cursors.count(), 1);
+    ASSERT_TRUE(waitFor([&] { return m_opened->items.size() > loads && waveforms.count() > 0; }));
+    EXPECT_EQ(m_opened->items.back().duration(), 5);
+    // The cursor now runs on output time: the clicks inside the cut are gone, the later ones 3 s earlier.
+    const std::vector<double> clicks = m_session->cursorSampler()->clicks;
+    ASSERT_EQ(clicks.size(), 5u);
+    EXPECT_NEAR(clicks[0], 0.52, 1e-9);
+    EXPECT_NEAR(clicks[1], 1.52, 1e-9);
+    EXPECT_NEAR(clicks[4], 4.52, 1e-9);
+
+    // A second cut is chosen on the edited timeline: output 1.5 to 2.5 is source 4.5 to 5.5.
+    m_session->setSelectionStart(1.5);
+    m_session->setSelectionEnd(2.5);
+    m_session->cutSelection();
+    ASSERT_EQ(m_session->manualCuts().size(), 2u);
+    EXPECT_EQ(m_session->manualCuts()[1].range(), (Range{4.5, 5.5}));
+}
+
+TEST_F(EditorSessionTest, ABurstOfMusicChangesRendersThePreviewOnce) {
+    openSample();
+    ASSERT_TRUE(m_session->audioPreviewUrl());
+    const fs::path first = m_session->audioPreviewUrl()->path();
+    EXPECT_TRUE(fs::exists(first));
+    const std::size_t loads = m_opened->items.size();
+    QSignalSpy renders(m_session.get(), &EditorSession::isRenderingAudioPreviewChanged);
+
+    MusicBed bed = MusicBed::forFile(Url::fileUrl(*s_dir / "music.m4a"));
+    for (int step = 0; step < 20; ++step) {
+        bed.gain = 0.05 * step;
+        m_session->setMusic(bed);
+        QTest::qWait(40);
+    }
+    ASSERT_TRUE(
+        waitFor([&] { return m_opened->items.size() > loads && !m_session->isRenderingAudioPreview(); }));
+    QTest::qWait(500);
+    EXPECT_EQ(m_opened->items.size(), loads + 1);
+    ASSERT_EQ(renders.count(), 2); // up once and down once
+    EXPECT_EQ(renders[0][0].toBool(), true);
+    EXPECT_EQ(m_session->document()->project.audio.music->gain, 0.05 * 19);
+
+    // The new mix replaced the old file, and goes with the session.
+    ASSERT_TRUE(m_session->audioPreviewUrl());
+    const fs::path second = m_session->audioPreviewUrl()->path();
+    EXPECT_NE(second, first);
+    EXPECT_FALSE(fs::exists(first));
+    EXPECT_TRUE(fs::exists(second));
+    ASSERT_FALSE(m_opened->items.back().composition.audio.empty());
+    EXPECT_EQ(m_opened->items.back().composition.audio[0].file, second);
+    m_session.reset();
+    EXPECT_FALSE(fs::exists(second));
+}
+
+TEST_F(EditorSessionTest, SilenceAnalysisFindsThePausesOfTheTake) {
+    openSample();
+    QSignalSpy analysing(m_session.get(), &EditorSession::isAnalysingSilenceChanged);
+    SilenceTrim trim = m_session->document()->project.audio.silence;
+    trim.isEnabled = true;
+    m_session->setSilence(trim);
+    EXPECT_TRUE(m_session->isAnalysingSilence());
+    ASSERT_TRUE(waitFor([&] { return !m_session->isAnalysingSilence(); }));
+    EXPECT_EQ(analysing.count(), 2);
+    EXPECT_FALSE(m_session->lastError()) << *m_session->lastError();
+    const std::optional<TimeMap>& found = m_session->document()->project.trim;
+    ASSERT_TRUE(found);
+    ASSERT_EQ(found->removals().size(), 2u);
+    EXPECT_NEAR(found->removals()[0].lower, 2.12, 0.06);
+    EXPECT_NEAR(found->removals()[0].upper, 3.38, 0.06);
+    EXPECT_NEAR(found->removals()[1].lower, 5.12, 0.06);
+    EXPECT_NEAR(found->removals()[1].upper, 6.38, 0.06);
+    const std::string expected =
+        "2 cuts · " + QString::number(found->removedDuration(), 'f', 1).toStdString() + "s removed (" +
+        QString::number(found->removedDuration() / 8 * 100, 'f', 0).toStdString() + "%) · exports at " +
+        QString::number(found->outputDuration(), 'f', 1).toStdString() + "s";
+    EXPECT_EQ(m_session->trimSummary(), expected);
+
+    // Switched off and on again with a stored analysis: no new analysis.
+    trim.isEnabled = false;
+    m_session->setSilence(trim);
+    EXPECT_FALSE(m_session->trimSummary());
+    trim.isEnabled = true;
+    m_session->setSilence(trim);
+    EXPECT_FALSE(m_session->isAnalysingSilence());
+    // The player plays the take without its pauses.
+    ASSERT_TRUE(waitFor([&] {
+        return !m_opened->items.empty() &&
+               std::abs(m_opened->items.back().duration() - found->outputDuration()) < 1e-9;
+    }));
+}
+
+TEST_F(EditorSessionTest, AnExportCarriesItsProgressAndEndsInTheEditor) {
+    openSample();
+    ExportPreset small = ExportPreset::free();
+    small.id = "small";
+    small.size = {320, 180};
+    small.frameRate = 10;
+
+    std::vector<double> progress;
+    QObject::connect(m_session.get(), &EditorSession::phaseChanged, [&](SessionPhase phase) {
+        if (phase.kind() == SessionPhase::Kind::exporting) {
+            progress.push_back(phase.progress());
+        }
+    });
+
+    // Cancelled: nothing starts.
+    m_session->exportMovie(small);
+    EXPECT_EQ(m_panels->proposedNames.back(), "Demo.mp4");
+    EXPECT_EQ(m_session->phase(), SessionPhase::editing());
+
+    const fs::path target = *s_dir / "Demo.mp4";
+    m_panels->filesToSave.push_back(target);
+    m_session->exportMovie(small);
+    EXPECT_EQ(m_session->phase(), SessionPhase::exporting(0));
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::editing(); }));
+    QTest::qWait(100); // a late progress report must not bring the phase back
+    EXPECT_EQ(m_session->phase(), SessionPhase::editing());
+    EXPECT_FALSE(m_session->lastError()) << *m_session->lastError();
+    EXPECT_EQ(m_session->lastExportUrl(), Url::fileUrl(target));
+    EXPECT_TRUE(fs::exists(target));
+    ASSERT_GE(progress.size(), 3u);
+    EXPECT_EQ(progress.front(), 0);
+    EXPECT_EQ(progress.back(), 1);
+    EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+
+    // A folder can't be written over: the message, back in the editor, the last export kept.
+    m_panels->filesToSave.push_back(s_dir->path());
+    m_session->exportMovie(small);
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::editing(); }));
+    EXPECT_TRUE(m_session->lastError());
+    EXPECT_EQ(m_session->lastExportUrl(), Url::fileUrl(target));
+}
+
+} // namespace
