@@ -41,6 +41,13 @@ Point target(const std::vector<Sample>& samples, double t) {
             a.location.y + (b.location.y - a.location.y) * f};
 }
 
+// Semi-implicit Euler with a critically damped spring is stable only while sqrt(stiffness) times the step
+// stays below 2·sqrt(2) − 2 (about 0.83): beyond it the cursor swings ever wider and flies off to
+// astronomical coordinates. The stiffest spring crosses that line below 22 frames a second, so a step
+// longer than this bound is split into equal sub-steps; at the usual 24 to 60 frames a second there is
+// one step per frame, as before.
+constexpr double longestStableStep = 0.75;
+
 // Semi-implicit Euler on both axes. Entry 0 already lies one step along, not on the first sample.
 std::vector<Point> springPass(const std::vector<Sample>& samples, double frameRate, double stiffness,
                               double damping) {
@@ -48,18 +55,24 @@ std::vector<Point> springPass(const std::vector<Sample>& samples, double frameRa
     const double t0 = samples.front().time;
     const double t1 = samples.back().time;
     const auto steps = std::max<long long>(std::llround((t1 - t0) / dt) + 1, 1);
+    const auto substeps =
+        std::max(1, static_cast<int>(std::ceil(std::sqrt(stiffness) * dt / longestStableStep)));
+    const double h = dt / substeps;
     std::vector<Point> path;
     path.reserve(static_cast<std::size_t>(steps));
     Point p = samples.front().location;
     Point v{0, 0};
     for (long long i = 0; i < steps; ++i) {
-        const Point goal = target(samples, t0 + dt * static_cast<double>(i));
-        const double ax = (goal.x - p.x) * stiffness - v.x * damping;
-        const double ay = (goal.y - p.y) * stiffness - v.y * damping;
-        v.x += ax * dt;
-        v.y += ay * dt;
-        p.x += v.x * dt;
-        p.y += v.y * dt;
+        for (int j = substeps - 1; j >= 0; --j) {
+            // The last sub-step of a frame lands on the frame's own time, as a single step would.
+            const Point goal = target(samples, t0 + dt * static_cast<double>(i) - h * j);
+            const double ax = (goal.x - p.x) * stiffness - v.x * damping;
+            const double ay = (goal.y - p.y) * stiffness - v.y * damping;
+            v.x += ax * h;
+            v.y += ay * h;
+            p.x += v.x * h;
+            p.y += v.y * h;
+        }
         path.push_back(p);
     }
     return path;

@@ -56,12 +56,12 @@ TEST(PathSmoother, SmoothingSetsACriticallyDampedSpring) {
 }
 
 TEST(PathSmoother, OneStepPerFrameWithTheVelocityUpdatedFirst) {
-    // Two frames at one frame a second: the spring's first step sits on the start, the second has moved
+    // Two frames at 60 frames a second: the spring's first step sits on the start, the second has moved
     // by the full acceleration, since the position takes the velocity already updated.
-    const auto path = PathSmoother(0).smooth({{0, Kind::move, {0, 0}}, {1, Kind::move, {100, 0}}}, 1);
+    const auto path = PathSmoother(0).smooth({{0, Kind::move, {0, 0}}, {1.0 / 60, Kind::move, {100, 0}}}, 60);
     ASSERT_EQ(path.size(), 2u);
     EXPECT_EQ(path[0], (Point{0, 0}));
-    EXPECT_EQ(path[1], (Point{32000, 0}));
+    EXPECT_NEAR(path[1].x, 100 * 320.0 / 3600, 1e-9);
 
     // 2.5 frames of motion round away from zero to 3, and a frame more for the start.
     EXPECT_EQ(PathSmoother(0.7).smooth({{0, Kind::move, {0, 0}}, {1.25, Kind::move, {9, 9}}}, 2).size(), 4u);
@@ -69,6 +69,26 @@ TEST(PathSmoother, OneStepPerFrameWithTheVelocityUpdatedFirst) {
     EXPECT_EQ(PathSmoother(0.7).smooth({{0, Kind::keyPress, {0, 0}}, {1, Kind::move, {7, 8}}}, 60),
               (std::vector<Point>{{7, 8}}));
     EXPECT_EQ(PathSmoother(0.7).smooth({{0, Kind::move, {1, 2}}, {1, Kind::move, {3, 4}}}, 0).size(), 2u);
+}
+
+TEST(PathSmoother, SlowFrameRatesKeepThePathBetweenThePointersPlaces) {
+    // A step of a tenth of a second or longer would throw the stiffest spring ever wider on its own.
+    std::vector<InputEvent> walk;
+    for (int i = 0; i <= 40; ++i) {
+        walk.push_back({i * 0.25, Kind::move, {i % 2 == 0 ? 0.0 : 800.0, i * 10.0}});
+    }
+    for (const double rate : {1.0, 5.0, 10.0, 15.0}) {
+        for (const double smoothing : {0.0, 0.5, 1.0}) {
+            const auto path = PathSmoother(smoothing).smooth(walk, rate);
+            ASSERT_FALSE(path.empty());
+            for (const Point& p : path) {
+                ASSERT_GE(p.x, -80) << rate << " fps, smoothing " << smoothing;
+                ASSERT_LE(p.x, 880) << rate << " fps, smoothing " << smoothing;
+                ASSERT_GE(p.y, -40) << rate << " fps, smoothing " << smoothing;
+                ASSERT_LE(p.y, 440) << rate << " fps, smoothing " << smoothing;
+            }
+        }
+    }
 }
 
 TEST(PathSmoother, ThePathSettlesWithoutOvershootAndHoldsStill) {
