@@ -119,13 +119,17 @@ bool PulseSoundOutput::connect(const std::string& server) {
     for (;;) {
         const pa_stream_state_t state = pa_stream_get_state(m_stream);
         if (state == PA_STREAM_READY) {
-            return true;
+            // A stream started corked still runs its clock until it is corked by name: cork it, and start
+            // the clock at 0 as a seek does.
+            break;
         }
         if (!PA_STREAM_IS_GOOD(state)) {
             return false;
         }
         pa_threaded_mainloop_wait(m_loop);
     }
+    seekLocked(0);
+    return true;
 }
 
 void PulseSoundOutput::write(std::size_t bytes) {
@@ -154,31 +158,42 @@ void PulseSoundOutput::await(pa_operation* operation) {
 }
 
 void PulseSoundOutput::cork(bool corked) {
+    if (corked && !m_corked) {
+        positionLocked(); // where the clock stops
+    }
+    m_corked = corked;
     await(pa_stream_cork(
         m_stream, corked ? 1 : 0, [](pa_stream*, int, void* loop) { signalLoop(loop); }, m_loop));
+    // The stream's time is interpolated from the latest timing the server sent: one from before the cork
+    // or uncork would run the clock on (or hold it) for as long as that timing is old. Nobody reads the
+    // clock before the fresh one is in, as that takes the loop's lock.
+    await(pa_stream_update_timing_info(
+        m_stream, [](pa_stream*, int, void* loop) { signalLoop(loop); }, m_loop));
 }
 
 void PulseSoundOutput::seek(double time) {
     const LoopLock lock(m_loop);
+    seekLocked(time);
+}
+
+void PulseSoundOutput::seekLocked(double time) {
     // The waits below let the loop run: nothing is written until the mixer is at the new time.
     m_seeking = true;
     cork(true);
     await(pa_stream_flush(
         m_stream, [](pa_stream*, int, void* loop) { signalLoop(loop); }, m_loop));
     m_mixer->seek(time);
-    // The first sample written from now on lands at the stream's write index, and is heard when the
-    // stream's time reaches it.
+    // The first sample written from now on lands at the stream's write index, and is heard when what has
+    // been heard reaches it.
     await(pa_stream_update_timing_info(
         m_stream, [](pa_stream*, int, void* loop) { signalLoop(loop); }, m_loop));
     const pa_timing_info* timing = pa_stream_get_timing_info(m_stream);
-    if (timing != nullptr && !timing->write_index_corrupt) {
-        m_anchor =
-            static_cast<double>(timing->write_index) / static_cast<double>(pa_bytes_per_second(&sampleSpec));
-    } else {
-        pa_usec_t now = 0;
-        m_anchor = pa_stream_get_time(m_stream, &now) == 0 ? static_cast<double>(now) / 1e6 : 0;
-    }
+    m_anchor =
+        timing != nullptr && !timing->write_index_corrupt
+            ? static_cast<double>(timing->write_index) / static_cast<double>(pa_bytes_per_second(&sampleSpec))
+            : 0;
     m_base = time;
+    m_latest = time;
     m_seeking = false;
     // Fills the emptied stream at once rather than waiting for the server to ask.
     if (const std::size_t room = pa_stream_writable_size(m_stream);
@@ -204,11 +219,31 @@ void PulseSoundOutput::pause() {
 
 double PulseSoundOutput::position() const {
     const LoopLock lock(m_loop);
-    pa_usec_t now = 0;
-    if (pa_stream_get_time(m_stream, &now) != 0) {
-        return m_base;
+    return positionLocked();
+}
+
+double PulseSoundOutput::positionLocked() const {
+    if (m_corked) {
+        // Held where it stopped: the server's timing of a corked stream still moves as the sink gives back
+        // what it held.
+        return m_latest;
     }
-    return m_base + std::max(0.0, static_cast<double>(now) / 1e6 - m_anchor);
+    // What has been heard, from the latest timing the server sent: what it has read of the stream, less
+    // what the sink holds ahead of the speaker, plus the time since, while it plays. The library's own
+    // interpolated time also runs while a freshly made stream is corked, which would put the clock ahead.
+    const pa_timing_info* timing = pa_stream_get_timing_info(m_stream);
+    if (timing == nullptr || timing->read_index_corrupt) {
+        return m_latest;
+    }
+    const double bytesPerSecond = static_cast<double>(pa_bytes_per_second(&sampleSpec));
+    double heard = static_cast<double>(timing->read_index) / bytesPerSecond -
+                   static_cast<double>(timing->sink_usec) / 1e6;
+    if (timing->playing != 0) {
+        heard += static_cast<double>(timing->transport_usec + pa_timeval_age(&timing->timestamp)) / 1e6;
+    }
+    // Each timing the server sends corrects the estimate a little: the clock never goes back for it.
+    m_latest = std::max(m_latest, m_base + std::max(0.0, heard - m_anchor));
+    return m_latest;
 }
 
 } // namespace marlowick
