@@ -49,6 +49,7 @@ bench: build
 	$(BUILD)/bench/marlowick-audio-bench
 	$(BUILD)/bench/marlowick-render-bench
 	$(BUILD)/bench/marlowick-export-bench
+	$(BUILD)/bench/marlowick-seek-bench
 	bench/capture/capture-bench $(BUILD)/cli/marlowick
 
 format:
