@@ -1,0 +1,131 @@
+// Exact-seek latency of the preview player on a 1080p60 H.264 movie with a keyframe each second: the time
+// from `seek(t)` until the picture showing at t is handed out, over 100 random times (the same times on
+// every side), as the median and the 95th percentile. Beside it, in the same run, the ffmpeg CLI decoding
+// the one frame at each time (`ffmpeg -ss T -i take -frames:v 1 -f null -`, the process's start included),
+// and our VideoDecoder's frameAt in process. The movie (FFmpeg's testsrc2, which changes everywhere) is
+// made by the ffmpeg CLI at the start; $MARLOWICK_BENCH_SECONDS sets its length (20 unless set).
+
+#include "media/VideoDecoder.h"
+#include "playback/PreviewPlayer.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace marlowick;
+namespace fs = std::filesystem;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double seconds() {
+    const char* text = std::getenv("MARLOWICK_BENCH_SECONDS");
+    return text ? std::atof(text) : 20.0;
+}
+
+struct Take {
+    fs::path dir;
+    fs::path movie;
+    std::vector<double> times;
+
+    Take() {
+        const char* base = std::getenv("MARLOWICK_BENCH_DIR");
+        dir = fs::path(base ? base : fs::temp_directory_path().c_str()) / "marlowick-seek-bench";
+        fs::remove_all(dir);
+        fs::create_directories(dir);
+        movie = dir / "take.mp4";
+        const std::string make =
+            "ffmpeg -v error -y -f lavfi -i testsrc2=s=1920x1080:r=60:d=" + std::to_string(seconds()) +
+            " -c:v libx264 -preset veryfast -g 60 -pix_fmt yuv420p '" + movie.string() + "'";
+        if (std::system(make.c_str()) != 0) {
+            throw std::runtime_error("ffmpeg could not make the take");
+        }
+        std::mt19937 random(5);
+        std::uniform_real_distribution<double> anywhere(0, seconds() - 0.1);
+        for (int i = 0; i < 100; ++i) {
+            times.push_back(anywhere(random));
+        }
+    }
+    ~Take() { fs::remove_all(dir); }
+};
+
+const Take& take() {
+    static Take t;
+    return t;
+}
+
+// Median and 95th percentile of the latencies, in milliseconds, as the benchmark's counters.
+void report(benchmark::State& state, std::vector<double> latencies) {
+    std::sort(latencies.begin(), latencies.end());
+    state.counters["median_ms"] = latencies[latencies.size() / 2] * 1000;
+    state.counters["p95_ms"] = latencies[latencies.size() * 95 / 100] * 1000;
+}
+
+void PlayerSeek(benchmark::State& state) {
+    const Take& t = take();
+    PreviewPlayer player("unix:/nonexistent/pulse/native");
+    player.open(PlayerItem::ofMovie(t.movie, seconds(), 0), {});
+    std::vector<double> latencies;
+    for (auto _ : state) {
+        latencies.clear();
+        for (const double time : t.times) {
+            const auto start = Clock::now();
+            player.seek(time);
+            while (!player.videoOutput().frameAt(time)) {
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            }
+            latencies.push_back(std::chrono::duration<double>(Clock::now() - start).count());
+        }
+    }
+    report(state, latencies);
+}
+BENCHMARK(PlayerSeek)->Iterations(1)->Unit(benchmark::kSecond);
+
+void DecoderFrameAt(benchmark::State& state) {
+    const Take& t = take();
+    VideoDecoder decoder(t.movie);
+    std::vector<double> latencies;
+    for (auto _ : state) {
+        latencies.clear();
+        for (const double time : t.times) {
+            const auto start = Clock::now();
+            benchmark::DoNotOptimize(decoder.frameAt(time));
+            latencies.push_back(std::chrono::duration<double>(Clock::now() - start).count());
+        }
+    }
+    report(state, latencies);
+}
+BENCHMARK(DecoderFrameAt)->Iterations(1)->Unit(benchmark::kSecond);
+
+void FfmpegSeek(benchmark::State& state) {
+    const Take& t = take();
+    std::vector<double> latencies;
+    for (auto _ : state) {
+        latencies.clear();
+        for (const double time : t.times) {
+            const std::string command = "ffmpeg -v error -ss " + std::to_string(time) + " -i '" +
+                                        t.movie.string() + "' -frames:v 1 -f null -";
+            const auto start = Clock::now();
+            if (std::system(command.c_str()) != 0) {
+                state.SkipWithError("ffmpeg failed");
+                return;
+            }
+            latencies.push_back(std::chrono::duration<double>(Clock::now() - start).count());
+        }
+    }
+    report(state, latencies);
+}
+BENCHMARK(FfmpegSeek)->Iterations(1)->Unit(benchmark::kSecond);
+
+} // namespace
+
+BENCHMARK_MAIN();
