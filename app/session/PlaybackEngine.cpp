@@ -43,20 +43,6 @@ std::optional<PlaybackComposition> makeComposition(const std::filesystem::path& 
     }
 }
 
-// The movie as it is: one segment over `duration` seconds and its first audio track, if it has one.
-PlayerItem movieItem(const std::filesystem::path& movie, double duration, const MediaInfo& info) {
-    PlayerItem item;
-    item.movie = movie;
-    if (duration > 0) {
-        item.composition.segments.push_back({0, duration, 0});
-    }
-    item.composition.videoTracks = info.videoTracks;
-    if (info.audioTracks > 0) {
-        item.composition.audio.push_back({movie, 0, false});
-    }
-    return item;
-}
-
 } // namespace
 
 // Carries the player's reports from its threads to the engine's. The mutex keeps the engine alive for the
@@ -152,7 +138,8 @@ QCoro::Task<> PlaybackEngine::load(Url url, double duration, std::optional<TimeM
         }
     }
     if (!item) {
-        item = movieItem(movie, duration, info);
+        item = PlayerItem::ofMovie(movie, duration, info.audioTracks);
+        item->composition.videoTracks = info.videoTracks;
         setDuration(duration);
     }
 
