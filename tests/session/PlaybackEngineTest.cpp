@@ -1,7 +1,10 @@
-// The preview engine over a fake player: what it tells the player on each load and command, which item it
-// builds from real movie files, and how the player's reports from its own threads reach it.
+// The preview engine over a fake player, and once over the real one: what it tells the player on each load
+// and command, which item it builds from real movie files, and how the player's reports from its own threads
+// reach it.
 
 #include "session/PlaybackEngine.h"
+#include "media/VideoDecoder.h"
+#include "playback/PreviewPlayer.h"
 #include "support/TempDir.h"
 
 #include <QCoreApplication>
@@ -11,7 +14,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <deque>
 #include <sstream>
 #include <thread>
@@ -324,3 +329,44 @@ TEST_F(PlaybackEngineTest, FieldsSignalOnlyWhenTheyChange) {
 }
 
 } // namespace
+
+TEST_F(PlaybackEngineTest, OverTheRealPlayerACutTakeSeeksExactlyAndPlaysToItsEnd) {
+    // No sound server at that address: the player's silent clock, as on a machine without sound.
+    PlaybackEngine engine([] { return std::make_unique<PreviewPlayer>("unix:/nonexistent/marlowick-test"); });
+    load(engine, file("one.mp4"), 2, TimeMap({{0.5, 1.0}}, 2));
+    ASSERT_NE(engine.videoOutput(), nullptr);
+    EXPECT_DOUBLE_EQ(engine.duration(), 1.5);
+
+    const auto within = [](double seconds, const std::function<bool()>& done) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+        while (!done() && std::chrono::steady_clock::now() < end) {
+            QCoreApplication::processEvents();
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return done();
+    };
+
+    // 0.8 s into the finished take is 1.3 s into the recording, past the cut.
+    engine.seek(0.8);
+    std::optional<PlayerFrame> frame;
+    ASSERT_TRUE(within(5, [&] {
+        frame = engine.videoOutput()->frameAt(0.8);
+        return frame && frame->time <= 0.8 && 0.8 < frame->endTime;
+    }));
+    VideoDecoder source(*s_dir / "one.mp4");
+    const auto expected = source.frameAt(1.3);
+    ASSERT_TRUE(expected.has_value());
+    ASSERT_EQ(frame->image->width, expected->image.width);
+    ASSERT_EQ(frame->image->height, expected->image.height);
+    for (int y = 0; y < expected->image.height; ++y) {
+        ASSERT_EQ(std::memcmp(frame->image->row(y), expected->image.row(y),
+                              static_cast<std::size_t>(expected->image.width) * 4),
+                  0)
+            << "row " << y;
+    }
+
+    engine.play();
+    EXPECT_TRUE(engine.isPlaying());
+    ASSERT_TRUE(within(5, [&] { return !engine.isPlaying(); }));
+    EXPECT_NEAR(engine.currentTime(), 1.5, 0.05);
+}
