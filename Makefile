@@ -50,7 +50,7 @@ bench: build
 	$(BUILD)/bench/marlowick-render-bench
 	$(BUILD)/bench/marlowick-export-bench
 	$(BUILD)/bench/marlowick-captions-bench 10
-	$(BUILD)/bench/marlowick-seek-bench
+	MARLOWICK_BENCH_SECONDS=60 $(BUILD)/bench/marlowick-seek-bench
 	bench/capture/capture-bench $(BUILD)/cli/marlowick
 
 format:

@@ -4,11 +4,17 @@
 // the one frame at each time (`ffmpeg -ss T -i take -frames:v 1 -f null -`, the process's start included),
 // and our VideoDecoder's frameAt in process. The movie (FFmpeg's testsrc2, which changes everywhere) is
 // made by the ffmpeg CLI at the start; $MARLOWICK_BENCH_SECONDS sets its length (20 unless set).
+//
+// Then the processor time of playing the whole movie with its sound (a tone) in real time, every picture
+// fetched as a canvas would and none drawn, beside `ffmpeg -re -i take -map 0 -f null -`, which decodes
+// every stream at the same pace and writes nothing.
 
 #include "media/VideoDecoder.h"
 #include "playback/PreviewPlayer.h"
 
 #include <benchmark/benchmark.h>
+
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <chrono>
@@ -45,7 +51,8 @@ struct Take {
         movie = dir / "take.mp4";
         const std::string make =
             "ffmpeg -v error -y -f lavfi -i testsrc2=s=1920x1080:r=60:d=" + std::to_string(seconds()) +
-            " -c:v libx264 -preset veryfast -g 60 -pix_fmt yuv420p '" + movie.string() + "'";
+            " -f lavfi -i sine=frequency=440:sample_rate=48000 -t " + std::to_string(seconds()) +
+            " -c:v libx264 -preset veryfast -g 60 -pix_fmt yuv420p -c:a aac '" + movie.string() + "'";
         if (std::system(make.c_str()) != 0) {
             throw std::runtime_error("ffmpeg could not make the take");
         }
@@ -125,6 +132,56 @@ void FfmpegSeek(benchmark::State& state) {
     report(state, latencies);
 }
 BENCHMARK(FfmpegSeek)->Iterations(1)->Unit(benchmark::kSecond);
+
+double processorSeconds(int who) {
+    rusage usage{};
+    getrusage(who, &usage);
+    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+void PlayerPlaying(benchmark::State& state) {
+    const Take& t = take();
+    long long frames = 0;
+    double processor = 0;
+    for (auto _ : state) {
+        PreviewPlayer player;
+        player.open(PlayerItem::ofMovie(t.movie, seconds(), 1), {});
+        const double before = processorSeconds(RUSAGE_SELF);
+        player.play();
+        const auto give = Clock::now() + std::chrono::duration<double>(seconds() + 10);
+        // A canvas's paints: sixty a second, each taking the picture due if there is a new one.
+        while (player.currentTime() < seconds() - 0.05 && Clock::now() < give) {
+            const double now = player.currentTime();
+            if (player.videoOutput().hasNewFrame(now) && player.videoOutput().frameAt(now)) {
+                ++frames;
+            }
+            std::this_thread::sleep_for(std::chrono::microseconds(16667));
+        }
+        processor = processorSeconds(RUSAGE_SELF) - before;
+    }
+    state.counters["cpu_s"] = processor;
+    state.counters["cpu_per_s"] = processor / seconds();
+    state.counters["frames_shown"] = static_cast<double>(frames);
+}
+BENCHMARK(PlayerPlaying)->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
+
+void FfmpegRealTime(benchmark::State& state) {
+    const Take& t = take();
+    double processor = 0;
+    for (auto _ : state) {
+        const double before = processorSeconds(RUSAGE_CHILDREN);
+        const std::string command = "ffmpeg -v error -re -i '" + t.movie.string() + "' -map 0 -f null -";
+        if (std::system(command.c_str()) != 0) {
+            state.SkipWithError("ffmpeg failed");
+            return;
+        }
+        processor = processorSeconds(RUSAGE_CHILDREN) - before;
+    }
+    state.counters["cpu_s"] = processor;
+    state.counters["cpu_per_s"] = processor / seconds();
+}
+BENCHMARK(FfmpegRealTime)->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
 
 } // namespace
 
