@@ -162,7 +162,9 @@ private:
             handOut(out);
         }
         PlayerFrame frame;
-        frame.image = std::make_shared<const BgraImage>(m_image);
+        // A picture the same as the one before (a screen at rest) shares its image instead of a copy.
+        frame.image = m_carry.none() && m_picture ? m_picture : std::make_shared<const BgraImage>(m_image);
+        m_picture = frame.image;
         frame.time = at;
         frame.change = std::move(m_carry);
         frame.generation = m_generation;
@@ -202,7 +204,8 @@ private:
     double m_from = 0;   // source time: the first picture wanted shows at it
     bool m_fresh = true; // no picture taken since `m_from` was set
     double m_seen = -std::numeric_limits<double>::infinity(); // the last frame decoded since a seek
-    std::optional<double> m_exact;     // the source time of the picture showing at `m_from`, once known
+    std::optional<double> m_exact; // the source time of the picture showing at `m_from`, once known
+    std::shared_ptr<const BgraImage> m_picture; // the image of the latest frame made from `m_image`
     std::optional<PlayerFrame> m_held; // the latest picture, waiting for the next one's time as its end
     PictureChange m_carry = PictureChange::everywhere(); // changes of pictures converted but not handed out
     bool m_done = true;
