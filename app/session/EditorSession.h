@@ -181,6 +181,12 @@ public:
     // The rest, in catalogue order; none without a document.
     std::vector<ExportPreset> mismatchedPresets() const;
 
+    // Retake. Asks for a movie and puts it under the open project as a new take with no telemetry: the
+    // person's beats are scaled onto it, the director's go, the captions empty, and retakeReport says so.
+    // A file without video, or one that can't be read, sets lastError and changes nothing. The movie is
+    // read off the session's thread.
+    void replaceRecordingFromFile();
+
     // Summaries for the inspectors.
     OptionalText audioWarning() const;
     std::string audioTrackSummary() const;
@@ -244,6 +250,11 @@ private:
     QCoro::Task<> runWaveformJob(std::filesystem::path movie, std::optional<TimeMap> trim);
     void probeAudioTracks();
     QCoro::Task<> runTrackProbe(std::filesystem::path movie);
+
+    // Puts `recording` (its telemetry in its events) under the open project, keeping the edit, then
+    // rebuilds every derived state and returns to editing. Nothing without a document.
+    void applyRetake(const Recording& recording);
+    QCoro::Task<> runReplacement(std::filesystem::path movie);
 
     QCoro::Task<> runSilenceAnalysis(Project project);
     QCoro::Task<> runTranscription(Project project, Locale locale);

@@ -13,6 +13,7 @@
 
 #include <cstdlib>
 #include <deque>
+#include <fstream>
 
 using namespace marlowick;
 using namespace marlowick::test;
@@ -101,6 +102,9 @@ protected:
                "-pix_fmt yuv420p -c:a aac",
                *s_dir / "take.mp4");
         ffmpeg("-f lavfi -i sine=frequency=440:sample_rate=48000 -t 2 -c:a aac", *s_dir / "music.m4a");
+        // A take twice as long, larger and at another rate, without sound: the retake from a file.
+        ffmpeg("-f lavfi -i testsrc2=size=480x270:rate=25 -t 16 -c:v libx264 -pix_fmt yuv420p",
+               *s_dir / "retake.mp4");
         Recording recording;
         recording.mediaURL = Url::fileUrl(*s_dir / "take.mp4");
         recording.size = {320, 180};
@@ -366,6 +370,72 @@ TEST_F(EditorSessionTest, SilenceAnalysisFindsThePausesOfTheTake) {
         return !m_opened->items.empty() &&
                std::abs(m_opened->items.back().duration() - found->outputDuration()) < 1e-9;
     }));
+}
+
+TEST_F(EditorSessionTest, AMovieFromAFileReplacesTheTakeUnderTheEdit) {
+    openSample();
+    const std::vector<ZoomBeat> before = m_session->document()->project.camera.beats;
+    ASSERT_FALSE(before.empty());
+    m_session->addBeat(2);
+    const ZoomBeat mine = m_session->document()->project.camera.beats.back();
+    const AudioSettings sound = m_session->document()->project.audio;
+    const Url take = m_session->document()->project.source.mediaURL;
+
+    // A cancelled panel, a file with no picture and a file that isn't a movie change nothing but the message.
+    m_session->replaceRecordingFromFile();
+    m_panels->filesToChoose.push_back(*s_dir / "music.m4a");
+    m_session->replaceRecordingFromFile();
+    ASSERT_TRUE(waitFor([&] { return m_session->lastError().has_value(); }));
+    EXPECT_EQ(m_session->lastError(), "That file has no video track.");
+    m_session->setLastError(std::nullopt);
+    { std::ofstream(*s_dir / "notes.mp4") << "not a movie"; }
+    m_panels->filesToChoose.push_back(*s_dir / "notes.mp4");
+    m_session->replaceRecordingFromFile();
+    ASSERT_TRUE(waitFor([&] { return m_session->lastError().has_value(); }));
+    EXPECT_EQ(m_session->document()->project.source.mediaURL, take);
+    EXPECT_FALSE(m_session->retakeReport());
+
+    // The 16 s retake: the person's beat is stretched onto it, the director's beats go with the telemetry,
+    // and the look stays.
+    const std::size_t loads = m_opened->items.size();
+    QSignalSpy tracks(m_session.get(), &EditorSession::audioTrackCountChanged);
+    m_panels->filesToChoose.push_back(*s_dir / "retake.mp4");
+    m_session->replaceRecordingFromFile();
+    ASSERT_TRUE(waitFor([&] { return m_session->retakeReport().has_value(); }));
+    const RetakeSwap::Report report = *m_session->retakeReport();
+    EXPECT_DOUBLE_EQ(report.previousDuration, 8);
+    EXPECT_NEAR(report.newDuration, 16, 0.05);
+    EXPECT_EQ(report.remappedBeats, 1);
+    EXPECT_EQ(report.regeneratedBeats, 0);
+    EXPECT_TRUE(report.needsReview());
+    const Recording& source = m_session->document()->project.source;
+    EXPECT_EQ(source.mediaURL, Url::fileUrl(*s_dir / "retake.mp4"));
+    EXPECT_EQ(source.size, (Size{480, 270}));
+    EXPECT_EQ(source.frameRate, 25);
+    EXPECT_FALSE(source.capturedSystemAudio);
+    EXPECT_FALSE(source.capturedMicrophone);
+    ASSERT_EQ(m_session->document()->project.camera.beats.size(), 1u);
+    const ZoomBeat moved = m_session->document()->project.camera.beats[0];
+    EXPECT_EQ(moved.id, mine.id);
+    EXPECT_NEAR(moved.start, 2 * mine.start, 0.05);
+    EXPECT_NEAR(moved.end, 2 * mine.end, 0.05);
+    EXPECT_EQ(m_session->document()->project.audio, sound);
+    EXPECT_TRUE(m_session->document()->telemetry().empty());
+    EXPECT_FALSE(m_session->selectedBeat());
+    EXPECT_FALSE(m_session->cursorSampler());
+    EXPECT_EQ(m_session->phase(), SessionPhase::editing());
+    EXPECT_EQ(m_session->packageUrl(), Url::fileUrl(package()));
+
+    // Every derived state follows: the player plays the new movie, the probe finds it silent, and the
+    // warning says so.
+    ASSERT_TRUE(waitFor([&] { return m_opened->items.size() > loads && tracks.count() > 0; }));
+    ASSERT_TRUE(waitFor([&] {
+        return m_opened->items.back().movie == *s_dir / "retake.mp4" && m_session->audioTrackCount() == 0;
+    }));
+    EXPECT_NEAR(m_opened->items.back().duration(), 16, 0.05);
+    EXPECT_EQ(
+        m_session->audioWarning(),
+        "This recording has no audio track at all. Enable System audio or Microphone before recording.");
 }
 
 TEST_F(EditorSessionTest, AnExportCarriesItsProgressAndEndsInTheEditor) {
