@@ -3,6 +3,7 @@
 // and recordings on a private X display and sound server.
 
 #include "session/EditorSession.h"
+#include "captions/CaptionTranscriber.h"
 #include "capture/X11ScreenCapturer.h"
 #include "support/FakeUser.h"
 #include "support/Prerequisites.h"
@@ -135,6 +136,28 @@ public:
 
 private:
     std::shared_ptr<ScriptedCapture> m_script;
+};
+
+// Points the process's temporary directory (std::filesystem::temp_directory_path) at `path` for its
+// lifetime.
+class TemporaryDirectoryOverride {
+public:
+    explicit TemporaryDirectoryOverride(const fs::path& path) {
+        if (const char* value = std::getenv("TMPDIR")) {
+            m_previous = value;
+        }
+        setenv("TMPDIR", path.c_str(), 1);
+    }
+    ~TemporaryDirectoryOverride() {
+        if (m_previous) {
+            setenv("TMPDIR", m_previous->c_str(), 1);
+        } else {
+            unsetenv("TMPDIR");
+        }
+    }
+
+private:
+    std::optional<std::string> m_previous;
 };
 
 void ffmpeg(const std::string& arguments, const fs::path& path) {
@@ -378,6 +401,18 @@ TEST_F(EditorSessionTest, ABurstOfMusicChangesRendersThePreviewOnce) {
     ASSERT_TRUE(m_session->audioPreviewUrl());
     const fs::path first = m_session->audioPreviewUrl()->path();
     EXPECT_TRUE(fs::exists(first));
+    // A cancelled panel changes nothing; a chosen file is a bed of the usual levels named after it.
+    m_session->chooseMusic();
+    EXPECT_FALSE(m_session->document()->project.audio.music);
+    m_panels->filesToChoose.push_back(*s_dir / "music.m4a");
+    m_session->chooseMusic();
+    ASSERT_TRUE(m_session->document()->project.audio.music);
+    EXPECT_EQ(m_session->document()->project.audio.music->name, "music");
+    EXPECT_EQ(m_session->document()->project.audio.music,
+              MusicBed::forFile(Url::fileUrl(*s_dir / "music.m4a")));
+    m_session->setMusic(std::nullopt);
+    EXPECT_FALSE(m_session->document()->project.audio.music);
+
     const std::size_t loads = m_opened->items.size();
     QSignalSpy renders(m_session.get(), &EditorSession::isRenderingAudioPreviewChanged);
 
@@ -657,6 +692,54 @@ TEST_F(EditorSessionTest, ACaptureIsSizedFromTheScreenAndAFailureKeepsThePending
     EXPECT_EQ(m_session->document()->project.id, project);
     ASSERT_TRUE(m_session->retakeReport());
     EXPECT_EQ(m_session->retakeReport()->newDuration, 8);
+}
+
+TEST_F(EditorSessionTest, CaptionsComeFromTheNarrationAndNeedThePermission) {
+    // A sample take with a spoken narration; the session's temporary files go to a folder of this test's.
+    const TempDir scratch;
+    const fs::path sample = scratch / "Narrated.marlowick";
+    const std::string make = std::string(MARLOWICK_CLI) + " sample '" + sample.string() +
+                             "' --size 320x180 --rate 10 >/dev/null 2>&1";
+    ASSERT_EQ(std::system(make.c_str()), 0) << make;
+    const TempDir temporary;
+    const TemporaryDirectoryOverride override(temporary.path());
+    m_panels->packagesToOpen.push_back(sample);
+    m_session->open();
+    ASSERT_TRUE(m_session->document());
+    ASSERT_FALSE(m_session->document()->project.captions);
+
+    // Denied: the message at once, and no captions.
+    CaptionTranscriber::setAuthorization(SpeechAuthorization::denied);
+    m_session->generateCaptions();
+    CaptionTranscriber::setAuthorization(SpeechAuthorization::granted);
+    ASSERT_TRUE(waitFor([&] { return !m_session->isTranscribing(); }));
+    ASSERT_TRUE(m_session->lastError());
+    EXPECT_TRUE(m_session->lastError()->starts_with("Speech Recognition permission is required."));
+    EXPECT_FALSE(m_session->document()->project.captions);
+
+    // Granted: cues of at most eight words over the narration, and the voice file gone afterwards.
+    QSignalSpy transcribing(m_session.get(), &EditorSession::isTranscribingChanged);
+    m_session->generateCaptions();
+    EXPECT_TRUE(m_session->isTranscribing());
+    EXPECT_FALSE(m_session->lastError());
+    m_session->generateCaptions(); // one at a time
+    ASSERT_TRUE(waitFor([&] { return !m_session->isTranscribing(); }));
+    EXPECT_EQ(transcribing.count(), 2);
+    EXPECT_FALSE(m_session->lastError()) << *m_session->lastError();
+    const std::optional<CaptionTrack>& captions = m_session->document()->project.captions;
+    ASSERT_TRUE(captions);
+    EXPECT_TRUE(captions->isEnabled);
+    ASSERT_FALSE(captions->cues.empty());
+    for (const CaptionTrack::Cue& cue : captions->cues) {
+        EXPECT_FALSE(cue.words.empty());
+        EXPECT_LE(cue.words.size(), 8u);
+        EXPECT_GE(cue.start(), 0);
+        EXPECT_LE(cue.end(), m_session->document()->project.source.duration + 0.1);
+    }
+    for (const fs::directory_entry& entry : fs::directory_iterator(temporary.path())) {
+        EXPECT_FALSE(entry.path().filename().string().starts_with("marlowick-voice-")) << entry.path();
+    }
+    m_session.reset();
 }
 
 TEST_F(EditorSessionTest, AnExportCarriesItsProgressAndEndsInTheEditor) {
