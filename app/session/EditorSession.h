@@ -154,13 +154,13 @@ public:
     // Recording. Both return at once; the capturer starts and stops off the session's thread, one call
     // after the other in the order asked. startRecording clears lastError, sizes the capture from the main
     // screen (in device pixels, at 60 frames a second, into "take-UUID.mov" in the temporary directory)
-    // and enters the recording phase once the capture runs; a failed start sets lastError and the idle
-    // phase, and leaves the open project and a pending retake as they were (a start refused because a capture
-    // runs leaves the recording phase). stopRecording keeps the
-    // recording phase while the movie is finished, then opens the take as a new project named
-    // "Untitled" with the director's zooms, or applies it as the pending retake; packageUrl stays. A
-    // failed stop sets lastError and the idle phase and drops the pending retake. The movie of a new
-    // project stays in the temporary directory until a save brings it into a package.
+    // and enters the recording phase once the capture runs. A failed start sets lastError and the idle
+    // phase, and leaves the open project and a pending retake as they were; a start refused because a
+    // capture runs leaves the recording phase. stopRecording keeps the recording phase while the movie is
+    // finished, then opens the take as a new project named "Untitled" with the director's zooms, or
+    // applies it as the pending retake; packageUrl stays. A failed stop sets lastError and the idle phase
+    // and drops the pending retake. The movie of a new project stays in the temporary directory until a
+    // save brings it into a package.
     void startRecording();
     void stopRecording();
     // Records a new take for the open project: the capture of startRecording, whose recording the next
