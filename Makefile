@@ -51,6 +51,7 @@ bench: build
 	$(BUILD)/bench/marlowick-export-bench
 	$(BUILD)/bench/marlowick-captions-bench 10
 	bench/capture/capture-bench $(BUILD)/cli/marlowick
+	if [ -x $(BUILD)/bench/marlowick-session-bench ]; then $(BUILD)/bench/marlowick-session-bench; fi
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
