@@ -52,6 +52,7 @@ bench: build
 	$(BUILD)/bench/marlowick-captions-bench 10
 	MARLOWICK_BENCH_SECONDS=60 $(BUILD)/bench/marlowick-seek-bench
 	bench/capture/capture-bench $(BUILD)/cli/marlowick
+	if [ -x $(BUILD)/bench/marlowick-session-bench ]; then $(BUILD)/bench/marlowick-session-bench; fi
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -9,13 +9,18 @@
 namespace marlowick {
 
 EditorSession::EditorSession(std::unique_ptr<FilePanels> panels, PlaybackEngine::PlayerFactory makePlayer,
+                             const CapturerFactory& makeCapturer, std::unique_ptr<ScreenInfo> screen,
                              QObject* parent)
     : QObject(parent)
     , m_panels(std::move(panels))
+    , m_screen(std::move(screen))
     , m_playback(new PlaybackEngine(std::move(makePlayer), this))
+    , m_capturer(makeCapturer())
     , m_captionLocale(CaptionTranscriber::defaultLocale())
     , m_captionLocales(CaptionTranscriber::onDeviceLocales())
-    , m_exportRelay(std::make_shared<ExportRelay>(this)) {}
+    , m_exportRelay(std::make_shared<ExportRelay>(this)) {
+    m_captureThread.setMaxThreadCount(1);
+}
 
 EditorSession::~EditorSession() {
     m_exportRelay->detach();
@@ -197,6 +202,13 @@ void EditorSession::setAudioTrackCount(OptionalCount value) {
     if (m_audioTrackCount != value) {
         m_audioTrackCount = value;
         emit audioTrackCountChanged();
+    }
+}
+
+void EditorSession::setCapturedWithAudio(bool value) {
+    if (m_capturedWithAudio != value) {
+        m_capturedWithAudio = value;
+        emit capturedWithAudioChanged(value);
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "captions/Locale.h"
+#include "capture/ScreenCapturer.h"
 #include "export/ExportPreset.h"
 #include "model/CameraTrack.h"
 #include "model/MarlowickDocument.h"
@@ -9,6 +10,7 @@
 #include "model/Uuid.h"
 #include "session/FilePanels.h"
 #include "session/PlaybackEngine.h"
+#include "session/ScreenInfo.h"
 #include "session/SessionPhase.h"
 #include "trajectory/CursorSampler.h"
 #include "trajectory/RetakeSwap.h"
@@ -16,6 +18,7 @@
 #include <QCoroTask>
 #include <QObject>
 #include <QPointer>
+#include <QThreadPool>
 #include <QTimer>
 
 #include <cstdint>
@@ -43,10 +46,12 @@ namespace marlowick {
 // export) run off that thread on copies of the project taken when they start, and write their result
 // back on it. Only the preview job is cancelled by a newer one; the others run to their end, and one
 // that ends after the session is gone changes nothing.
-// Ownership: the session owns its file panels and its playback engine (a child QObject, never replaced).
+// Ownership: the session owns its file panels, its screen information, its playback engine (a child
+// QObject, never replaced) and its capturer (made once by the factory it is given, never replaced).
 class EditorSession : public QObject {
     Q_OBJECT
 public:
+    using CapturerFactory = std::function<std::unique_ptr<ScreenCapturer>()>;
     using OptionalDocument = std::optional<MarlowickDocument>;
     using OptionalUrl = std::optional<Url>;
     using OptionalText = std::optional<std::string>;
@@ -96,10 +101,12 @@ private:
     Q_PROPERTY(OptionalCount audioTrackCount READ audioTrackCount NOTIFY audioTrackCountChanged)
 
 public:
+    // `screen` may be null: then there is no main screen, and a capture takes the fall-back size.
     EditorSession(std::unique_ptr<FilePanels> panels, PlaybackEngine::PlayerFactory makePlayer,
+                  const CapturerFactory& makeCapturer, std::unique_ptr<ScreenInfo> screen,
                   QObject* parent = nullptr);
     // Stops the jobs that can be stopped (the preview mix, captions, the export) and removes the preview
-    // file.
+    // file; waits for a capture start or stop under way, and leaves a running capture's movie complete.
     ~EditorSession() override;
 
     const SessionPhase& phase() const { return m_phase; }
@@ -144,6 +151,22 @@ public:
     // The words a person reads for `error`, the same as the command-line tool's.
     static std::string describe(const std::exception& error);
 
+    // Recording. Both return at once; the capturer starts and stops off the session's thread, one call
+    // after the other in the order asked. startRecording clears lastError, sizes the capture from the main
+    // screen (in device pixels, at 60 frames a second, into "take-UUID.mov" in the temporary directory)
+    // and enters the recording phase once the capture runs. A failed start sets lastError and the idle
+    // phase, and leaves the open project and a pending retake as they were; a start refused because a
+    // capture runs leaves the recording phase. stopRecording keeps the recording phase while the movie is
+    // finished, then opens the take as a new project named "Untitled" with the director's zooms, or
+    // applies it as the pending retake; packageUrl stays. A failed stop sets lastError and the idle phase
+    // and drops the pending retake. The movie of a new project stays in the temporary directory until a
+    // save brings it into a package.
+    void startRecording();
+    void stopRecording();
+    // Records a new take for the open project: the capture of startRecording, whose recording the next
+    // successful stopRecording puts under the edit as replaceRecordingFromFile does.
+    void startRetake();
+
     // Zoom. Each needs a document and does nothing without one; none rebuilds derived state.
     // The camera regenerated in `style` from the telemetry, keeping the beats a person edited.
     void setZoomStyle(CameraTrack::Style style);
@@ -180,6 +203,12 @@ public:
     std::vector<ExportPreset> matchingPresets() const;
     // The rest, in catalogue order; none without a document.
     std::vector<ExportPreset> mismatchedPresets() const;
+
+    // Retake. Asks for a movie and puts it under the open project as a new take with no telemetry: the
+    // person's beats are scaled onto it, the director's go, the captions empty, and retakeReport says so.
+    // A file without video, or one that can't be read, sets lastError and changes nothing. The movie is
+    // read off the session's thread.
+    void replaceRecordingFromFile();
 
     // Summaries for the inspectors.
     OptionalText audioWarning() const;
@@ -226,6 +255,7 @@ private:
     void setIsTranscribing(bool value);
     void setIsAnalysingSilence(bool value);
     void setAudioTrackCount(OptionalCount value);
+    void setCapturedWithAudio(bool value);
     // Removes the file of the preview it replaces.
     void setAudioPreviewUrl(OptionalUrl value);
     void rendersInFlightChanged(int delta);
@@ -245,13 +275,27 @@ private:
     void probeAudioTracks();
     QCoro::Task<> runTrackProbe(std::filesystem::path movie);
 
+    CaptureConfiguration captureConfiguration() const;
+    QCoro::Task<> runCaptureStart(CaptureConfiguration configuration);
+    QCoro::Task<> runCaptureStop();
+
+    // Puts `recording` (its telemetry in its events) under the open project, keeping the edit, then
+    // rebuilds every derived state and returns to editing. Nothing without a document.
+    void applyRetake(const Recording& recording);
+    QCoro::Task<> runReplacement(std::filesystem::path movie);
+
     QCoro::Task<> runSilenceAnalysis(Project project);
     QCoro::Task<> runTranscription(Project project, Locale locale);
     QCoro::Task<> runExport(MarlowickDocument document, ExportPreset preset, std::filesystem::path target,
                             std::uint64_t exportNumber);
 
     std::unique_ptr<FilePanels> m_panels;
-    PlaybackEngine* m_playback; // a child, never replaced
+    std::unique_ptr<ScreenInfo> m_screen; // null: no main screen
+    PlaybackEngine* m_playback;           // a child, never replaced
+    std::unique_ptr<ScreenCapturer> m_capturer;
+    // The one thread the capturer's start and stop run on, in the order asked; declared after the
+    // capturer, so that it is gone, its work done, before the capturer goes.
+    QThreadPool m_captureThread;
 
     SessionPhase m_phase;
     OptionalDocument m_document;
@@ -271,6 +315,9 @@ private:
     Locale m_captionLocale;
     Locales m_captionLocales;
     OptionalRetakeReport m_retakeReport;
+    // The running or next capture replaces the open project's take; set by startRetake, cleared by the
+    // end of a stopRecording.
+    bool m_isRetaking = false;
     bool m_capturedWithAudio = true;
     bool m_isAnalysingSilence = false;
     OptionalCount m_audioTrackCount;

@@ -1,6 +1,6 @@
 // The edits of the open project and the jobs run on it: zoom, cuts, music, silence, captions, export, and
-// the summaries the inspectors print. Each changes the document, then rebuilds just the derived state the
-// change touches.
+// the retake, and the summaries the inspectors print. Each changes the document, then rebuilds just the
+// derived state the change touches.
 
 #include "session/EditorSession.h"
 
@@ -8,6 +8,7 @@
 #include "audio/SilenceDetector.h"
 #include "captions/CaptionTranscriber.h"
 #include "export/Exporter.h"
+#include "media/MediaInfo.h"
 #include "messages/Describe.h"
 #include "session/ExportRelay.h"
 #include "trajectory/ZoomDirector.h"
@@ -35,6 +36,8 @@ constexpr double newBeatRamp = 0.35;
 // Cues of at most 8 words, and a new cue after a pause of 0.6 s.
 constexpr std::size_t cueMaximumWords = 8;
 constexpr double cuePauseBreak = 0.6;
+// A replacement movie that states no frame rate is taken as a capture's.
+constexpr double replacementFallbackRate = 60;
 
 // How a job off the session's thread ended: its value, or a message.
 template <class Value> struct JobOutcome {
@@ -56,6 +59,14 @@ JobOutcome<std::vector<CaptionTrack::Word>> transcribeVoice(fs::path movie, fs::
     try {
         AudioRenderer{}.extractVoice(movie, voiceFile);
         return {CaptionTranscriber::transcribe(voiceFile, locale, stop), {}};
+    } catch (const std::exception& error) {
+        return {std::nullopt, describe(error)};
+    }
+}
+
+JobOutcome<MediaInfo> readMediaInfo(fs::path movie) {
+    try {
+        return {MediaInfo::of(movie), {}};
     } catch (const std::exception& error) {
         return {std::nullopt, describe(error)};
     }
@@ -284,6 +295,59 @@ QCoro::Task<> EditorSession::runTranscription(Project project, Locale locale) {
         });
     }
     setIsTranscribing(false);
+}
+
+// Retake.
+
+void EditorSession::replaceRecordingFromFile() {
+    if (!m_document) {
+        return;
+    }
+    const std::optional<fs::path> chosen = m_panels->chooseFile(FilePanels::FileKind::movie);
+    if (!chosen) {
+        return;
+    }
+    runReplacement(*chosen);
+}
+
+QCoro::Task<> EditorSession::runReplacement(fs::path movie) {
+    const QPointer<EditorSession> self(this);
+    QFuture<JobOutcome<MediaInfo>> reading = QtConcurrent::run(readMediaInfo, movie);
+    const JobOutcome<MediaInfo> outcome = co_await reading;
+    if (!self) {
+        co_return;
+    }
+    if (!outcome.value) {
+        setLastError(outcome.error);
+        co_return;
+    }
+    const MediaInfo& info = *outcome.value;
+    if (info.videoTracks == 0) {
+        setLastError("That file has no video track.");
+        co_return;
+    }
+    // A file brings no telemetry and says nothing of how its sound was recorded.
+    Recording recording;
+    recording.mediaURL = Url::fileUrl(movie);
+    recording.size = {static_cast<double>(info.width), static_cast<double>(info.height)};
+    recording.frameRate = info.frameRate > 0 ? info.frameRate : replacementFallbackRate;
+    recording.duration = info.duration;
+    applyRetake(recording);
+}
+
+void EditorSession::applyRetake(const Recording& recording) {
+    if (!m_document) {
+        return;
+    }
+    RetakeSwap::Result result = RetakeSwap{}.apply(recording, *m_document);
+    setDocument(std::move(result.document));
+    setRetakeReport(result.report);
+    setSelectedBeat(std::nullopt);
+    rebuildCursor();
+    reloadPlayback(true);
+    probeAudioTracks();
+    loadWaveform();
+    setPhase(SessionPhase::editing());
 }
 
 // Export.

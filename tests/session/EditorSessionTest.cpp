@@ -1,8 +1,15 @@
 // The session driven as the window drives it, over real packages and movies and a fake player: opening and
-// saving, the derived state after each edit, the debounced preview mix, silence analysis and export.
+// saving, the derived state after each edit, the debounced preview mix, silence analysis, retakes, export,
+// and recordings on a private X display and sound server.
 
 #include "session/EditorSession.h"
+#include "captions/CaptionTranscriber.h"
+#include "capture/X11ScreenCapturer.h"
+#include "support/FakeUser.h"
+#include "support/Prerequisites.h"
+#include "support/SoundServer.h"
 #include "support/TempDir.h"
+#include "support/VirtualDisplay.h"
 #include "trajectory/NewRecording.h"
 
 #include <QCoreApplication>
@@ -11,8 +18,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <deque>
+#include <fstream>
 
 using namespace marlowick;
 using namespace marlowick::test;
@@ -81,6 +90,76 @@ private:
     }
 };
 
+// A screen of a fixed size and scale; none of either stands for a session without a main screen.
+class FixedScreen : public ScreenInfo {
+public:
+    FixedScreen(std::optional<Size> size, std::optional<double> scale)
+        : m_size(size)
+        , m_scale(scale) {}
+    std::optional<Size> primaryScreenSize() const override { return m_size; }
+    std::optional<double> primaryScreenScale() const override { return m_scale; }
+
+private:
+    std::optional<Size> m_size;
+    std::optional<double> m_scale;
+};
+
+// Notes each configuration it is started with, and fails a start or a stop when told; a stop yields a
+// take of the given recording.
+struct ScriptedCapture {
+    std::vector<CaptureConfiguration> started;
+    std::optional<CaptureError> failStart;
+    std::optional<CaptureError> failStop;
+    Recording take;
+};
+
+class ScriptedCapturer : public ScreenCapturer {
+public:
+    explicit ScriptedCapturer(std::shared_ptr<ScriptedCapture> script)
+        : m_script(std::move(script)) {}
+    TelemetryAvailability telemetryAvailability() const override { return TelemetryAvailability::full; }
+    void start(const CaptureConfiguration& configuration) override {
+        if (m_script->failStart) {
+            throw *m_script->failStart;
+        }
+        m_script->started.push_back(configuration);
+    }
+    Recording stop() override {
+        if (m_script->failStop) {
+            throw *m_script->failStop;
+        }
+        return m_script->take;
+    }
+    std::optional<CaptureError> interruption() const override { return std::nullopt; }
+    std::vector<std::string> takeWarnings() override { return {}; }
+    CaptureStatistics statistics() const override { return {}; }
+
+private:
+    std::shared_ptr<ScriptedCapture> m_script;
+};
+
+// Points the process's temporary directory (std::filesystem::temp_directory_path) at `path` for its
+// lifetime.
+class TemporaryDirectoryOverride {
+public:
+    explicit TemporaryDirectoryOverride(const fs::path& path) {
+        if (const char* value = std::getenv("TMPDIR")) {
+            m_previous = value;
+        }
+        setenv("TMPDIR", path.c_str(), 1);
+    }
+    ~TemporaryDirectoryOverride() {
+        if (m_previous) {
+            setenv("TMPDIR", m_previous->c_str(), 1);
+        } else {
+            unsetenv("TMPDIR");
+        }
+    }
+
+private:
+    std::optional<std::string> m_previous;
+};
+
 void ffmpeg(const std::string& arguments, const fs::path& path) {
     const std::string command = "ffmpeg -v error -y " + arguments + " '" + path.string() + "'";
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
@@ -101,6 +180,9 @@ protected:
                "-pix_fmt yuv420p -c:a aac",
                *s_dir / "take.mp4");
         ffmpeg("-f lavfi -i sine=frequency=440:sample_rate=48000 -t 2 -c:a aac", *s_dir / "music.m4a");
+        // A take twice as long, larger and at another rate, without sound: the retake from a file.
+        ffmpeg("-f lavfi -i testsrc2=size=480x270:rate=25 -t 16 -c:v libx264 -pix_fmt yuv420p",
+               *s_dir / "retake.mp4");
         Recording recording;
         recording.mediaURL = Url::fileUrl(*s_dir / "take.mp4");
         recording.size = {320, 180};
@@ -129,7 +211,23 @@ protected:
         auto panels = std::make_unique<FakePanels>();
         m_panels = panels.get();
         m_session = std::make_unique<EditorSession>(
-            std::move(panels), [opened = m_opened] { return std::make_unique<RecordingPlayer>(opened); });
+            std::move(panels), [opened = m_opened] { return std::make_unique<RecordingPlayer>(opened); },
+            [script = m_capture] { return std::make_unique<ScriptedCapturer>(script); }, nullptr);
+    }
+
+    // Replaces the session with one that records `display` and `sound` through the X11 capturer, its main
+    // screen the display's own.
+    void recordFrom(const VirtualDisplay& display, const SoundServer& sound) {
+        m_session.reset();
+        auto panels = std::make_unique<FakePanels>();
+        m_panels = panels.get();
+        X11ScreenCapturer::Options options;
+        options.display = display.name();
+        options.soundServer = sound.server();
+        m_session = std::make_unique<EditorSession>(
+            std::move(panels), [opened = m_opened] { return std::make_unique<RecordingPlayer>(opened); },
+            [options] { return std::make_unique<X11ScreenCapturer>(options); },
+            std::make_unique<FixedScreen>(X11ScreenCapturer::screenSize(display.name()), 1.0));
     }
 
     // Opens the sample package and waits until the first preview has reached the player and the probe
@@ -144,6 +242,7 @@ protected:
 
     static TempDir* s_dir;
     std::shared_ptr<OpenedItems> m_opened = std::make_shared<OpenedItems>();
+    std::shared_ptr<ScriptedCapture> m_capture = std::make_shared<ScriptedCapture>();
     FakePanels* m_panels = nullptr;
     std::unique_ptr<EditorSession> m_session;
 };
@@ -302,6 +401,18 @@ TEST_F(EditorSessionTest, ABurstOfMusicChangesRendersThePreviewOnce) {
     ASSERT_TRUE(m_session->audioPreviewUrl());
     const fs::path first = m_session->audioPreviewUrl()->path();
     EXPECT_TRUE(fs::exists(first));
+    // A cancelled panel changes nothing; a chosen file is a bed of the usual levels named after it.
+    m_session->chooseMusic();
+    EXPECT_FALSE(m_session->document()->project.audio.music);
+    m_panels->filesToChoose.push_back(*s_dir / "music.m4a");
+    m_session->chooseMusic();
+    ASSERT_TRUE(m_session->document()->project.audio.music);
+    EXPECT_EQ(m_session->document()->project.audio.music->name, "music");
+    EXPECT_EQ(m_session->document()->project.audio.music,
+              MusicBed::forFile(Url::fileUrl(*s_dir / "music.m4a")));
+    m_session->setMusic(std::nullopt);
+    EXPECT_FALSE(m_session->document()->project.audio.music);
+
     const std::size_t loads = m_opened->items.size();
     QSignalSpy renders(m_session.get(), &EditorSession::isRenderingAudioPreviewChanged);
 
@@ -366,6 +477,269 @@ TEST_F(EditorSessionTest, SilenceAnalysisFindsThePausesOfTheTake) {
         return !m_opened->items.empty() &&
                std::abs(m_opened->items.back().duration() - found->outputDuration()) < 1e-9;
     }));
+}
+
+TEST_F(EditorSessionTest, AMovieFromAFileReplacesTheTakeUnderTheEdit) {
+    openSample();
+    const std::vector<ZoomBeat> before = m_session->document()->project.camera.beats;
+    ASSERT_FALSE(before.empty());
+    m_session->addBeat(2);
+    const ZoomBeat mine = m_session->document()->project.camera.beats.back();
+    const AudioSettings sound = m_session->document()->project.audio;
+    const Url take = m_session->document()->project.source.mediaURL;
+
+    // A cancelled panel, a file with no picture and a file that isn't a movie change nothing but the message.
+    m_session->replaceRecordingFromFile();
+    m_panels->filesToChoose.push_back(*s_dir / "music.m4a");
+    m_session->replaceRecordingFromFile();
+    ASSERT_TRUE(waitFor([&] { return m_session->lastError().has_value(); }));
+    EXPECT_EQ(m_session->lastError(), "That file has no video track.");
+    m_session->setLastError(std::nullopt);
+    { std::ofstream(*s_dir / "notes.mp4") << "not a movie"; }
+    m_panels->filesToChoose.push_back(*s_dir / "notes.mp4");
+    m_session->replaceRecordingFromFile();
+    ASSERT_TRUE(waitFor([&] { return m_session->lastError().has_value(); }));
+    EXPECT_EQ(m_session->document()->project.source.mediaURL, take);
+    EXPECT_FALSE(m_session->retakeReport());
+
+    // The 16 s retake: the person's beat is stretched onto it, the director's beats go with the telemetry,
+    // and the look stays.
+    const std::size_t loads = m_opened->items.size();
+    QSignalSpy tracks(m_session.get(), &EditorSession::audioTrackCountChanged);
+    m_panels->filesToChoose.push_back(*s_dir / "retake.mp4");
+    m_session->replaceRecordingFromFile();
+    ASSERT_TRUE(waitFor([&] { return m_session->retakeReport().has_value(); }));
+    const RetakeSwap::Report report = *m_session->retakeReport();
+    EXPECT_DOUBLE_EQ(report.previousDuration, 8);
+    EXPECT_NEAR(report.newDuration, 16, 0.05);
+    EXPECT_EQ(report.remappedBeats, 1);
+    EXPECT_EQ(report.regeneratedBeats, 0);
+    EXPECT_TRUE(report.needsReview());
+    const Recording& source = m_session->document()->project.source;
+    EXPECT_EQ(source.mediaURL, Url::fileUrl(*s_dir / "retake.mp4"));
+    EXPECT_EQ(source.size, (Size{480, 270}));
+    EXPECT_EQ(source.frameRate, 25);
+    EXPECT_FALSE(source.capturedSystemAudio);
+    EXPECT_FALSE(source.capturedMicrophone);
+    ASSERT_EQ(m_session->document()->project.camera.beats.size(), 1u);
+    const ZoomBeat moved = m_session->document()->project.camera.beats[0];
+    EXPECT_EQ(moved.id, mine.id);
+    EXPECT_NEAR(moved.start, 2 * mine.start, 0.05);
+    EXPECT_NEAR(moved.end, 2 * mine.end, 0.05);
+    EXPECT_EQ(m_session->document()->project.audio, sound);
+    EXPECT_TRUE(m_session->document()->telemetry().empty());
+    EXPECT_FALSE(m_session->selectedBeat());
+    EXPECT_FALSE(m_session->cursorSampler());
+    EXPECT_EQ(m_session->phase(), SessionPhase::editing());
+    EXPECT_EQ(m_session->packageUrl(), Url::fileUrl(package()));
+
+    // Every derived state follows: the player plays the new movie, the probe finds it silent, and the
+    // warning says so.
+    ASSERT_TRUE(waitFor([&] { return m_opened->items.size() > loads && tracks.count() > 0; }));
+    ASSERT_TRUE(waitFor([&] {
+        return m_opened->items.back().movie == *s_dir / "retake.mp4" && m_session->audioTrackCount() == 0;
+    }));
+    EXPECT_NEAR(m_opened->items.back().duration(), 16, 0.05);
+    EXPECT_EQ(
+        m_session->audioWarning(),
+        "This recording has no audio track at all. Enable System audio or Microphone before recording.");
+}
+
+TEST_F(EditorSessionTest, ARecordingOnAPrivateDisplayOpensWithZoomsAndARetakeKeepsTheEdit) {
+    const VirtualDisplay display;
+    const SoundServer sound;
+    MARLOWICK_REQUIRE(xvfb(display), pulseAudio(sound));
+    recordFrom(display, sound);
+    FakeUser user(display.name());
+    // Two bursts of clicks 1.7 s apart, longer than the director's cluster gap, each a cluster the director
+    // zooms into.
+    const auto act = [&](int x, int y) {
+        for (int i = 0; i < 3; ++i) {
+            user.moveTo(x + 40 * i, y + 20 * i);
+            QTest::qWait(100);
+            user.press(1);
+            user.release(1);
+            QTest::qWait(100);
+        }
+        QTest::qWait(1600);
+    };
+
+    QSignalSpy phases(m_session.get(), &EditorSession::phaseChanged);
+    m_session->setLastError(std::string("an earlier message"));
+    m_session->startRecording();
+    EXPECT_FALSE(m_session->lastError());
+    ASSERT_TRUE(
+        waitFor([&] { return m_session->phase() != SessionPhase::idle() || m_session->lastError(); }));
+    ASSERT_EQ(m_session->phase(), SessionPhase::recording()) << m_session->lastError().value_or("");
+    EXPECT_TRUE(m_session->capturedWithAudio());
+    act(200, 150);
+    act(900, 500);
+    m_session->stopRecording();
+    EXPECT_EQ(m_session->phase(), SessionPhase::recording()); // while the movie is finished
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() != SessionPhase::recording(); }));
+    ASSERT_EQ(m_session->phase(), SessionPhase::editing()) << m_session->lastError().value_or("");
+    ASSERT_EQ(phases.count(), 2);
+
+    const MarlowickDocument& first = *m_session->document();
+    EXPECT_EQ(first.project.name, "Untitled");
+    EXPECT_EQ(first.project.source.size, (Size{1280, 720}));
+    EXPECT_EQ(first.project.source.frameRate, 60);
+    EXPECT_TRUE(first.project.source.inputEvents.empty());
+    EXPECT_EQ(m_session->clickCount(), 6);
+    EXPECT_EQ(first.project.camera.style, CameraTrack::Style::dynamic);
+    EXPECT_GE(first.project.camera.beats.size(), 2u);
+    EXPECT_TRUE(m_session->cursorSampler());
+    EXPECT_FALSE(m_session->packageUrl());
+    ASSERT_TRUE(waitFor([&] { return m_session->audioTrackCount() && !m_opened->items.empty(); }));
+    EXPECT_EQ(m_session->audioTrackCount(), 1);
+    const fs::path firstMovie = first.project.source.mediaURL.path();
+    EXPECT_EQ(firstMovie.parent_path(), fs::temp_directory_path());
+
+    // A person's beat, then a shorter take of one burst: the beat stays, squeezed, and the report says so.
+    m_session->addBeat(0.5);
+    const ZoomBeat mine = m_session->document()->project.camera.beats.back();
+    const double firstDuration = first.project.source.duration;
+    m_session->startRetake();
+    ASSERT_TRUE(
+        waitFor([&] { return m_session->phase() != SessionPhase::editing() || m_session->lastError(); }));
+    ASSERT_EQ(m_session->phase(), SessionPhase::recording()) << m_session->lastError().value_or("");
+    act(600, 300);
+    m_session->stopRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() != SessionPhase::recording(); }));
+    ASSERT_EQ(m_session->phase(), SessionPhase::editing()) << m_session->lastError().value_or("");
+    ASSERT_TRUE(m_session->retakeReport());
+    const RetakeSwap::Report report = *m_session->retakeReport();
+    EXPECT_EQ(report.previousDuration, firstDuration);
+    EXPECT_LT(report.newDuration, firstDuration);
+    EXPECT_EQ(report.remappedBeats, 1);
+    EXPECT_GE(report.regeneratedBeats, 1);
+    EXPECT_EQ(m_session->clickCount(), 3);
+    const std::vector<ZoomBeat>& beats = m_session->document()->project.camera.beats;
+    const auto kept =
+        std::find_if(beats.begin(), beats.end(), [&](const ZoomBeat& b) { return b.id == mine.id; });
+    ASSERT_NE(kept, beats.end());
+    EXPECT_FALSE(kept->isGenerated);
+    EXPECT_NE(m_session->document()->project.source.mediaURL.path(), firstMovie);
+    EXPECT_EQ(m_session->document()->project.name, "Untitled");
+    std::error_code ignored;
+    fs::remove(firstMovie, ignored);
+    fs::remove(m_session->document()->project.source.mediaURL.path(), ignored);
+}
+
+TEST_F(EditorSessionTest, ACaptureIsSizedFromTheScreenAndAFailureKeepsThePendingRetake) {
+    // No main screen: 1920 by 1080 at twice the pixels, with the sound asked for as chosen.
+    m_session->setCapturesSystemAudio(false);
+    m_session->setCapturesMicrophone(true);
+    m_session->startRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::recording(); }));
+    ASSERT_EQ(m_capture->started.size(), 1u);
+    const CaptureConfiguration asked = m_capture->started[0];
+    EXPECT_EQ(asked.size, (Size{3840, 2160}));
+    EXPECT_EQ(asked.frameRate, 60);
+    EXPECT_FALSE(asked.capturesAudio);
+    EXPECT_TRUE(asked.capturesMicrophone);
+    EXPECT_TRUE(asked.capturesCursor);
+    EXPECT_EQ(asked.outputURL.parent_path(), fs::temp_directory_path());
+    EXPECT_TRUE(asked.outputURL.filename().string().starts_with("take-"));
+    EXPECT_EQ(asked.outputURL.extension(), ".mov");
+    EXPECT_TRUE(m_session->capturedWithAudio());
+
+    // A start refused while a capture runs keeps the recording phase; a stop that fails goes idle with the
+    // message and no project.
+    m_capture->failStart = CaptureError(CaptureError::Kind::alreadyRecording);
+    m_session->startRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->lastError().has_value(); }));
+    EXPECT_EQ(m_session->lastError(), "Already recording.");
+    EXPECT_EQ(m_session->phase(), SessionPhase::recording());
+    m_capture->failStop = CaptureError(CaptureError::Kind::writerFailed, "disk gone");
+    m_session->stopRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::idle(); }));
+    EXPECT_EQ(m_session->lastError(), EditorSession::describe(*m_capture->failStop));
+    EXPECT_FALSE(m_session->document());
+
+    // Neither source asked for: a capture without sound.
+    m_capture->failStart.reset();
+    m_capture->failStop.reset();
+    m_session->setCapturesMicrophone(false);
+    m_session->startRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::recording(); }));
+    EXPECT_FALSE(m_session->capturedWithAudio());
+
+    // Its end opens the take as a new project.
+    m_capture->take.mediaURL = Url::fileUrl(*s_dir / "take.mp4");
+    m_capture->take.size = {320, 180};
+    m_capture->take.frameRate = 10;
+    m_capture->take.duration = 8;
+    m_session->stopRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::editing(); }));
+    EXPECT_EQ(m_session->document()->project.name, "Untitled");
+    EXPECT_FALSE(m_session->retakeReport());
+
+    // A retake whose start fails leaves the project and goes idle; the retake stays pending, so the next
+    // capture's take goes under the open project rather than opening a new one.
+    openSample();
+    const Uuid project = m_session->document()->project.id;
+    m_capture->failStart = CaptureError(CaptureError::Kind::noDisplayAvailable);
+    m_session->startRetake();
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::idle(); }));
+    EXPECT_EQ(m_session->lastError(), EditorSession::describe(*m_capture->failStart));
+    ASSERT_TRUE(m_session->document());
+    m_capture->failStart.reset();
+    m_session->startRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::recording(); }));
+    m_session->stopRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::editing(); }));
+    EXPECT_EQ(m_session->document()->project.id, project);
+    ASSERT_TRUE(m_session->retakeReport());
+    EXPECT_EQ(m_session->retakeReport()->newDuration, 8);
+}
+
+TEST_F(EditorSessionTest, CaptionsComeFromTheNarrationAndNeedThePermission) {
+    // A sample take with a spoken narration; the session's temporary files go to a folder of this test's.
+    const TempDir scratch;
+    const fs::path sample = scratch / "Narrated.marlowick";
+    const std::string make = std::string(MARLOWICK_CLI) + " sample '" + sample.string() +
+                             "' --size 320x180 --rate 10 >/dev/null 2>&1";
+    ASSERT_EQ(std::system(make.c_str()), 0) << make;
+    const TempDir temporary;
+    const TemporaryDirectoryOverride override(temporary.path());
+    m_panels->packagesToOpen.push_back(sample);
+    m_session->open();
+    ASSERT_TRUE(m_session->document());
+    ASSERT_FALSE(m_session->document()->project.captions);
+
+    // Denied: the message at once, and no captions.
+    CaptionTranscriber::setAuthorization(SpeechAuthorization::denied);
+    m_session->generateCaptions();
+    CaptionTranscriber::setAuthorization(SpeechAuthorization::granted);
+    ASSERT_TRUE(waitFor([&] { return !m_session->isTranscribing(); }));
+    ASSERT_TRUE(m_session->lastError());
+    EXPECT_TRUE(m_session->lastError()->starts_with("Speech Recognition permission is required."));
+    EXPECT_FALSE(m_session->document()->project.captions);
+
+    // Granted: cues of at most eight words over the narration, and the voice file gone afterwards.
+    QSignalSpy transcribing(m_session.get(), &EditorSession::isTranscribingChanged);
+    m_session->generateCaptions();
+    EXPECT_TRUE(m_session->isTranscribing());
+    EXPECT_FALSE(m_session->lastError());
+    m_session->generateCaptions(); // one at a time
+    ASSERT_TRUE(waitFor([&] { return !m_session->isTranscribing(); }));
+    EXPECT_EQ(transcribing.count(), 2);
+    EXPECT_FALSE(m_session->lastError()) << *m_session->lastError();
+    const std::optional<CaptionTrack>& captions = m_session->document()->project.captions;
+    ASSERT_TRUE(captions);
+    EXPECT_TRUE(captions->isEnabled);
+    ASSERT_FALSE(captions->cues.empty());
+    for (const CaptionTrack::Cue& cue : captions->cues) {
+        EXPECT_FALSE(cue.words.empty());
+        EXPECT_LE(cue.words.size(), 8u);
+        EXPECT_GE(cue.start(), 0);
+        EXPECT_LE(cue.end(), m_session->document()->project.source.duration + 0.1);
+    }
+    for (const fs::directory_entry& entry : fs::directory_iterator(temporary.path())) {
+        EXPECT_FALSE(entry.path().filename().string().starts_with("marlowick-voice-")) << entry.path();
+    }
+    m_session.reset();
 }
 
 TEST_F(EditorSessionTest, AnExportCarriesItsProgressAndEndsInTheEditor) {

@@ -1,0 +1,135 @@
+// The recording flow: a capture started from the record screen or as a retake, and its end, which opens
+// the take as a new project or puts it under the open one.
+
+#include "session/EditorSession.h"
+
+#include "messages/Describe.h"
+#include "trajectory/NewRecording.h"
+
+#include <QCoroFuture>
+#include <QtConcurrent/QtConcurrentRun>
+
+namespace marlowick {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr double captureFrameRate = 60;
+// Without a main screen a capture is sized for a 1920 by 1080 screen at twice the pixels.
+constexpr Size fallbackScreenSize{1920, 1080};
+constexpr double fallbackScreenScale = 2;
+constexpr const char* newProjectName = "Untitled";
+
+// How a call of the capturer ended off the session's thread: its value, or the error's words.
+template <class Value> struct CaptureOutcome {
+    std::optional<Value> value;
+    std::string error;
+    bool stillRecording = false; // the call was refused because a capture runs
+};
+
+} // namespace
+
+void EditorSession::startRecording() {
+    setLastError(std::nullopt);
+    runCaptureStart(captureConfiguration());
+}
+
+void EditorSession::startRetake() {
+    m_isRetaking = true;
+    setLastError(std::nullopt);
+    runCaptureStart(captureConfiguration());
+}
+
+void EditorSession::stopRecording() {
+    runCaptureStop();
+}
+
+CaptureConfiguration EditorSession::captureConfiguration() const {
+    // The size and the scale are each read on their own: a screen may answer one and not the other.
+    std::optional<Size> points;
+    std::optional<double> scale;
+    if (m_screen) {
+        points = m_screen->primaryScreenSize();
+        scale = m_screen->primaryScreenScale();
+    }
+    const Size size = points.value_or(fallbackScreenSize);
+    const double factor = scale.value_or(fallbackScreenScale);
+
+    CaptureConfiguration configuration;
+    configuration.outputURL = fs::temp_directory_path() / ("take-" + Uuid::random().toString() + ".mov");
+    configuration.size = {size.width * factor, size.height * factor};
+    configuration.frameRate = captureFrameRate;
+    configuration.capturesAudio = m_capturesSystemAudio;
+    // Every Linux desktop can offer the microphone: where the sound server has no source, the capturer
+    // refuses the start with its own message.
+    configuration.capturesMicrophone = m_capturesMicrophone;
+    configuration.capturesCursor = true;
+    return configuration;
+}
+
+QCoro::Task<> EditorSession::runCaptureStart(CaptureConfiguration configuration) {
+    const QPointer<EditorSession> self(this);
+    ScreenCapturer* capturer = m_capturer.get();
+    QFuture<CaptureOutcome<bool>> starting =
+        QtConcurrent::run(&m_captureThread, [capturer, configuration]() -> CaptureOutcome<bool> {
+            try {
+                capturer->start(configuration);
+                return {true, {}};
+            } catch (const CaptureError& error) {
+                return {std::nullopt, describe(error), error.kind() == CaptureErrorKind::alreadyRecording};
+            } catch (const std::exception& error) {
+                return {std::nullopt, describe(error)};
+            }
+        });
+    const CaptureOutcome<bool> outcome = co_await starting;
+    if (!self) {
+        co_return;
+    }
+    if (!outcome.value) {
+        // A pending retake stays pending: the next finished capture still goes under the open project. A
+        // start refused because a capture runs leaves the phase at recording, since that capture goes on.
+        setLastError(outcome.error);
+        if (!outcome.stillRecording) {
+            setPhase(SessionPhase::idle());
+        }
+        co_return;
+    }
+    // The choices as they are now, not as the capture was asked for.
+    setCapturedWithAudio(m_capturesSystemAudio || m_capturesMicrophone);
+    setPhase(SessionPhase::recording());
+}
+
+QCoro::Task<> EditorSession::runCaptureStop() {
+    const QPointer<EditorSession> self(this);
+    ScreenCapturer* capturer = m_capturer.get();
+    QFuture<CaptureOutcome<Recording>> stopping =
+        QtConcurrent::run(&m_captureThread, [capturer]() -> CaptureOutcome<Recording> {
+            try {
+                return {capturer->stop(), {}};
+            } catch (const std::exception& error) {
+                return {std::nullopt, describe(error)};
+            }
+        });
+    const CaptureOutcome<Recording> outcome = co_await stopping;
+    if (!self) {
+        co_return;
+    }
+    if (!outcome.value) {
+        // The take is lost to the session; its partial movie stays on disk.
+        m_isRetaking = false;
+        setLastError(outcome.error);
+        setPhase(SessionPhase::idle());
+        co_return;
+    }
+    if (m_isRetaking) {
+        m_isRetaking = false;
+        applyRetake(*outcome.value);
+        co_return;
+    }
+    setDocument(documentForNewRecording(*outcome.value, newProjectName));
+    refreshDerivedState();
+    setPhase(SessionPhase::editing());
+}
+
+} // namespace marlowick
