@@ -1,0 +1,121 @@
+#include "ui/CanvasWidget.h"
+
+#include "session/PlaybackEngine.h"
+
+#include <QOpenGLContext>
+#include <QSurfaceFormat>
+
+#include <cmath>
+
+namespace marlowick {
+
+CanvasWidget::CanvasWidget(QWidget* parent)
+    : QOpenGLWidget(parent) {
+    // The compositor's program is GLSL 3.30 for a core profile.
+    QSurfaceFormat format = QSurfaceFormat::defaultFormat();
+    format.setVersion(3, 3);
+    format.setProfile(QSurfaceFormat::CoreProfile);
+    setFormat(format);
+    setAttribute(Qt::WA_OpaquePaintEvent);
+
+    m_refresh.setTimerType(Qt::PreciseTimer);
+    m_refresh.setInterval(1000 / 60);
+    connect(&m_refresh, &QTimer::timeout, this, qOverload<>(&QWidget::update));
+    m_refresh.start();
+}
+
+CanvasWidget::~CanvasWidget() {
+    releaseGl();
+}
+
+void CanvasWidget::setTimeline(std::optional<OutputTimeline> timeline) {
+    m_timeline = std::move(timeline);
+    update();
+}
+
+void CanvasWidget::setPlayback(PlaybackEngine* playback) {
+    m_playback = playback;
+    m_frame.reset();
+    m_frameOutput = nullptr;
+    update();
+}
+
+void CanvasWidget::initializeGL() {
+    // A context that goes (the widget moved to another window) takes its objects with it.
+    connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, &CanvasWidget::releaseGl,
+            Qt::UniqueConnection);
+    try {
+        m_compositor = std::make_unique<FrameCompositor>();
+        m_source = std::make_unique<BgraTexture>();
+    } catch (const std::exception&) {
+        // Without its program the canvas stays black; the rest of the window works on.
+        m_compositor.reset();
+        m_source.reset();
+    }
+    m_frame.reset();
+    m_frameOutput = nullptr;
+}
+
+void CanvasWidget::releaseGl() {
+    if (!m_compositor && !m_source) {
+        return;
+    }
+    makeCurrent();
+    m_compositor.reset();
+    m_source.reset();
+    doneCurrent();
+    m_frame.reset();
+    m_frameOutput = nullptr;
+}
+
+void CanvasWidget::takeFrame(double time) {
+    VideoOutput* output = m_playback ? m_playback->videoOutput() : nullptr;
+    if (output == nullptr) {
+        return;
+    }
+    const bool sameOutput = output == m_frameOutput;
+    if (sameOutput && m_frame && !output->hasNewFrame(time)) {
+        return;
+    }
+    std::optional<PlayerFrame> frame = output->frameAt(time);
+    if (!frame || !frame->image) {
+        return;
+    }
+    const BgraImage& image = *frame->image;
+    const bool whole = !sameOutput || !m_frame || frame->change.whole || m_source->width() != image.width ||
+                       m_source->height() != image.height;
+    if (whole) {
+        m_source->upload(image.bytes.data(), image.width, image.height, image.stride);
+    } else {
+        for (const PixelRect& area : frame->change.areas) {
+            m_source->update(image.bytes.data(), image.stride, area);
+        }
+    }
+    m_frame = std::move(frame);
+    m_frameOutput = output;
+}
+
+void CanvasWidget::paintGL() {
+    const qreal ratio = devicePixelRatioF();
+    const int pixelWidth = static_cast<int>(std::lround(width() * ratio));
+    const int pixelHeight = static_cast<int>(std::lround(height() * ratio));
+    glViewport(0, 0, pixelWidth, pixelHeight);
+    glClearColor(0, 0, 0, 1);
+    glClear(GL_COLOR_BUFFER_BIT);
+    if (!m_compositor || !m_timeline || !m_playback) {
+        return;
+    }
+    const double t = m_playback->currentTime();
+    takeFrame(t);
+    if (!m_frame) {
+        return;
+    }
+    try {
+        m_compositor->render(*m_source, pixelWidth, pixelHeight, m_timeline->project, t,
+                             m_timeline->cursorAt(t), false);
+    } catch (const std::exception&) {
+        // This refresh shows black; the next one tries again.
+    }
+}
+
+} // namespace marlowick

@@ -1,0 +1,213 @@
+#include "ui/MainWindow.h"
+
+#include "session/EditorSession.h"
+#include "ui/CanvasPreview.h"
+#include "ui/ExportScreen.h"
+#include "ui/RecordScreen.h"
+#include "ui/RecordingScreen.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QIcon>
+#include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
+#include <QStackedWidget>
+#include <QToolBar>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace marlowick {
+
+namespace {
+
+QString presetLabel(const ExportPreset& preset) {
+    QString label = QString::fromStdString(preset.name);
+    if (preset.codec == ExportPreset::Codec::hevcWithAlpha ||
+        preset.codec == ExportPreset::Codec::prores4444) {
+        label += " (Alpha)";
+    }
+    return label;
+}
+
+} // namespace
+
+MainWindow::MainWindow(EditorSession& session, QWidget* parent)
+    : QMainWindow(parent)
+    , m_session(session) {
+    setWindowTitle("Marlowick");
+    buildCommands();
+
+    m_errorBanner = new QLabel(this);
+    m_errorBanner->setWordWrap(true);
+    m_errorBanner->setMargin(8);
+    // The banner's red at 15 % over the window's background, as the other banners will have their colours.
+    m_errorBanner->setStyleSheet("background-color: rgba(224, 68, 62, 38);");
+    m_screens = new QStackedWidget(this);
+    m_recordScreen = new RecordScreen(session, m_startRecording, m_screens);
+    m_recordingScreen = new RecordingScreen(m_stopRecording, m_screens);
+    m_editor = new CanvasPreview(session, m_screens);
+    m_exportScreen = new ExportScreen(session, m_screens);
+    for (QWidget* screen : {static_cast<QWidget*>(m_recordScreen), static_cast<QWidget*>(m_recordingScreen),
+                            static_cast<QWidget*>(m_editor), static_cast<QWidget*>(m_exportScreen)}) {
+        m_screens->addWidget(screen);
+    }
+    auto* central = new QWidget(this);
+    auto* column = new QVBoxLayout(central);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    column->addWidget(m_errorBanner);
+    column->addWidget(m_screens, 1);
+    setCentralWidget(central);
+    buildToolbar();
+
+    // The keys without a modifier act only while the focus is in the editor, so text fields keep them.
+    auto* cutIn = new QAction(tr("Set Cut In"), this);
+    cutIn->setShortcut(Qt::Key_I);
+    auto* cutOut = new QAction(tr("Set Cut Out"), this);
+    cutOut->setShortcut(Qt::Key_O);
+    auto* removeSelection = new QAction(QIcon::fromTheme("edit-cut"), tr("Remove Selection"), this);
+    removeSelection->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Delete));
+    for (QAction* action : {cutIn, cutOut}) {
+        action->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+        m_editor->addAction(action);
+    }
+    connect(cutIn, &QAction::triggered, &session,
+            [&session] { session.setSelectionStart(session.playback()->currentTime()); });
+    connect(cutOut, &QAction::triggered, &session,
+            [&session] { session.setSelectionEnd(session.playback()->currentTime()); });
+    connect(removeSelection, &QAction::triggered, &session, &EditorSession::cutSelection);
+    QMenu* edit = menuBar()->addMenu(tr("&Edit"));
+    edit->addAction(cutIn);
+    edit->addAction(cutOut);
+    edit->addAction(removeSelection);
+
+    connect(&session, &EditorSession::phaseChanged, this, &MainWindow::followPhase);
+    connect(&session, &EditorSession::lastErrorChanged, this, &MainWindow::followError);
+    connect(&session, &EditorSession::documentChanged, this, &MainWindow::fillExportMenu);
+    connect(session.playback(), &PlaybackEngine::isPlayingChanged, this, &MainWindow::followPlaying);
+    followPhase();
+    followError();
+    fillExportMenu();
+    resize(1180, 760);
+}
+
+void MainWindow::buildCommands() {
+    QMenu* file = menuBar()->addMenu(tr("&File"));
+    m_startRecording = new QAction(QIcon::fromTheme("media-record"), tr("Start Recording"), this);
+    m_startRecording->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R));
+    m_startRecording->setIconText(tr("Record"));
+    m_startRecording->setToolTip(tr("Start recording (Ctrl+Shift+R)"));
+    // The recording flow is not in the session yet: the commands are there, and wait for it.
+    m_startRecording->setEnabled(false);
+    m_stopRecording = new QAction(QIcon::fromTheme("media-playback-stop"), tr("Stop Recording"), this);
+    m_stopRecording->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Period));
+    m_stopRecording->setToolTip(tr("Stop recording (Ctrl+.)"));
+    m_stopRecording->setEnabled(false);
+    auto* open = new QAction(QIcon::fromTheme("document-open"), tr("Open Project…"), this);
+    open->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
+    connect(open, &QAction::triggered, &m_session, &EditorSession::open);
+    m_save = new QAction(QIcon::fromTheme("document-save"), tr("Save Project…"), this);
+    m_save->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_S));
+    connect(m_save, &QAction::triggered, &m_session, &EditorSession::save);
+    auto* quit = new QAction(tr("Quit"), this);
+    quit->setShortcut(QKeySequence::Quit);
+    connect(quit, &QAction::triggered, this, &QWidget::close);
+    file->addAction(m_startRecording);
+    file->addAction(m_stopRecording);
+    file->addSeparator();
+    file->addAction(open);
+    file->addAction(m_save);
+    file->addSeparator();
+    file->addAction(quit);
+}
+
+void MainWindow::buildToolbar() {
+    QToolBar* bar = addToolBar(tr("Editor"));
+    bar->setMovable(false);
+    bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    bar->addAction(m_startRecording);
+    m_play = new QAction(QIcon::fromTheme("media-playback-start"), tr("Play"), this);
+    m_play->setToolTip(tr("Play or pause (Space)"));
+    connect(m_play, &QAction::triggered, this, [this] {
+        PlaybackEngine* playback = m_session.playback();
+        if (playback->isPlaying()) {
+            playback->pause();
+        } else {
+            playback->play();
+        }
+    });
+    bar->addAction(m_play);
+    m_save->setIconText(tr("Save"));
+    m_save->setToolTip(tr("Save project (Ctrl+S)"));
+    bar->addAction(m_save);
+    m_export = new QToolButton(bar);
+    m_export->setText(tr("Export"));
+    QIcon exportIcon = QIcon::fromTheme("document-export");
+    m_export->setIcon(exportIcon.isNull() ? QIcon::fromTheme("document-send") : exportIcon);
+    m_export->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    m_export->setPopupMode(QToolButton::InstantPopup);
+    m_export->setMenu(new QMenu(m_export));
+    bar->addWidget(m_export);
+}
+
+void MainWindow::fillExportMenu() {
+    QMenu* menu = m_export->menu();
+    menu->clear();
+    const auto add = [this, menu](const ExportPreset& preset) {
+        QAction* entry = menu->addAction(presetLabel(preset));
+        connect(entry, &QAction::triggered, &m_session, [this, preset] { m_session.exportMovie(preset); });
+    };
+    for (const ExportPreset& preset : m_session.matchingPresets()) {
+        add(preset);
+    }
+    const auto others = m_session.mismatchedPresets();
+    if (!others.empty()) {
+        menu->addSeparator();
+    }
+    for (const ExportPreset& preset : others) {
+        add(preset);
+    }
+}
+
+QWidget* MainWindow::currentScreen() const {
+    return m_screens->currentWidget();
+}
+
+void MainWindow::followPhase() {
+    const SessionPhase& phase = m_session.phase();
+    switch (phase.kind()) {
+    case SessionPhase::Kind::idle:
+        m_screens->setCurrentWidget(m_recordScreen);
+        break;
+    case SessionPhase::Kind::recording:
+        m_screens->setCurrentWidget(m_recordingScreen);
+        break;
+    case SessionPhase::Kind::editing:
+        m_screens->setCurrentWidget(m_editor);
+        break;
+    case SessionPhase::Kind::exporting:
+        m_screens->setCurrentWidget(m_exportScreen);
+        break;
+    }
+    const bool editing = phase.kind() == SessionPhase::Kind::editing;
+    m_play->setEnabled(editing);
+    m_save->setEnabled(phase.needsDocument());
+    m_export->setEnabled(editing);
+    m_startRecording->setVisible(phase.kind() != SessionPhase::Kind::recording);
+}
+
+void MainWindow::followError() {
+    const auto& error = m_session.lastError();
+    m_errorBanner->setVisible(error.has_value());
+    if (error) {
+        m_errorBanner->setText(QString::fromStdString(*error));
+    }
+}
+
+void MainWindow::followPlaying(bool playing) {
+    m_play->setIcon(QIcon::fromTheme(playing ? "media-playback-pause" : "media-playback-start"));
+    m_play->setText(playing ? tr("Pause") : tr("Play"));
+}
+
+} // namespace marlowick

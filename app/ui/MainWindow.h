@@ -1,0 +1,60 @@
+#pragma once
+
+#include <QMainWindow>
+
+class QAction;
+class QLabel;
+class QStackedWidget;
+class QToolButton;
+
+namespace marlowick {
+
+class CanvasPreview;
+class EditorSession;
+class ExportScreen;
+class RecordScreen;
+class RecordingScreen;
+
+// The one window over the session: the menus and the toolbar with the shell's commands, the error banner,
+// and one screen for each phase (record, recording, editor, export), replaced as soon as the phase changes.
+// Every control calls an operation of the session or of its playback engine.
+//
+// Thread: the main thread only. The session is not owned and outlives the window.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    explicit MainWindow(EditorSession& session, QWidget* parent = nullptr);
+
+    // The screen the phase shows now.
+    QWidget* currentScreen() const;
+    RecordScreen* recordScreen() const { return m_recordScreen; }
+    RecordingScreen* recordingScreen() const { return m_recordingScreen; }
+    CanvasPreview* editor() const { return m_editor; }
+    ExportScreen* exportScreen() const { return m_exportScreen; }
+
+    QAction* startRecordingAction() const { return m_startRecording; }
+    QAction* stopRecordingAction() const { return m_stopRecording; }
+
+private:
+    void buildCommands();
+    void buildToolbar();
+    void followPhase();
+    void followError();
+    void followPlaying(bool playing);
+    void fillExportMenu();
+
+    EditorSession& m_session;
+    QAction* m_startRecording = nullptr;
+    QAction* m_stopRecording = nullptr;
+    QAction* m_play = nullptr;
+    QAction* m_save = nullptr;
+    QToolButton* m_export = nullptr;
+    QLabel* m_errorBanner = nullptr;
+    QStackedWidget* m_screens = nullptr;
+    RecordScreen* m_recordScreen = nullptr;
+    RecordingScreen* m_recordingScreen = nullptr;
+    CanvasPreview* m_editor = nullptr;
+    ExportScreen* m_exportScreen = nullptr;
+};
+
+} // namespace marlowick

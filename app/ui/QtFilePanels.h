@@ -1,0 +1,35 @@
+#pragma once
+
+#include "session/FilePanels.h"
+
+#include <QPointer>
+#include <QWidget>
+
+#include <deque>
+
+namespace marlowick {
+
+// The session's file panels as Qt's standard dialogs, modal over `parent`. A package is a folder, so it is
+// opened with a folder chooser.
+//
+// Thread: the main thread only. The parent is not owned and may be set after construction.
+class QtFilePanels : public FilePanels {
+public:
+    explicit QtFilePanels(QWidget* parent = nullptr);
+    void setParent(QWidget* parent) { m_parent = parent; }
+
+    // The next openPackage answers `package` without showing a panel: a package named on the command line
+    // opens through the session's ordinary open.
+    void answerNextOpen(std::filesystem::path package);
+
+    std::optional<std::filesystem::path> openPackage() override;
+    std::optional<std::filesystem::path> savePackage(const std::string& suggestedName) override;
+    std::optional<std::filesystem::path> chooseFile(FileKind kind) override;
+    std::optional<std::filesystem::path> saveFile(const std::string& suggestedName) override;
+
+private:
+    QPointer<QWidget> m_parent;
+    std::deque<std::filesystem::path> m_answers;
+};
+
+} // namespace marlowick

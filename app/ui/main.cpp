@@ -1,0 +1,39 @@
+// marlowick-studio [PACKAGE]: the editor's window; with a package, it opens straight into the editor.
+
+#include "playback/PreviewPlayer.h"
+#include "session/EditorSession.h"
+#include "ui/MainWindow.h"
+#include "ui/QtFilePanels.h"
+
+#include <QApplication>
+#include <QIcon>
+#include <QSurfaceFormat>
+
+#include <memory>
+
+int main(int argc, char** argv) {
+    // The canvas shares its context with the window's: both must be 3.3 core for the compositor's program.
+    QSurfaceFormat format;
+    format.setVersion(3, 3);
+    format.setProfile(QSurfaceFormat::CoreProfile);
+    QSurfaceFormat::setDefaultFormat(format);
+    QApplication app(argc, argv);
+    QApplication::setApplicationName("Marlowick");
+    // A bare X session without a desktop has no theme of its own; Adwaita has every icon the window names.
+    QIcon::setFallbackThemeName("Adwaita");
+
+    auto panels = std::make_unique<marlowick::QtFilePanels>();
+    marlowick::QtFilePanels* panelsInUse = panels.get();
+    marlowick::EditorSession session(std::move(panels),
+                                     [] { return std::make_unique<marlowick::PreviewPlayer>(); });
+    marlowick::MainWindow window(session);
+    panelsInUse->setParent(&window);
+    window.show();
+
+    const QStringList arguments = QApplication::arguments();
+    if (arguments.size() > 1) {
+        panelsInUse->answerNextOpen(arguments.at(1).toStdString());
+        session.open();
+    }
+    return QApplication::exec();
+}

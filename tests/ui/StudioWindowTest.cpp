@@ -1,0 +1,240 @@
+#include "export/ExportPreset.h"
+#include "export/StillFrame.h"
+#include "playback/PreviewPlayer.h"
+#include "session/EditorSession.h"
+#include "support/TempDir.h"
+#include "trajectory/NewRecording.h"
+#include "ui/CanvasPreview.h"
+#include "ui/CanvasWidget.h"
+#include "ui/ExportScreen.h"
+#include "ui/MainWindow.h"
+#include "ui/RecordScreen.h"
+#include "ui/RecordingScreen.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QLabel>
+#include <QTest>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <deque>
+#include <functional>
+#include <future>
+#include <thread>
+
+using namespace marlowick;
+using namespace marlowick::test;
+namespace fs = std::filesystem;
+
+namespace {
+
+class FakePanels : public FilePanels {
+public:
+    std::deque<fs::path> packagesToOpen;
+    std::deque<fs::path> filesToSave;
+
+    std::optional<fs::path> openPackage() override { return next(packagesToOpen); }
+    std::optional<fs::path> savePackage(const std::string&) override { return std::nullopt; }
+    std::optional<fs::path> chooseFile(FileKind) override { return std::nullopt; }
+    std::optional<fs::path> saveFile(const std::string&) override { return next(filesToSave); }
+
+private:
+    static std::optional<fs::path> next(std::deque<fs::path>& queue) {
+        if (queue.empty()) {
+            return std::nullopt;
+        }
+        fs::path path = queue.front();
+        queue.pop_front();
+        return path;
+    }
+};
+
+// Runs the event loop until `done` holds or `seconds` have passed; answers whether it holds.
+bool within(double seconds, const std::function<bool()>& done) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!done() && std::chrono::steady_clock::now() < end) {
+        QApplication::processEvents();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return done();
+}
+
+void saveScreenshot(QWidget& widget, const std::string& name) {
+    fs::create_directories(MARLOWICK_SCREENSHOTS);
+    const QString path = QString::fromStdString((fs::path(MARLOWICK_SCREENSHOTS) / (name + ".png")).string());
+    EXPECT_TRUE(widget.grab().save(path)) << path.toStdString();
+}
+
+// The largest difference of one channel between the canvas's picture and an export's still frame.
+int largestDifference(const QImage& grabbed, const BgraImage& still) {
+    const QImage picture = grabbed.convertToFormat(QImage::Format_ARGB32);
+    EXPECT_EQ(picture.width(), still.width);
+    EXPECT_EQ(picture.height(), still.height);
+    int largest = 0;
+    for (int y = 0; y < std::min(picture.height(), still.height); ++y) {
+        // ARGB32 lies in memory as B, G, R, A on this machine, as BGRA does.
+        const auto* row = picture.constScanLine(y);
+        const auto* expected = still.row(y);
+        for (int x = 0; x < std::min(picture.width(), still.width) * 4; ++x) {
+            largest = std::max(largest, std::abs(int(row[x]) - int(expected[x])));
+        }
+    }
+    return largest;
+}
+
+// The export's still frame, drawn on a thread of its own: its headless context must not meet the
+// window's on one thread.
+std::optional<BgraImage> exportedStill(const Project& project, const std::vector<InputEvent>& telemetry,
+                                       double time, int width, int height) {
+    return std::async(std::launch::async,
+                      [&] { return drawStillFrame(project, telemetry, time, width, height); })
+        .get();
+}
+
+class StudioWindowTest : public ::testing::Test {
+protected:
+    // A 4 s take at 320x180 and 10 frames a second with a moving test picture and a tone, a pointer walk and
+    // a click every second.
+    static void SetUpTestSuite() {
+        s_dir = new TempDir;
+        const std::string command =
+            "ffmpeg -v error -y -f lavfi -i testsrc2=size=320x180:rate=10 -f lavfi -i "
+            "sine=frequency=300:sample_rate=48000 -t 4 -c:v libx264 -pix_fmt yuv420p "
+            "-c:a aac '" +
+            (*s_dir / "take.mp4").string() + "'";
+        ASSERT_EQ(std::system(command.c_str()), 0) << command;
+        Recording recording;
+        recording.mediaURL = Url::fileUrl(*s_dir / "take.mp4");
+        recording.size = {320, 180};
+        recording.frameRate = 10;
+        recording.duration = 4;
+        recording.capturedSystemAudio = true;
+        for (int i = 0; i < 40; ++i) {
+            const double t = i * 0.1;
+            const Point location{40.0 + i * 6, 30.0 + (i % 10) * 12};
+            recording.inputEvents.push_back({t, InputEvent::Kind::move, location});
+            if (i % 10 == 5) {
+                recording.inputEvents.push_back({t + 0.02, InputEvent::Kind::down, location});
+                recording.inputEvents.push_back({t + 0.05, InputEvent::Kind::up, location});
+            }
+        }
+        documentForNewRecording(recording, "Demo").write(package());
+    }
+    static void TearDownTestSuite() {
+        delete s_dir;
+        s_dir = nullptr;
+    }
+    static fs::path package() { return *s_dir / "Demo.marlowick"; }
+
+    void SetUp() override {
+        auto panels = std::make_unique<FakePanels>();
+        m_panels = panels.get();
+        // No sound server at that address: the player's silent clock, as on a machine without sound.
+        m_session = std::make_unique<EditorSession>(std::move(panels), [] {
+            return std::make_unique<PreviewPlayer>("unix:/nonexistent/marlowick-test");
+        });
+        m_window = std::make_unique<MainWindow>(*m_session);
+        m_window->resize(1100, 720);
+        m_window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_window.get()));
+    }
+    void TearDown() override {
+        m_window.reset();
+        m_session.reset();
+    }
+
+    // Opens the package and waits until the player is loaded.
+    void openPackage() {
+        m_panels->packagesToOpen.push_back(package());
+        m_session->open();
+        ASSERT_TRUE(within(10, [&] { return m_session->playback()->videoOutput() != nullptr; }));
+    }
+
+    // Pauses the player at `time` and waits until the canvas holds that moment's picture.
+    void showPausedAt(double time) {
+        PlaybackEngine* playback = m_session->playback();
+        playback->pause();
+        playback->seek(time);
+        CanvasWidget* canvas = m_window->editor()->canvas();
+        ASSERT_TRUE(within(10, [&] {
+            const auto& frame = canvas->shownFrame();
+            return frame && frame->time <= time && time < frame->endTime;
+        }));
+    }
+
+    static TempDir* s_dir;
+    FakePanels* m_panels = nullptr;
+    std::unique_ptr<EditorSession> m_session;
+    std::unique_ptr<MainWindow> m_window;
+};
+
+TempDir* StudioWindowTest::s_dir = nullptr;
+
+} // namespace
+
+TEST_F(StudioWindowTest, ThePhaseDecidesTheScreen) {
+    EXPECT_EQ(m_window->currentScreen(), m_window->recordScreen());
+    EXPECT_FALSE(m_window->stopRecordingAction()->isEnabled());
+    saveScreenshot(*m_window, "record");
+
+    // A package that can't be read leaves the record screen, with the error above it.
+    m_panels->packagesToOpen.push_back(*s_dir / "missing.marlowick");
+    m_session->open();
+    EXPECT_EQ(m_window->currentScreen(), m_window->recordScreen());
+    ASSERT_TRUE(m_session->lastError().has_value());
+    const auto banners = m_window->findChildren<QLabel*>();
+    EXPECT_TRUE(std::any_of(banners.begin(), banners.end(), [&](QLabel* label) {
+        return label->isVisible() && label->text().toStdString() == *m_session->lastError();
+    }));
+    saveScreenshot(*m_window, "record-error");
+
+    openPackage();
+    EXPECT_EQ(m_window->currentScreen(), m_window->editor());
+    showPausedAt(1.25);
+
+    // An export shows its progress, and the editor comes back when it ends.
+    const std::vector<ExportPreset> presets = m_session->matchingPresets();
+    ASSERT_FALSE(presets.empty());
+    m_panels->filesToSave.push_back(*s_dir / "Demo-export.mp4");
+    m_session->exportMovie(presets.front());
+    EXPECT_EQ(m_window->currentScreen(), m_window->exportScreen());
+    saveScreenshot(*m_window, "export");
+    ASSERT_TRUE(within(120, [&] { return m_session->phase().kind() == SessionPhase::Kind::editing; }));
+    EXPECT_EQ(m_window->currentScreen(), m_window->editor());
+
+    // The recording phase comes with the recording flow; its screen on its own, to be looked at.
+    m_window->recordingScreen()->resize(1100, 660);
+    saveScreenshot(*m_window->recordingScreen(), "recording");
+}
+
+TEST_F(StudioWindowTest, ThePausedPreviewIsTheExportedFrameAndFollowsTheCanvasSettings) {
+    openPackage();
+    const double time = 1.25;
+    showPausedAt(time);
+    saveScreenshot(*m_window, "editor");
+    CanvasWidget* canvas = m_window->editor()->canvas();
+    const MarlowickDocument& document = *m_session->document();
+
+    QImage grabbed = canvas->grabFramebuffer();
+    ASSERT_FALSE(grabbed.isNull());
+    auto still =
+        exportedStill(document.project, document.telemetry(), time, grabbed.width(), grabbed.height());
+    ASSERT_TRUE(still.has_value());
+    EXPECT_LE(largestDifference(grabbed, *still), 2);
+
+    // Another background and a closer framing show at the next refresh, over the same paused picture.
+    Project changed = document.project;
+    changed.canvas.background = Background::solid("#2EA043");
+    changed.canvas.inset = 0.2;
+    canvas->setTimeline(OutputTimeline(changed, document.telemetry()));
+    grabbed = canvas->grabFramebuffer();
+    const QColor corner = grabbed.pixelColor(2, 2);
+    EXPECT_EQ(corner.red(), 0x2E);
+    EXPECT_EQ(corner.green(), 0xA0);
+    EXPECT_EQ(corner.blue(), 0x43);
+    still = exportedStill(changed, document.telemetry(), time, grabbed.width(), grabbed.height());
+    ASSERT_TRUE(still.has_value());
+    EXPECT_LE(largestDifference(grabbed, *still), 2);
+}
