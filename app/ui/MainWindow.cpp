@@ -98,12 +98,11 @@ void MainWindow::buildCommands() {
     m_startRecording->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R));
     m_startRecording->setIconText(tr("Record"));
     m_startRecording->setToolTip(tr("Start recording (Ctrl+Shift+R)"));
-    // The recording flow is not in the session yet: the commands are there, and wait for it.
-    m_startRecording->setEnabled(false);
+    connect(m_startRecording, &QAction::triggered, &m_session, &EditorSession::startRecording);
     m_stopRecording = new QAction(QIcon::fromTheme("media-playback-stop"), tr("Stop Recording"), this);
     m_stopRecording->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Period));
     m_stopRecording->setToolTip(tr("Stop recording (Ctrl+.)"));
-    m_stopRecording->setEnabled(false);
+    connect(m_stopRecording, &QAction::triggered, &m_session, &EditorSession::stopRecording);
     auto* open = new QAction(QIcon::fromTheme("document-open"), tr("Open Project…"), this);
     open->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
     connect(open, &QAction::triggered, &m_session, &EditorSession::open);
@@ -194,7 +193,10 @@ void MainWindow::followPhase() {
     m_play->setEnabled(editing);
     m_save->setEnabled(phase.needsDocument());
     m_export->setEnabled(editing);
-    m_startRecording->setVisible(phase.kind() != SessionPhase::Kind::recording);
+    const bool recording = phase.kind() == SessionPhase::Kind::recording;
+    m_startRecording->setVisible(!recording);
+    m_startRecording->setEnabled(!recording && phase.kind() != SessionPhase::Kind::exporting);
+    m_stopRecording->setEnabled(recording);
 }
 
 void MainWindow::followError() {

@@ -1,9 +1,11 @@
 // marlowick-studio [PACKAGE]: the editor's window; with a package, it opens straight into the editor.
 
+#include "capture/X11ScreenCapturer.h"
 #include "playback/PreviewPlayer.h"
 #include "session/EditorSession.h"
 #include "ui/MainWindow.h"
 #include "ui/QtFilePanels.h"
+#include "ui/QtScreenInfo.h"
 
 #include <QApplication>
 #include <QIcon>
@@ -24,8 +26,10 @@ int main(int argc, char** argv) {
 
     auto panels = std::make_unique<marlowick::QtFilePanels>();
     marlowick::QtFilePanels* panelsInUse = panels.get();
-    marlowick::EditorSession session(std::move(panels),
-                                     [] { return std::make_unique<marlowick::PreviewPlayer>(); });
+    marlowick::EditorSession session(
+        std::move(panels), [] { return std::make_unique<marlowick::PreviewPlayer>(); },
+        [] { return std::make_unique<marlowick::X11ScreenCapturer>(); },
+        std::make_unique<marlowick::QtScreenInfo>());
     marlowick::MainWindow window(session);
     panelsInUse->setParent(&window);
     window.show();

@@ -1,3 +1,4 @@
+#include "capture/X11ScreenCapturer.h"
 #include "export/ExportPreset.h"
 #include "export/StillFrame.h"
 #include "playback/PreviewPlayer.h"
@@ -132,9 +133,10 @@ protected:
         auto panels = std::make_unique<FakePanels>();
         m_panels = panels.get();
         // No sound server at that address: the player's silent clock, as on a machine without sound.
-        m_session = std::make_unique<EditorSession>(std::move(panels), [] {
-            return std::make_unique<PreviewPlayer>("unix:/nonexistent/marlowick-test");
-        });
+        m_session = std::make_unique<EditorSession>(
+            std::move(panels),
+            [] { return std::make_unique<PreviewPlayer>("unix:/nonexistent/marlowick-test"); },
+            [] { return std::make_unique<X11ScreenCapturer>(); }, nullptr);
         m_window = std::make_unique<MainWindow>(*m_session);
         m_window->resize(1100, 720);
         m_window->show();
