@@ -108,7 +108,7 @@ void EditorSession::reloadPlayback(bool renderingAudio) {
     }
     m_previewStop = std::stop_source();
     // Its handle isn't kept: the stop source is how the session reaches it.
-    runPreviewJob(std::move(document), std::move(trim), renderingAudio, m_previewStop.get_token());
+    keep(runPreviewJob(std::move(document), std::move(trim), renderingAudio, m_previewStop.get_token()));
 }
 
 QCoro::Task<> EditorSession::runPreviewJob(MarlowickDocument document, TimeMap trim, bool renderingAudio,
@@ -191,8 +191,8 @@ void EditorSession::loadWaveform() {
         setWaveform({});
         return;
     }
-    runWaveformJob(m_document->project.source.mediaURL.path(),
-                   unlessIdentity(m_document->project.effectiveTrim()));
+    keep(runWaveformJob(m_document->project.source.mediaURL.path(),
+                        unlessIdentity(m_document->project.effectiveTrim())));
 }
 
 QCoro::Task<> EditorSession::runWaveformJob(fs::path movie, std::optional<TimeMap> trim) {
@@ -209,7 +209,7 @@ void EditorSession::probeAudioTracks() {
         setAudioTrackCount(std::nullopt);
         return;
     }
-    runTrackProbe(m_document->project.source.mediaURL.path());
+    keep(runTrackProbe(m_document->project.source.mediaURL.path()));
 }
 
 QCoro::Task<> EditorSession::runTrackProbe(fs::path movie) {

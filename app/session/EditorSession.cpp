@@ -26,9 +26,26 @@ EditorSession::~EditorSession() {
     m_exportRelay->detach();
     m_previewStop.request_stop();
     m_lifetime.request_stop();
+    // Every job ends at its next look now that the stops are requested; a preview waiting out its pause
+    // looks at once.
+    if (m_previewDebounce) {
+        m_previewDebounce->start(0);
+    }
+    for (QCoro::Task<>& job : m_jobs) {
+        if (!job.isReady()) {
+            QCoro::waitFor(job);
+        }
+    }
     if (m_audioPreviewUrl) {
         std::error_code ignored;
         std::filesystem::remove(m_audioPreviewUrl->path(), ignored);
+    }
+}
+
+void EditorSession::keep(QCoro::Task<> job) {
+    std::erase_if(m_jobs, [](const QCoro::Task<>& kept) { return kept.isReady(); });
+    if (!job.isReady()) {
+        m_jobs.push_back(std::move(job));
     }
 }
 

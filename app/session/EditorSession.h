@@ -266,6 +266,8 @@ private:
     // Cancels the preview job before, and starts a new one: after 350 ms without a newer call, it renders
     // the mix when the sound needs processing, then loads the player.
     void reloadPlayback(bool renderingAudio);
+    // Keeps a job that was started, forgetting those that have ended.
+    void keep(QCoro::Task<> job);
     QCoro::Task<> runPreviewJob(MarlowickDocument document, TimeMap trim, bool renderingAudio,
                                 std::stop_token stop);
     QCoro::Task<std::optional<Url>> renderAudioPreview(MarlowickDocument document, TimeMap trim,
@@ -326,6 +328,9 @@ private:
     std::stop_source m_previewStop;
     // The latest preview job's debounce timer while it waits; a cancellation fires it at once.
     QPointer<QTimer> m_previewDebounce;
+    // The jobs started and not yet seen to end. A job still suspended when the event loop has gone would
+    // never be resumed, and its frame would be lost with all it holds: the destructor runs each to its end.
+    std::vector<QCoro::Task<>> m_jobs;
     // Preview renders not yet ended, a cancelled one included; the flag is up while there is one.
     int m_rendersInFlight = 0;
     // Stopped when the session ends: the transcription and the export hear it.

@@ -32,17 +32,17 @@ template <class Value> struct CaptureOutcome {
 
 void EditorSession::startRecording() {
     setLastError(std::nullopt);
-    runCaptureStart(captureConfiguration());
+    keep(runCaptureStart(captureConfiguration()));
 }
 
 void EditorSession::startRetake() {
     m_isRetaking = true;
     setLastError(std::nullopt);
-    runCaptureStart(captureConfiguration());
+    keep(runCaptureStart(captureConfiguration()));
 }
 
 void EditorSession::stopRecording() {
-    runCaptureStop();
+    keep(runCaptureStop());
 }
 
 CaptureConfiguration EditorSession::captureConfiguration() const {

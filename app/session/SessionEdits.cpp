@@ -215,7 +215,7 @@ void EditorSession::analyseSilence() {
     }
     setIsAnalysingSilence(true);
     setLastError(std::nullopt);
-    runSilenceAnalysis(m_document->project);
+    keep(runSilenceAnalysis(m_document->project));
 }
 
 QCoro::Task<> EditorSession::runSilenceAnalysis(Project project) {
@@ -254,7 +254,7 @@ void EditorSession::generateCaptions() {
     }
     setIsTranscribing(true);
     setLastError(std::nullopt);
-    runTranscription(m_document->project, m_captionLocale);
+    keep(runTranscription(m_document->project, m_captionLocale));
 }
 
 QCoro::Task<> EditorSession::runTranscription(Project project, Locale locale) {
@@ -307,7 +307,7 @@ void EditorSession::replaceRecordingFromFile() {
     if (!chosen) {
         return;
     }
-    runReplacement(*chosen);
+    keep(runReplacement(*chosen));
 }
 
 QCoro::Task<> EditorSession::runReplacement(fs::path movie) {
@@ -365,7 +365,7 @@ void EditorSession::exportMovie(const ExportPreset& preset) {
     }
     setPhase(SessionPhase::exporting(0));
     setLastError(std::nullopt);
-    runExport(*m_document, preset, *chosen, ++m_exportNumber);
+    keep(runExport(*m_document, preset, *chosen, ++m_exportNumber));
 }
 
 QCoro::Task<> EditorSession::runExport(MarlowickDocument document, ExportPreset preset, fs::path target,

@@ -26,6 +26,10 @@ CanvasWidget::CanvasWidget(QWidget* parent)
 
 CanvasWidget::~CanvasWidget() {
     releaseGl();
+    // The base class destroys the context after this one is gone: its last signal must not reach us.
+    if (context() != nullptr) {
+        disconnect(context(), nullptr, this, nullptr);
+    }
 }
 
 void CanvasWidget::setTimeline(std::optional<OutputTimeline> timeline) {
