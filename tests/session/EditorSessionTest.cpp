@@ -10,6 +10,7 @@
 #include "support/SoundServer.h"
 #include "support/TempDir.h"
 #include "support/VirtualDisplay.h"
+#include "support/WalkingTake.h"
 #include "trajectory/NewRecording.h"
 
 #include <QCoreApplication>
@@ -183,22 +184,8 @@ protected:
         // A take twice as long, larger and at another rate, without sound: the retake from a file.
         ffmpeg("-f lavfi -i testsrc2=size=480x270:rate=25 -t 16 -c:v libx264 -pix_fmt yuv420p",
                *s_dir / "retake.mp4");
-        Recording recording;
-        recording.mediaURL = Url::fileUrl(*s_dir / "take.mp4");
-        recording.size = {320, 180};
-        recording.frameRate = 10;
-        recording.duration = 8;
-        recording.capturedSystemAudio = true;
-        for (int i = 0; i < 80; ++i) {
-            const double t = i * 0.1;
-            const Point location{20.0 + i * 3, 30.0 + (i % 10) * 10};
-            recording.inputEvents.push_back({t, InputEvent::Kind::move, location});
-            if (i % 10 == 5) {
-                recording.inputEvents.push_back({t + 0.02, InputEvent::Kind::down, location});
-                recording.inputEvents.push_back({t + 0.05, InputEvent::Kind::up, location});
-            }
-        }
-        documentForNewRecording(recording, "Demo").write(package());
+        documentForNewRecording(walkingTake(*s_dir / "take.mp4", 8, {20, 30}, {3, 10}), "Demo")
+            .write(package());
     }
     static void TearDownTestSuite() {
         delete s_dir;

@@ -4,6 +4,7 @@
 #include "playback/PreviewPlayer.h"
 #include "session/EditorSession.h"
 #include "support/TempDir.h"
+#include "support/WalkingTake.h"
 #include "trajectory/NewRecording.h"
 #include "ui/CanvasPreview.h"
 #include "ui/CanvasWidget.h"
@@ -106,22 +107,8 @@ protected:
             "-c:a aac '" +
             (*s_dir / "take.mp4").string() + "'";
         ASSERT_EQ(std::system(command.c_str()), 0) << command;
-        Recording recording;
-        recording.mediaURL = Url::fileUrl(*s_dir / "take.mp4");
-        recording.size = {320, 180};
-        recording.frameRate = 10;
-        recording.duration = 4;
-        recording.capturedSystemAudio = true;
-        for (int i = 0; i < 40; ++i) {
-            const double t = i * 0.1;
-            const Point location{40.0 + i * 6, 30.0 + (i % 10) * 12};
-            recording.inputEvents.push_back({t, InputEvent::Kind::move, location});
-            if (i % 10 == 5) {
-                recording.inputEvents.push_back({t + 0.02, InputEvent::Kind::down, location});
-                recording.inputEvents.push_back({t + 0.05, InputEvent::Kind::up, location});
-            }
-        }
-        documentForNewRecording(recording, "Demo").write(package());
+        documentForNewRecording(walkingTake(*s_dir / "take.mp4", 4, {40, 30}, {6, 12}), "Demo")
+            .write(package());
     }
     static void TearDownTestSuite() {
         delete s_dir;
