@@ -17,7 +17,8 @@ RecordingScreen::RecordingScreen(QAction* stopRecording, QWidget* parent)
     wordFont.setPointSizeF(wordFont.pointSizeF() * 1.6);
     wordFont.setBold(true);
     word->setFont(wordFont);
-    auto* hidden = new QLabel(tr("Marlowick is hidden from the capture."), this);
+    // "Marlowick is hidden from the capture." belongs here once the window takes itself out of the take;
+    // until then it would not be true, and the screen doesn't say it.
     auto* stop = new QPushButton(QIcon::fromTheme("media-playback-stop"), tr("Stop"), this);
     connect(stop, &QPushButton::clicked, stopRecording, &QAction::trigger);
 
@@ -25,7 +26,6 @@ RecordingScreen::RecordingScreen(QAction* stopRecording, QWidget* parent)
     column->addStretch(1);
     column->addWidget(symbol, 0, Qt::AlignHCenter);
     column->addWidget(word, 0, Qt::AlignHCenter);
-    column->addWidget(hidden, 0, Qt::AlignHCenter);
     column->addSpacing(16);
     column->addWidget(stop, 0, Qt::AlignHCenter);
     column->addStretch(1);
