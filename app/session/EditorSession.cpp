@@ -2,7 +2,6 @@
 
 #include "captions/CaptionTranscriber.h"
 #include "messages/Describe.h"
-#include "session/ExportRelay.h"
 
 #include <system_error>
 
@@ -18,7 +17,7 @@ EditorSession::EditorSession(std::unique_ptr<FilePanels> panels, PlaybackEngine:
     , m_capturer(makeCapturer())
     , m_captionLocale(CaptionTranscriber::defaultLocale())
     , m_captionLocales(CaptionTranscriber::onDeviceLocales())
-    , m_exportRelay(std::make_shared<ExportRelay>(this)) {
+    , m_exportRelay(std::make_shared<ThreadRelay<EditorSession>>(this)) {
     m_captureThread.setMaxThreadCount(1);
 }
 

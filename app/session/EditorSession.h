@@ -12,6 +12,7 @@
 #include "session/PlaybackEngine.h"
 #include "session/ScreenInfo.h"
 #include "session/SessionPhase.h"
+#include "session/ThreadRelay.h"
 #include "trajectory/CursorSampler.h"
 #include "trajectory/RetakeSwap.h"
 
@@ -242,8 +243,6 @@ signals:
     void audioTrackCountChanged();
 
 private:
-    class ExportRelay;
-
     void setPhase(SessionPhase value);
     void setDocument(OptionalDocument value);
     // Changes the open project in place and signals; nothing without a document.
@@ -338,7 +337,7 @@ private:
     // Rises with each export started, so that a progress report of an ended export is dropped.
     std::uint64_t m_exportNumber = 0;
     // Shared with the progress callbacks of the exports; cut off from the session when it ends.
-    std::shared_ptr<ExportRelay> m_exportRelay;
+    std::shared_ptr<ThreadRelay<EditorSession>> m_exportRelay;
 };
 
 } // namespace marlowick

@@ -45,44 +45,10 @@ std::optional<PlaybackComposition> makeComposition(const std::filesystem::path& 
 
 } // namespace
 
-// Carries the player's reports from its threads to the engine's. The mutex keeps the engine alive for the
-// length of one post: the engine detaches itself first thing in its destructor, and once a post has
-// been queued, Qt drops it with the engine.
-class PlaybackEngine::Relay {
-public:
-    explicit Relay(PlaybackEngine* engine)
-        : m_engine(engine) {}
-
-    // Called on any thread: runs `apply` later on the engine's thread, if the engine is still there then.
-    void post(std::function<void(PlaybackEngine&)> apply) {
-        std::lock_guard lock(m_mutex);
-        if (m_engine == nullptr) {
-            return;
-        }
-        QMetaObject::invokeMethod(
-            m_engine,
-            [engine = QPointer<PlaybackEngine>(m_engine), apply = std::move(apply)] {
-                if (engine) {
-                    apply(*engine);
-                }
-            },
-            Qt::QueuedConnection);
-    }
-
-    void detach() {
-        std::lock_guard lock(m_mutex);
-        m_engine = nullptr;
-    }
-
-private:
-    std::mutex m_mutex;
-    PlaybackEngine* m_engine; // guarded by m_mutex
-};
-
 PlaybackEngine::PlaybackEngine(PlayerFactory makePlayer, QObject* parent)
     : QObject(parent)
     , m_makePlayer(std::move(makePlayer))
-    , m_relay(std::make_shared<Relay>(this)) {}
+    , m_relay(std::make_shared<ThreadRelay<PlaybackEngine>>(this)) {}
 
 PlaybackEngine::~PlaybackEngine() {
     m_relay->detach();

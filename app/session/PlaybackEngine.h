@@ -3,6 +3,7 @@
 #include "model/TimeMap.h"
 #include "model/Url.h"
 #include "playback/Player.h"
+#include "session/ThreadRelay.h"
 
 #include <QCoroTask>
 #include <QObject>
@@ -71,7 +72,6 @@ private:
         double time = 0;
         bool playing = false;
     };
-    class Relay;
 
     void teardown();
     void setIsPlaying(bool value);
@@ -87,7 +87,7 @@ private:
     // is dropped.
     std::uint64_t m_generation = 0;
     // Shared with the callbacks of every player this engine made; cut off from the engine when it ends.
-    std::shared_ptr<Relay> m_relay;
+    std::shared_ptr<ThreadRelay<PlaybackEngine>> m_relay;
     bool m_isPlaying = false;
     double m_currentTime = 0;
     double m_duration = 0;

@@ -10,7 +10,6 @@
 #include "export/Exporter.h"
 #include "media/MediaInfo.h"
 #include "messages/Describe.h"
-#include "session/ExportRelay.h"
 #include "trajectory/ZoomDirector.h"
 
 #include <QCoroFuture>
@@ -371,7 +370,7 @@ void EditorSession::exportMovie(const ExportPreset& preset) {
 QCoro::Task<> EditorSession::runExport(MarlowickDocument document, ExportPreset preset, fs::path target,
                                        std::uint64_t exportNumber) {
     const QPointer<EditorSession> self(this);
-    std::shared_ptr<ExportRelay> relay = m_exportRelay;
+    std::shared_ptr<ThreadRelay<EditorSession>> relay = m_exportRelay;
     const std::stop_token stop = m_lifetime.get_token();
     const auto work = [document = std::move(document), preset = std::move(preset), target, relay, stop,
                        exportNumber]() -> JobOutcome<fs::path> {
@@ -382,7 +381,13 @@ QCoro::Task<> EditorSession::runExport(MarlowickDocument document, ExportPreset 
                                             : std::min(static_cast<double>(progress.completedFrames) /
                                                            static_cast<double>(progress.totalFrames),
                                                        1.0);
-                relay->post(exportNumber, fraction);
+                // Applied only if this export is still the one running when it lands.
+                relay->post([exportNumber, fraction](EditorSession& session) {
+                    if (session.m_exportNumber == exportNumber &&
+                        session.m_phase.kind() == SessionPhase::Kind::exporting) {
+                        session.setPhase(SessionPhase::exporting(fraction));
+                    }
+                });
             };
             return {Exporter{}.exportMovie(document.project, document.telemetry(), preset, target, onProgress,
                                            stop),
