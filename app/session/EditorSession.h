@@ -211,6 +211,17 @@ public:
     // read off the session's thread.
     void replaceRecordingFromFile();
 
+    // Views edit the open project in place through this: it changes the project and signals
+    // documentChanged; nothing without a document. It rebuilds nothing: the caller asks for what its
+    // field needs below.
+    void editProject(const std::function<void(Project&)>& edit);
+    // Derived state, rebuilt after each edit that touches it.
+    void refreshDerivedState();
+    void rebuildCursor();
+    // Cancels the preview job before, and starts a new one: after 350 ms without a newer call, it renders
+    // the mix when the sound needs processing, then loads the player.
+    void reloadPlayback(bool renderingAudio);
+
     // Summaries for the inspectors.
     OptionalText audioWarning() const;
     std::string audioTrackSummary() const;
@@ -245,8 +256,6 @@ signals:
 private:
     void setPhase(SessionPhase value);
     void setDocument(OptionalDocument value);
-    // Changes the open project in place and signals; nothing without a document.
-    void editProject(const std::function<void(Project&)>& edit);
     void setPackageUrl(OptionalUrl value);
     void setLastExportUrl(OptionalUrl value);
     void setCursorSampler(OptionalCursor value);
@@ -259,12 +268,6 @@ private:
     void setAudioPreviewUrl(OptionalUrl value);
     void rendersInFlightChanged(int delta);
 
-    // Derived state, rebuilt after each edit that touches it.
-    void refreshDerivedState();
-    void rebuildCursor();
-    // Cancels the preview job before, and starts a new one: after 350 ms without a newer call, it renders
-    // the mix when the sound needs processing, then loads the player.
-    void reloadPlayback(bool renderingAudio);
     // Keeps a job that was started, forgetting those that have ended.
     void keep(QCoro::Task<> job);
     QCoro::Task<> runPreviewJob(MarlowickDocument document, TimeMap trim, bool renderingAudio,
