@@ -269,7 +269,7 @@ TEST_F(EditorSessionTest, OpenAndSaveGoThroughThePanelsAndAFailureLeavesWhatWasT
     // A failed open keeps the open project and the phase.
     m_panels->packagesToOpen.push_back(*s_dir / "missing.marlowick");
     m_session->open();
-    EXPECT_TRUE(m_session->lastError());
+    EXPECT_EQ(m_session->lastError(), "missing.marlowick: no such file or folder");
     EXPECT_EQ(m_session->phase(), SessionPhase::editing());
     EXPECT_EQ(m_session->packageUrl(), Url::fileUrl(package()));
 
@@ -285,7 +285,8 @@ TEST_F(EditorSessionTest, OpenAndSaveGoThroughThePanelsAndAFailureLeavesWhatWasT
     m_session->setLastError(std::nullopt);
     m_panels->packagesToSave.push_back(*s_dir / "music.m4a");
     m_session->save();
-    EXPECT_TRUE(m_session->lastError());
+    ASSERT_TRUE(m_session->lastError());
+    EXPECT_TRUE(m_session->lastError()->starts_with("music.m4a: ")) << *m_session->lastError();
     EXPECT_EQ(m_session->packageUrl(), Url::fileUrl(*s_dir / "Copy.marlowick"));
 }
 
