@@ -3,12 +3,16 @@
 #include "capture/X11ScreenCapturer.h"
 #include "playback/PreviewPlayer.h"
 #include "session/EditorSession.h"
+#include "session/Permissions.h"
+#include "session/SystemPermissionProbes.h"
 #include "ui/MainWindow.h"
+#include "ui/OnboardingDialog.h"
 #include "ui/QtFilePanels.h"
 #include "ui/QtScreenInfo.h"
 
 #include <QApplication>
 #include <QIcon>
+#include <QSettings>
 #include <QSurfaceFormat>
 
 #include <memory>
@@ -21,6 +25,8 @@ int main(int argc, char** argv) {
     QSurfaceFormat::setDefaultFormat(format);
     QApplication app(argc, argv);
     QApplication::setApplicationName("Marlowick");
+    // The settings live in ~/.config/Marlowick/Marlowick.conf.
+    QApplication::setOrganizationName("Marlowick");
     // A bare X session without a desktop has no theme of its own; Adwaita has every icon the window names.
     QIcon::setFallbackThemeName("Adwaita");
 
@@ -33,6 +39,17 @@ int main(int argc, char** argv) {
     marlowick::MainWindow window(session);
     panelsInUse->setParent(&window);
     window.show();
+
+    // The onboarding sheet shows at the first launch and, after that, whenever screen recording isn't
+    // granted; "Permissions…" opens it at any time.
+    marlowick::Permissions permissions(marlowick::systemPermissionProbes());
+    QSettings settings;
+    marlowick::OnboardingDialog onboarding(permissions, settings, &window);
+    QObject::connect(&window, &marlowick::MainWindow::permissionsRequested, &onboarding,
+                     &marlowick::OnboardingDialog::open);
+    if (marlowick::OnboardingDialog::neededAtLaunch(permissions, settings)) {
+        onboarding.open();
+    }
 
     const QStringList arguments = QApplication::arguments();
     if (arguments.size() > 1) {
