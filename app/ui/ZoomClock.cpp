@@ -25,9 +25,15 @@ ZoomBeat ZoomClock::stored(const ZoomBeat& edited) const {
     ZoomBeat beat(edited.id, start, end, edited.center, edited.scale, edited.rampIn, edited.rampOut,
                   edited.easing, edited.isGenerated);
     // A beat made the shortest length may still come out a rounding step short of it once moved onto
-    // output time, and would then vanish from the movie and the rail: its end goes up by as many steps.
+    // output time, and would then vanish from the movie and the rail: its start goes down by as many
+    // steps, or at the recording's start its end goes up (the end can't, at the recording's end).
+    constexpr double infinity = std::numeric_limits<double>::infinity();
     for (int step = 0; step < 64 && !m_trim.apply(beat); ++step) {
-        beat.end = std::nextafter(beat.end, std::numeric_limits<double>::infinity());
+        if (beat.start > 0) {
+            beat.start = std::max(std::nextafter(beat.start, -infinity), 0.0);
+        } else {
+            beat.end = std::nextafter(beat.end, infinity);
+        }
     }
     return beat;
 }

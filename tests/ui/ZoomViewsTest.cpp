@@ -10,16 +10,21 @@
 #include "ui/CanvasPreview.h"
 #include "ui/MainWindow.h"
 #include "ui/ZoomClock.h"
+#include "ui/ZoomEditor.h"
 #include "ui/ZoomRail.h"
+#include "ui/ZoomRow.h"
 
 #include <QAccessible>
 #include <QAction>
 #include <QApplication>
 #include <QContextMenuEvent>
+#include <QDoubleSpinBox>
+#include <QLabel>
 #include <QMenu>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
+#include <QToolButton>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -62,6 +67,9 @@ bool within(double seconds, const std::function<bool()>& done) {
 }
 
 void saveScreenshot(QWidget& widget, const std::string& name) {
+    // The layouts settle first, as they would before the person sees them.
+    QApplication::processEvents();
+    QApplication::processEvents();
     fs::create_directories(MARLOWICK_SCREENSHOTS);
     const QString path = QString::fromStdString((fs::path(MARLOWICK_SCREENSHOTS) / (name + ".png")).string());
     EXPECT_TRUE(widget.grab().save(path)) << path.toStdString();
@@ -335,11 +343,126 @@ TEST_F(ZoomViewsTest, WithCutsTheRailShowsOutputTimeAndAnEditLandsWhereThePerson
     ASSERT_EQ(project().camera.beats.size(), 3u);
     EXPECT_NEAR(project().camera.beats.back().start, 3.0, 1e-9);
 
-    // Seen as the person sees it: an edited and a generated block, the selection, a cut in progress.
+    // Seen as the person sees it: edited blocks and a generated one of the deepest scale, the selection, a
+    // cut in progress.
+    m_session->editProject(
+        [](Project& project) { project.camera.beats.push_back(beat(3.6, 3.95, 2.6, true)); });
     m_session->setSelectedBeat(late.id);
     m_session->setSelectionStart(2.6);
     m_session->setSelectionEnd(2.3);
     m_session->playback()->seek(1.2);
     saveScreenshot(*m_window, "zoom-rail-window");
     saveScreenshot(*m_rail, "zoom-rail");
+}
+
+namespace {
+
+QDoubleSpinBox* fieldOf(ZoomRow* row, const char* name) {
+    for (QDoubleSpinBox* box : row->findChildren<QDoubleSpinBox*>()) {
+        if (box->accessibleName() == QLatin1String(name)) {
+            return box;
+        }
+    }
+    return nullptr;
+}
+
+QToolButton* buttonOf(QWidget* parent, const char* accessibleNameOrText) {
+    for (QToolButton* button : parent->findChildren<QToolButton*>()) {
+        if (button->isVisible() && (button->accessibleName() == QLatin1String(accessibleNameOrText) ||
+                                    button->text() == QString::fromUtf8(accessibleNameOrText))) {
+            return button;
+        }
+    }
+    return nullptr;
+}
+
+// Types `text` into the field over what it holds, and enters it.
+void enter(QDoubleSpinBox* box, const QString& text) {
+    box->setFocus();
+    box->selectAll();
+    QTest::keyClicks(box, text);
+    QTest::keyClick(box, Qt::Key_Return);
+}
+
+} // namespace
+
+TEST_F(ZoomViewsTest, TheZoomEditorListsTheBeatsAndItsFieldsReachTheBeat) {
+    ZoomEditor editor(*m_session);
+    editor.resize(340, 560);
+    editor.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&editor));
+    QSignalSpy back(&editor, &ZoomEditor::backRequested);
+
+    // Without beats: the empty state, whose "Add Zoom" adds at the playhead.
+    setCamera({});
+    EXPECT_TRUE(editor.rows().empty());
+    const auto labels = editor.findChildren<QLabel*>();
+    EXPECT_TRUE(std::any_of(labels.begin(), labels.end(), [](QLabel* label) {
+        return label->isVisible() && label->text() == QLatin1String("No zooms");
+    }));
+    saveScreenshot(editor, "zoom-editor-empty");
+    m_session->playback()->seek(0.75);
+    ASSERT_NE(buttonOf(&editor, "Add Zoom"), nullptr);
+    QTest::mouseClick(buttonOf(&editor, "Add Zoom"), Qt::LeftButton);
+    ASSERT_EQ(project().camera.beats.size(), 1u);
+    EXPECT_NEAR(project().camera.beats.front().start, 0.75, 1e-9);
+    ASSERT_EQ(editor.rows().size(), 1u);
+    EXPECT_TRUE(editor.rows().front()->isSelected());
+
+    // With a cut of a second at 1 s, the rows are in time order on output time.
+    const ZoomBeat director = beat(0.2, 0.9, 1.5, true);
+    const ZoomBeat later = beat(2.5, 3.5, 1.8, true);
+    setCamera({later, director}, {Span(Range{1.0, 2.0})});
+    m_session->setSelectedBeat(std::nullopt);
+    ASSERT_EQ(editor.rows().size(), 2u);
+    EXPECT_EQ(editor.rows()[0]->beat().id, director.id);
+    EXPECT_NEAR(editor.rows()[1]->beat().start, 1.5, 1e-9);
+    EXPECT_FALSE(fieldOf(editor.rows()[1], "Start")->isVisible());
+
+    // A tap on a row selects it and opens its fields.
+    QTest::mouseClick(editor.rows()[1], Qt::LeftButton, {}, QPoint(30, 10));
+    ASSERT_EQ(m_session->selectedBeat(), later.id);
+    ZoomRow* row = editor.rows()[1];
+    ASSERT_TRUE(fieldOf(row, "Start")->isVisible());
+
+    // A start typed before the cut lands there in source time; the end stays where it was stored.
+    enter(fieldOf(row, "Start"), "0.5");
+    EXPECT_NEAR(stored(later.id).start, 0.5, 1e-9);
+    EXPECT_DOUBLE_EQ(stored(later.id).end, 3.5);
+    EXPECT_FALSE(stored(later.id).isGenerated);
+    // An end past the movie's end stops at it: 3 s of output, the source's 4 s.
+    row = editor.rows()[1];
+    enter(fieldOf(row, "End"), "9");
+    EXPECT_NEAR(stored(later.id).end, 4.0, 1e-9);
+    // A start past the end leaves the shortest beat.
+    row = editor.rows()[1];
+    enter(fieldOf(row, "Start"), "5");
+    EXPECT_NEAR(shown(later.id).end - shown(later.id).start, 0.3, 1e-9);
+    EXPECT_NEAR(stored(later.id).start, 2.7 + 1.0, 1e-9);
+
+    // Depth steps up to 3.0, past the director's deepest; the ramps step down to 0.05.
+    row = editor.rows()[1];
+    for (int i = 0; i < 40; ++i) {
+        QTest::keyClick(fieldOf(row, "Depth"), Qt::Key_Up);
+    }
+    EXPECT_DOUBLE_EQ(stored(later.id).scale, 3.0);
+    for (int i = 0; i < 20; ++i) {
+        QTest::keyClick(fieldOf(row, "Ease in"), Qt::Key_Down);
+    }
+    EXPECT_NEAR(stored(later.id).rampIn, 0.05, 1e-9);
+    EXPECT_DOUBLE_EQ(stored(later.id).rampOut, 0.35);
+    EXPECT_EQ(stored(director.id), director);
+    saveScreenshot(editor, "zoom-editor");
+
+    // The row's buttons: to the beat's start on output time, selecting it; and delete.
+    QTest::mouseClick(buttonOf(editor.rows()[0], "Move the playhead here"), Qt::LeftButton);
+    EXPECT_NEAR(m_session->playback()->currentTime(), 0.2, 1e-9);
+    EXPECT_EQ(m_session->selectedBeat(), director.id);
+    QTest::mouseClick(buttonOf(editor.rows()[0], "Delete"), Qt::LeftButton);
+    ASSERT_EQ(project().camera.beats.size(), 1u);
+    EXPECT_EQ(project().camera.beats.front().id, later.id);
+    EXPECT_EQ(editor.rows().size(), 1u);
+
+    QTest::mouseClick(buttonOf(&editor, "Screen"), Qt::LeftButton);
+    EXPECT_EQ(back.count(), 1);
 }
