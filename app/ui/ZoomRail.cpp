@@ -309,8 +309,9 @@ void ZoomRail::contextMenuEvent(QContextMenuEvent* event) {
 }
 
 void ZoomRail::keyPressEvent(QKeyEvent* event) {
-    const bool isDelete = event->matches(QKeySequence::Delete) || event->key() == Qt::Key_Delete ||
-                          event->key() == Qt::Key_Backspace;
+    // The delete key alone: with a modifier it is another command's (Ctrl+Delete cuts the marked stretch).
+    const bool isDelete = (event->key() == Qt::Key_Delete || event->key() == Qt::Key_Backspace) &&
+                          (event->modifiers() & ~Qt::KeypadModifier) == Qt::NoModifier;
     if (!isDelete) {
         QWidget::keyPressEvent(event);
         return;

@@ -466,3 +466,53 @@ TEST_F(ZoomViewsTest, TheZoomEditorListsTheBeatsAndItsFieldsReachTheBeat) {
     QTest::mouseClick(buttonOf(&editor, "Screen"), Qt::LeftButton);
     EXPECT_EQ(back.count(), 1);
 }
+
+namespace {
+
+int redOverBlue(const QImage& image, int x, int y) {
+    const QColor colour = image.pixelColor(x, y);
+    return colour.red() - colour.blue();
+}
+
+} // namespace
+
+TEST(ZoomRailDrawing, BlocksStandByDepthAndTheMarksAndPlayheadLieAtTheirTimes) {
+    ZoomRail rail;
+    rail.resize(400, ZoomRail::stripHeight);
+    rail.setDuration(4);
+    // A director's beat of the deepest scale over 100..200 px, a person's shallow one over 250..300 px.
+    rail.setTrack({{beat(1.0, 2.0, 2.6, true), beat(2.5, 3.0, 1.0, false)}, CameraTrack::Style::dynamic});
+    rail.setTime(3.5);
+    // Marks set out first, in first: still drawn between them, over 370..390 px.
+    rail.setCutMarks(3.9, 3.7);
+    QImage image = rail.grab().toImage();
+    const QColor base = image.pixelColor(50, 30);
+
+    // The deepest beat fills the strip in the accent colour; the shallow one stands low on the bottom edge.
+    EXPECT_NE(image.pixelColor(150, 4), base);
+    EXPECT_NE(image.pixelColor(150, 58), base);
+    EXPECT_LT(redOverBlue(image, 150, 30), redOverBlue(image, 50, 30));
+    EXPECT_GT(redOverBlue(image, 275, 58), redOverBlue(image, 50, 30) + 60);
+    EXPECT_EQ(image.pixelColor(275, 30), base);
+    // The playhead is orange at its time and 2 wide; the cut mark is tinted orange between its ends.
+    EXPECT_EQ(image.pixelColor(350, 30), QColor(0xF2, 0x8C, 0x28));
+    EXPECT_EQ(image.pixelColor(352, 30), base);
+    EXPECT_GT(redOverBlue(image, 380, 30), redOverBlue(image, 50, 30) + 20);
+    EXPECT_EQ(image.pixelColor(365, 30), base);
+    EXPECT_EQ(image.pixelColor(395, 30), base);
+
+    // A mark of no length is still a pixel wide.
+    rail.setCutMarks(0.25, 0.25);
+    image = rail.grab().toImage();
+    EXPECT_GT(redOverBlue(image, 25, 30), redOverBlue(image, 50, 30) + 20);
+    EXPECT_EQ(image.pixelColor(27, 30), base);
+
+    // Standing for no time, everything lies at x 0: the blocks have no width, the playhead is at the edge.
+    rail.setCutMarks(std::nullopt, std::nullopt);
+    rail.setDuration(0);
+    EXPECT_DOUBLE_EQ(rail.fraction(3.5), 0.0);
+    image = rail.grab().toImage();
+    EXPECT_EQ(image.pixelColor(150, 4), image.pixelColor(50, 30));
+    EXPECT_EQ(image.pixelColor(275, 58), image.pixelColor(50, 30));
+    EXPECT_GT(redOverBlue(image, 0, 30), redOverBlue(image, 50, 30) + 60);
+}
