@@ -38,8 +38,9 @@ OnboardingDialog::OnboardingDialog(Permissions& permissions, QSettings& settings
     heading->setFont(big);
     heading->setAlignment(Qt::AlignHCenter);
     layout->addWidget(heading);
-    auto* intro = new QLabel(tr("Each of these is set up separately, and nothing tells you what you lose "
-                                "without one. Here is what each one is for."));
+    auto* intro = new QLabel(tr("Each of these is something this computer provides or doesn't. Marlowick "
+                                "says what is missing and what you lose without it. Here is what each one "
+                                "is for."));
     intro->setWordWrap(true);
     intro->setAlignment(Qt::AlignHCenter);
     layout->addWidget(intro);
