@@ -55,6 +55,7 @@ bench: build
 	MARLOWICK_BENCH_SECONDS=60 $(BUILD)/bench/marlowick-seek-bench
 	bench/capture/capture-bench $(BUILD)/cli/marlowick
 	if [ -x $(BUILD)/bench/marlowick-session-bench ]; then $(BUILD)/bench/marlowick-session-bench; fi
+	if [ -x $(BUILD)/bench/marlowick-studio-bench ]; then QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 1920x1080x24" $(BUILD)/bench/marlowick-studio-bench; fi
 
 # Builds only what is installed. The desktop's caches of file types, entries and icons are brought up to
 # date where the tools are there; a staged install (DESTDIR) leaves that to the package that ships it.

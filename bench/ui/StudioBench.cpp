@@ -9,6 +9,7 @@
 //    sound. Each start is a fresh process of this program, timed from its launch by the parent.
 //
 //   marlowick-studio-bench [seconds]          (the played take's length; 20 unless given)
+//   marlowick-studio-bench --play PACKAGE          (only the frame rate, on a take of one's own)
 //   marlowick-studio-bench --first-frame PACKAGE   (one start; prints a line at the first frame)
 
 #include "capture/X11ScreenCapturer.h"
@@ -135,6 +136,13 @@ bool measureFrameRate(const fs::path& package) {
     canvas.show();
     const CameraSolver camera{document.project.camera};
     PlaybackEngine* playback = session->playback();
+    // The take plays with its processed sound once that is rendered: the player is loaded again then.
+    const bool processed = !document.project.audio.isPassthrough();
+    if (!QTest::qWaitFor([&] { return !processed || session->audioPreviewUrl(); }, 600000)) {
+        std::fprintf(stderr, "the preview mix never came\n");
+        return false;
+    }
+    QTest::qWait(1000);
     if (!QTest::qWaitFor([&] { return playback->duration() > 0 && canvas.shownFrame(); }, 120000)) {
         std::fprintf(stderr, "the player never showed a frame\n");
         return false;
@@ -158,6 +166,10 @@ bool measureFrameRate(const fs::path& package) {
     });
     playback->play();
     const double length = playback->duration();
+    if (!QTest::qWaitFor([&] { return playback->isPlaying(); }, 10000)) {
+        std::fprintf(stderr, "the take never started playing\n");
+        return false;
+    }
     const bool ended =
         QTest::qWaitFor([&] { return !playback->isPlaying() || playback->currentTime() >= length - 0.05; },
                         static_cast<int>((length + 30) * 1000));
@@ -178,6 +190,11 @@ bool measureFrameRate(const fs::path& package) {
 int main(int argc, char** argv) {
     if (argc > 2 && std::string(argv[1]) == "--first-frame") {
         return firstFrame(argc, argv);
+    }
+    if (argc > 2 && std::string(argv[1]) == "--play") {
+        setUpApplication();
+        QApplication app(argc, argv);
+        return measureFrameRate(argv[2]) ? 0 : 1;
     }
     const double seconds = argc > 1 ? std::atof(argv[1]) : 20;
     const fs::path dir = fs::temp_directory_path() / ("marlowick-studio-bench-" + Uuid::random().toString());
