@@ -63,6 +63,13 @@ void InspectorPage::refresh() {
     for (const auto& fill : m_fills) {
         fill();
     }
+    // A line's preferred size changes with its text, but a section caches the sizes of the lines it holds
+    // and hears of no change inside one: every line is asked again.
+    for (QWidget* line : findChildren<QWidget*>()) {
+        if (line->layout()) {
+            line->updateGeometry();
+        }
+    }
     m_filling = false;
 }
 
@@ -129,7 +136,7 @@ QComboBox* InspectorPage::addPicker(QBoxLayout* rows, const QString& label, cons
     auto* row = new QHBoxLayout(line);
     row->setContentsMargins(0, 0, 0, 0);
     auto* name = new QLabel(label, line);
-    name->setMinimumWidth(96);
+    name->setMinimumWidth(118);
     auto* picker = new QComboBox(line);
     picker->setAccessibleName(label);
     picker->setToolTip(help);

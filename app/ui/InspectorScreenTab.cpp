@@ -85,6 +85,19 @@ QHBoxLayout* addLine(QBoxLayout* rows) {
     return row;
 }
 
+// Takes the rows out of the panel at once; a row's own button may be the one whose click led here, so
+// the rows themselves go at the next turn of the event loop.
+void discardRows(QVBoxLayout* rows) {
+    while (QLayoutItem* item = rows->takeAt(0)) {
+        if (QWidget* row = item->widget()) {
+            row->hide();
+            row->setParent(nullptr);
+            row->deleteLater();
+        }
+        delete item;
+    }
+}
+
 } // namespace
 
 InspectorScreenTab::InspectorScreenTab(EditorSession& session, QWidget* parent)
@@ -246,14 +259,7 @@ void InspectorScreenTab::fillCuts() {
         return;
     }
     m_shownCuts = cuts;
-    // A row's own button may be the one whose click led here: the rows go at the next turn.
-    while (QLayoutItem* item = m_cutRows->takeAt(0)) {
-        if (QWidget* row = item->widget()) {
-            row->hide();
-            row->deleteLater();
-        }
-        delete item;
-    }
+    discardRows(m_cutRows);
     for (const Span& cut : cuts) {
         auto* row = new QWidget(m_cutRows->parentWidget());
         auto* line = new QHBoxLayout(row);
@@ -267,12 +273,14 @@ void InspectorScreenTab::fillCuts() {
         connect(restore, &QToolButton::clicked, &m_session,
                 [this, id = cut.id] { m_session.restoreCut(id); });
         m_cutRows->addWidget(row);
+        row->show();
     }
     if (!cuts.empty()) {
         auto* restoreAll = new QPushButton(tr("Restore All"), m_cutRows->parentWidget());
         restoreAll->setAutoDefault(false);
         connect(restoreAll, &QPushButton::clicked, &m_session, &EditorSession::restoreAllCuts);
         m_cutRows->addWidget(restoreAll);
+        restoreAll->show();
     }
 }
 
@@ -612,15 +620,8 @@ void InspectorScreenTab::fillPresets() {
         return;
     }
     m_shownPresets = all;
-    for (QVBoxLayout* rows : {m_matchingRows, m_otherRows}) {
-        while (QLayoutItem* item = rows->takeAt(0)) {
-            if (QWidget* row = item->widget()) {
-                row->hide();
-                row->deleteLater();
-            }
-            delete item;
-        }
-    }
+    discardRows(m_matchingRows);
+    discardRows(m_otherRows);
     for (std::size_t i = 0; i < all.size(); ++i) {
         const ExportPreset& preset = all[i];
         QVBoxLayout* rows = i < matchingCount ? m_matchingRows : m_otherRows;
@@ -651,6 +652,7 @@ void InspectorScreenTab::fillPresets() {
         button->setMinimumHeight(name->sizeHint().height() + 14);
         connect(button, &QPushButton::clicked, &m_session, [this, preset] { m_session.exportMovie(preset); });
         rows->addWidget(button);
+        button->show();
     }
 }
 

@@ -23,7 +23,7 @@ InspectorSlider::InspectorSlider(const QString& label, double low, double high, 
     , m_low(low)
     , m_high(high) {
     m_label = new QLabel(label, this);
-    m_label->setMinimumWidth(96);
+    m_label->setMinimumWidth(118);
     m_slider = new QSlider(Qt::Horizontal, this);
     m_slider->setRange(0, positions);
     m_slider->setSingleStep(positions / 100);
