@@ -1,6 +1,7 @@
 #include "ui/InspectorAudioTab.h"
 
 #include "session/EditorSession.h"
+#include "ui/InspectorCaptionSection.h"
 #include "ui/InspectorSlider.h"
 
 #include <QCheckBox>
@@ -8,42 +9,11 @@
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QProgressBar>
 #include <QPushButton>
 #include <QSignalBlocker>
 #include <QVBoxLayout>
 
 namespace marlowick {
-
-namespace {
-
-// A busy bar with its text beside it, hidden until asked for.
-QWidget* addProgress(QBoxLayout* rows, const QString& text) {
-    auto* line = new QWidget(rows->parentWidget());
-    auto* row = new QHBoxLayout(line);
-    row->setContentsMargins(0, 0, 0, 0);
-    auto* bar = new QProgressBar(line);
-    bar->setRange(0, 0);
-    bar->setTextVisible(false);
-    bar->setMaximumWidth(80);
-    bar->setAccessibleName(text);
-    row->addWidget(bar);
-    row->addWidget(new QLabel(text, line), 1);
-    rows->addWidget(line);
-    return line;
-}
-
-// A column of rows inside `rows` that can be shown and hidden as one.
-QVBoxLayout* addGroup(QBoxLayout* rows, QWidget** group) {
-    auto* holder = new QWidget(rows->parentWidget());
-    auto* column = new QVBoxLayout(holder);
-    column->setContentsMargins(0, 0, 0, 0);
-    rows->addWidget(holder);
-    *group = holder;
-    return column;
-}
-
-} // namespace
 
 InspectorAudioTab::InspectorAudioTab(EditorSession& session, QWidget* parent)
     : InspectorPage(session, parent) {
@@ -52,7 +22,7 @@ InspectorAudioTab::InspectorAudioTab(EditorSession& session, QWidget* parent)
     buildClicks();
     buildMusic();
     buildSilence();
-    buildCaptions();
+    new InspectorCaptionSection(*this, session);
     finishSections();
     buildFoot();
     connect(&session, &EditorSession::documentChanged, this, &InspectorPage::refresh);
@@ -273,100 +243,6 @@ void InspectorAudioTab::buildSilence() {
         summaryLine->setVisible(summaryValue.has_value());
         if (summaryValue) {
             summaryText->setText(QString::fromStdString(*summaryValue));
-        }
-    });
-}
-
-void InspectorAudioTab::buildCaptions() {
-    QVBoxLayout* rows = addSection(tr("Captions"));
-
-    // Without a track: the transcription's progress, or what it needs and the button that starts it.
-    QWidget* transcribing = addProgress(rows, tr("Transcribing on device…"));
-    QWidget* start = nullptr;
-    QVBoxLayout* startRows = addGroup(rows, &start);
-    QWidget* noLanguageLine = nullptr;
-    QLabel* noLanguage = addIconText(startRows, {"dialog-warning"}, &noLanguageLine);
-    noLanguage->setText(
-        tr("No on-device speech language is installed. Install its speech models (for English, "
-           "the pocketsphinx-en-us package), or put them in ~/.local/share/marlowick/speech."));
-    QComboBox* language = addPicker(startRows, tr("Language"),
-                                    tr("Only languages installed for on-device recognition are listed"));
-    for (const Locale& locale : m_session.captionLocales()) {
-        language->addItem(QString::fromStdString(locale.displayName()),
-                          QString::fromStdString(locale.identifier()));
-    }
-    language->parentWidget()->setVisible(!m_session.captionLocales().empty());
-    noLanguageLine->setVisible(m_session.captionLocales().empty());
-    connect(language, &QComboBox::activated, this, [this, language] {
-        if (!filling()) {
-            m_session.setCaptionLocale(Locale(language->currentData().toString().toStdString()));
-        }
-    });
-    QPushButton* generate = addButton(startRows, tr("Generate Captions"));
-    connect(generate, &QPushButton::clicked, &m_session, &EditorSession::generateCaptions);
-
-    // With a track: its switches, place and size.
-    QWidget* withTrack = nullptr;
-    QVBoxLayout* trackRows = addGroup(rows, &withTrack);
-    addToggle(
-        trackRows, tr("Show captions"), [](const Project& p) { return p.captions && p.captions->isEnabled; },
-        [](Project& p, bool on) {
-            if (p.captions) {
-                p.captions->isEnabled = on;
-            }
-        });
-    addToggle(
-        trackRows, tr("Highlight each word"),
-        [](const Project& p) { return p.captions && p.captions->style.highlightPerWord; },
-        [](Project& p, bool on) {
-            if (p.captions) {
-                p.captions->style.highlightPerWord = on;
-            }
-        });
-    QComboBox* position = addPicker(trackRows, tr("Position"));
-    for (const auto& [value, name] : EnumNames<CaptionStyle::Position>::names) {
-        position->addItem(QString::fromStdString(displayName(value)), static_cast<int>(value));
-    }
-    connect(position, &QComboBox::activated, this, [this, position] {
-        const auto value = static_cast<CaptionStyle::Position>(position->currentData().toInt());
-        edit([value](Project& p) {
-            if (p.captions) {
-                p.captions->style.position = value;
-            }
-        });
-    });
-    addSlider(
-        trackRows, tr("Size"), 0.03, 0.1,
-        [](const Project& p) { return p.captions ? p.captions->style.fontScale : 0.055; },
-        [](Project& p, double v) {
-            if (p.captions) {
-                p.captions->style.fontScale = v;
-            }
-        });
-    QLabel* lines = addText(trackRows, {}, true);
-    QPushButton* remove = addButton(trackRows, tr("Remove"), {}, true);
-    connect(remove, &QPushButton::clicked, this, [this] { edit([](Project& p) { p.captions.reset(); }); });
-
-    follow([this, transcribing, start, language, generate, withTrack, position, lines] {
-        const auto& document = m_session.document();
-        const bool hasTrack = document && document->project.captions;
-        withTrack->setVisible(hasTrack);
-        transcribing->setVisible(!hasTrack && m_session.isTranscribing());
-        start->setVisible(!hasTrack && !m_session.isTranscribing());
-        {
-            const QSignalBlocker quiet(language);
-            language->setCurrentIndex(
-                language->findData(QString::fromStdString(m_session.captionLocale().identifier())));
-        }
-        const bool silent = m_session.audioTrackCount() == 0;
-        generate->setEnabled(!silent);
-        generate->setToolTip(silent ? tr("This recording has no audio track.")
-                                    : tr("Transcribed on this computer. Nothing is uploaded."));
-        if (hasTrack) {
-            const CaptionTrack& track = *document->project.captions;
-            const QSignalBlocker quiet(position);
-            position->setCurrentIndex(position->findData(static_cast<int>(track.style.position)));
-            lines->setText(format("%lld lines", static_cast<long long>(track.cues.size())));
         }
     });
 }

@@ -21,7 +21,6 @@ private:
     void buildClicks();
     void buildMusic();
     void buildSilence();
-    void buildCaptions();
     void buildFoot();
 
     // A slider and a toggle bound to a field of the audio settings: after the edit the preview mix is

@@ -9,6 +9,7 @@
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSignalBlocker>
 #include <QVBoxLayout>
@@ -29,6 +30,17 @@ QIcon themeIcon(std::initializer_list<const char*> names) {
 
 void markDestructive(QPushButton* button) {
     button->setStyleSheet("QPushButton:enabled { color: #E0443E; }");
+}
+
+void discardRows(QBoxLayout* rows) {
+    while (QLayoutItem* item = rows->takeAt(0)) {
+        if (QWidget* row = item->widget()) {
+            row->hide();
+            row->setParent(nullptr);
+            row->deleteLater();
+        }
+        delete item;
+    }
 }
 
 QString format(const char* pattern, ...) {
@@ -204,6 +216,38 @@ QLabel* InspectorPage::addIconText(QBoxLayout* rows, std::initializer_list<const
         *line = holder;
     }
     return text;
+}
+
+QHBoxLayout* InspectorPage::addLine(QBoxLayout* rows) {
+    auto* line = new QWidget(rows->parentWidget());
+    auto* row = new QHBoxLayout(line);
+    row->setContentsMargins(0, 0, 0, 0);
+    rows->addWidget(line);
+    return row;
+}
+
+QWidget* InspectorPage::addProgress(QBoxLayout* rows, const QString& text) {
+    auto* line = new QWidget(rows->parentWidget());
+    auto* row = new QHBoxLayout(line);
+    row->setContentsMargins(0, 0, 0, 0);
+    auto* bar = new QProgressBar(line);
+    bar->setRange(0, 0);
+    bar->setTextVisible(false);
+    bar->setMaximumWidth(80);
+    bar->setAccessibleName(text);
+    row->addWidget(bar);
+    row->addWidget(new QLabel(text, line), 1);
+    rows->addWidget(line);
+    return line;
+}
+
+QVBoxLayout* InspectorPage::addGroup(QBoxLayout* rows, QWidget** group) {
+    auto* holder = new QWidget(rows->parentWidget());
+    auto* column = new QVBoxLayout(holder);
+    column->setContentsMargins(0, 0, 0, 0);
+    rows->addWidget(holder);
+    *group = holder;
+    return column;
 }
 
 } // namespace marlowick

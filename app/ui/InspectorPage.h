@@ -13,6 +13,7 @@ class QBoxLayout;
 class QCheckBox;
 class QComboBox;
 class QGroupBox;
+class QHBoxLayout;
 class QLabel;
 class QPushButton;
 class QVBoxLayout;
@@ -39,7 +40,7 @@ public:
     // Fills every control from the session; nothing it sets is written back.
     void refresh();
 
-protected:
+    // Building: what the tabs and their sections are made with.
     using Read = std::function<double(const Project&)>;
     using Write = std::function<void(Project&, double)>;
     using ReadFlag = std::function<bool(const Project&)>;
@@ -74,7 +75,14 @@ protected:
                            bool destructive = false);
     // A line with an icon before wrapped text; the returned label holds the text.
     QLabel* addIconText(QBoxLayout* rows, std::initializer_list<const char*> iconNames, QWidget** line);
+    // A line holding widgets side by side.
+    QHBoxLayout* addLine(QBoxLayout* rows);
+    // A busy bar with its text beside it.
+    QWidget* addProgress(QBoxLayout* rows, const QString& text);
+    // A column of rows inside `rows` that is shown and hidden as one: `group`.
+    QVBoxLayout* addGroup(QBoxLayout* rows, QWidget** group);
 
+protected:
     EditorSession& m_session;
 
 private:
@@ -87,6 +95,9 @@ private:
 QIcon themeIcon(std::initializer_list<const char*> names);
 // Marks a button as one that removes something: red text while it is enabled, the window's red.
 void markDestructive(QPushButton* button);
+// Takes the rows out of the panel at once; a row's own button may be the one whose click led here, so
+// the rows themselves go at the next turn of the event loop.
+void discardRows(QBoxLayout* rows);
 // printf into a QString.
 QString format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
 

@@ -1,12 +1,13 @@
 #include "ui/InspectorScreenTab.h"
 
 #include "session/EditorSession.h"
+#include "ui/InspectorCutSection.h"
+#include "ui/InspectorExportSection.h"
 #include "ui/InspectorSlider.h"
 
 #include <QCheckBox>
 #include <QColorDialog>
 #include <QComboBox>
-#include <QDesktopServices>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -14,7 +15,6 @@
 #include <QPushButton>
 #include <QSignalBlocker>
 #include <QToolButton>
-#include <QUrl>
 #include <QVBoxLayout>
 
 #include <cmath>
@@ -27,8 +27,6 @@ namespace {
 constexpr int swatchColumns = 7;
 constexpr int swatchCell = 30;
 constexpr int swatchGap = 6;
-// A hand cut must remove more than this, as the session holds to.
-constexpr double shortestCut = 0.05;
 
 // The colour a swatch's cell shows; none for a transparent one.
 std::optional<QColor> swatchColour(const Background& background) {
@@ -66,52 +64,20 @@ bool sameBackground(const Background& a, const Background& b) {
     return a.value.index() == 0;
 }
 
-QString presetSize(const ExportPreset& preset) {
-    return format("%lld×%lld", static_cast<long long>(std::lround(preset.size.width)),
-                  static_cast<long long>(std::lround(preset.size.height)));
-}
-
-bool preservesAlpha(const ExportPreset& preset) {
-    return preset.codec == ExportPreset::Codec::hevcWithAlpha ||
-           preset.codec == ExportPreset::Codec::prores4444;
-}
-
-// A line holding widgets side by side, added to `rows`.
-QHBoxLayout* addLine(QBoxLayout* rows) {
-    auto* line = new QWidget(rows->parentWidget());
-    auto* row = new QHBoxLayout(line);
-    row->setContentsMargins(0, 0, 0, 0);
-    rows->addWidget(line);
-    return row;
-}
-
-// Takes the rows out of the panel at once; a row's own button may be the one whose click led here, so
-// the rows themselves go at the next turn of the event loop.
-void discardRows(QVBoxLayout* rows) {
-    while (QLayoutItem* item = rows->takeAt(0)) {
-        if (QWidget* row = item->widget()) {
-            row->hide();
-            row->setParent(nullptr);
-            row->deleteLater();
-        }
-        delete item;
-    }
-}
-
 } // namespace
 
 InspectorScreenTab::InspectorScreenTab(EditorSession& session, QWidget* parent)
     : InspectorPage(session, parent) {
     buildFormat();
     buildRecording();
-    buildCut();
+    new InspectorCutSection(*this, session);
     buildAutoZoom();
     buildSelectedZoom();
     buildDevice();
     buildPerspective();
     buildCursor();
     buildBackground();
-    buildExport();
+    new InspectorExportSection(*this, session);
     finishSections();
     for (auto signal : {&EditorSession::documentChanged, &EditorSession::selectionStartChanged,
                         &EditorSession::selectionEndChanged, &EditorSession::selectedBeatChanged,
@@ -207,81 +173,6 @@ void InspectorScreenTab::buildRecording() {
         source->setText(format("%lld×%lld", static_cast<long long>(recording.size.width),
                                static_cast<long long>(recording.size.height)));
     });
-}
-
-void InspectorScreenTab::buildCut() {
-    QVBoxLayout* rows = addSection(tr("Cut"));
-    QHBoxLayout* marks = addLine(rows);
-    auto* setIn = new QPushButton(tr("Set In"), rows->parentWidget());
-    setIn->setToolTip(tr("Mark the start of the stretch to remove, at the playhead (I)"));
-    auto* setOut = new QPushButton(tr("Set Out"), rows->parentWidget());
-    setOut->setToolTip(tr("Mark the end, at the playhead (O)"));
-    auto* remove = new QPushButton(tr("Remove"), rows->parentWidget());
-    markDestructive(remove);
-    auto* clear = new QPushButton(tr("Clear"), rows->parentWidget());
-    for (QPushButton* button : {setIn, setOut, remove, clear}) {
-        button->setAutoDefault(false);
-        marks->addWidget(button);
-    }
-    QLabel* selection = addText(rows, {}, true);
-    auto* cuts = new QWidget(rows->parentWidget());
-    m_cutRows = new QVBoxLayout(cuts);
-    m_cutRows->setContentsMargins(0, 0, 0, 0);
-    rows->addWidget(cuts);
-
-    connect(setIn, &QPushButton::clicked, this,
-            [this] { m_session.setSelectionStart(m_session.playback()->currentTime()); });
-    connect(setOut, &QPushButton::clicked, this,
-            [this] { m_session.setSelectionEnd(m_session.playback()->currentTime()); });
-    connect(remove, &QPushButton::clicked, &m_session, &EditorSession::cutSelection);
-    connect(clear, &QPushButton::clicked, &m_session, &EditorSession::clearSelection);
-    follow([this, remove, selection] {
-        const auto& start = m_session.selectionStart();
-        const auto& end = m_session.selectionEnd();
-        remove->setEnabled(start && end && std::abs(*end - *start) > shortestCut);
-        if (start && end) {
-            const double from = std::min(*start, *end);
-            const double to = std::max(*start, *end);
-            selection->setText(format("Selected %.2fs – %.2fs (%.2fs)", from, to, to - from));
-        } else if (start) {
-            selection->setText(format("In at %.2fs — now move the playhead and Set Out.", *start));
-        } else {
-            selection->setText(tr("Drag the playhead on the rail under the video, press Set In, move it "
-                                  "further along, press Set Out, then Remove."));
-        }
-        fillCuts();
-    });
-}
-
-void InspectorScreenTab::fillCuts() {
-    const std::vector<Span> cuts = m_session.manualCuts();
-    if (m_shownCuts == cuts) {
-        return;
-    }
-    m_shownCuts = cuts;
-    discardRows(m_cutRows);
-    for (const Span& cut : cuts) {
-        auto* row = new QWidget(m_cutRows->parentWidget());
-        auto* line = new QHBoxLayout(row);
-        line->setContentsMargins(0, 0, 0, 0);
-        line->addWidget(new QLabel(format("%.2fs – %.2fs", cut.start, cut.end), row), 1);
-        auto* restore = new QToolButton(row);
-        restore->setIcon(themeIcon({"edit-undo"}));
-        restore->setToolTip(tr("Restore this stretch"));
-        restore->setAccessibleName(tr("Restore this stretch"));
-        line->addWidget(restore);
-        connect(restore, &QToolButton::clicked, &m_session,
-                [this, id = cut.id] { m_session.restoreCut(id); });
-        m_cutRows->addWidget(row);
-        row->show();
-    }
-    if (!cuts.empty()) {
-        auto* restoreAll = new QPushButton(tr("Restore All"), m_cutRows->parentWidget());
-        restoreAll->setAutoDefault(false);
-        connect(restoreAll, &QPushButton::clicked, &m_session, &EditorSession::restoreAllCuts);
-        m_cutRows->addWidget(restoreAll);
-        restoreAll->show();
-    }
 }
 
 void InspectorScreenTab::buildAutoZoom() {
@@ -544,116 +435,6 @@ void InspectorScreenTab::chooseCustomColour() {
     });
     connect(m_colourDialog, &QObject::destroyed, this, [this] { m_colourDialog = nullptr; });
     m_colourDialog->open();
-}
-
-void InspectorScreenTab::buildExport() {
-    QVBoxLayout* rows = addSection(tr("Export"));
-    QWidget* transparentLine = nullptr;
-    QLabel* transparent = addIconText(rows, {"transform-crop", "zoom-fit-best"}, &transparentLine);
-    transparent->setText(tr("Transparent canvas — pick an Alpha export to keep it."));
-    auto* matching = new QWidget(rows->parentWidget());
-    m_matchingRows = new QVBoxLayout(matching);
-    m_matchingRows->setContentsMargins(0, 0, 0, 0);
-    rows->addWidget(matching);
-
-    auto* disclosure = new QToolButton(rows->parentWidget());
-    disclosure->setText(tr("Other shapes"));
-    disclosure->setCheckable(true);
-    disclosure->setArrowType(Qt::RightArrow);
-    disclosure->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    disclosure->setAutoRaise(true);
-    rows->addWidget(disclosure);
-    auto* others = new QWidget(rows->parentWidget());
-    auto* otherColumn = new QVBoxLayout(others);
-    otherColumn->setContentsMargins(0, 0, 0, 0);
-    auto* otherButtons = new QWidget(others);
-    m_otherRows = new QVBoxLayout(otherButtons);
-    m_otherRows->setContentsMargins(0, 0, 0, 0);
-    otherColumn->addWidget(otherButtons);
-    addText(otherColumn, tr("These do not match the preview. The recording is fitted, never cropped."), true);
-    others->setVisible(false);
-    rows->addWidget(others);
-    connect(disclosure, &QToolButton::toggled, this, [disclosure, others](bool open) {
-        disclosure->setArrowType(open ? Qt::DownArrow : Qt::RightArrow);
-        others->setVisible(open);
-    });
-
-    QPushButton* save = addButton(rows, tr("Save Project"));
-    save->setIcon(themeIcon({"document-save"}));
-    connect(save, &QPushButton::clicked, &m_session, &EditorSession::save);
-
-    QHBoxLayout* lastLine = addLine(rows);
-    QWidget* last = lastLine->parentWidget();
-    auto* lastName = new QLabel(last);
-    lastName->setWordWrap(true);
-    auto* show = new QPushButton(themeIcon({"folder-open", "folder"}), tr("Show in Folder"), last);
-    show->setAutoDefault(false);
-    show->setToolTip(tr("Open the folder of the last export in the file manager"));
-    lastLine->addWidget(lastName, 1);
-    lastLine->addWidget(show);
-    connect(show, &QPushButton::clicked, this, [this] {
-        if (const auto& url = m_session.lastExportUrl()) {
-            QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(url->path().parent_path())));
-        }
-    });
-
-    follow([this, transparentLine, last, lastName] {
-        const auto& document = m_session.document();
-        transparentLine->setVisible(document && document->project.canvas.background.isTransparent());
-        fillPresets();
-        const auto& url = m_session.lastExportUrl();
-        last->setVisible(url.has_value());
-        if (url) {
-            lastName->setText(tr("Last export: %1").arg(QString::fromStdString(url->path().filename())));
-            lastName->setToolTip(QString::fromStdString(url->path()));
-        }
-    });
-}
-
-void InspectorScreenTab::fillPresets() {
-    std::vector<ExportPreset> all = m_session.matchingPresets();
-    const std::size_t matchingCount = all.size();
-    for (const ExportPreset& preset : m_session.mismatchedPresets()) {
-        all.push_back(preset);
-    }
-    if (m_shownPresets == all) {
-        return;
-    }
-    m_shownPresets = all;
-    discardRows(m_matchingRows);
-    discardRows(m_otherRows);
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        const ExportPreset& preset = all[i];
-        QVBoxLayout* rows = i < matchingCount ? m_matchingRows : m_otherRows;
-        auto* button = new QPushButton(rows->parentWidget());
-        button->setAutoDefault(false);
-        button->setAccessibleName(QString::fromStdString(preset.name));
-        auto* inside = new QHBoxLayout(button);
-        inside->setContentsMargins(10, 2, 10, 2);
-        auto* name = new QLabel(QString::fromStdString(preset.name), button);
-        auto* size = new QLabel(presetSize(preset), button);
-        size->setForegroundRole(QPalette::PlaceholderText);
-        inside->addWidget(name);
-        inside->addStretch(1);
-        if (preservesAlpha(preset)) {
-            auto* badge = new QLabel(tr("ALPHA"), button);
-            QFont small = badge->font();
-            small.setPointSizeF(small.pointSizeF() * 0.75);
-            small.setBold(true);
-            badge->setFont(small);
-            badge->setStyleSheet("QLabel { border: 1px solid palette(highlight); color: palette(highlight); "
-                                 "border-radius: 3px; padding: 0px 3px; }");
-            inside->addWidget(badge);
-        }
-        inside->addWidget(size);
-        for (QLabel* part : button->findChildren<QLabel*>()) {
-            part->setAttribute(Qt::WA_TransparentForMouseEvents);
-        }
-        button->setMinimumHeight(name->sizeHint().height() + 14);
-        connect(button, &QPushButton::clicked, &m_session, [this, preset] { m_session.exportMovie(preset); });
-        rows->addWidget(button);
-        button->show();
-    }
 }
 
 } // namespace marlowick

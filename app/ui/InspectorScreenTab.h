@@ -1,18 +1,10 @@
 #pragma once
 
-#include "export/ExportPreset.h"
-#include "model/Span.h"
 #include "ui/InspectorPage.h"
 
 #include <QColor>
 
-#include <optional>
-#include <vector>
-
 class QColorDialog;
-class QLabel;
-class QPushButton;
-class QToolButton;
 
 namespace marlowick {
 
@@ -38,23 +30,14 @@ signals:
 private:
     void buildFormat();
     void buildRecording();
-    void buildCut();
     void buildAutoZoom();
     void buildSelectedZoom();
     void buildDevice();
     void buildPerspective();
     void buildCursor();
     void buildBackground();
-    void buildExport();
-    void fillCuts();
-    void fillPresets();
     void chooseCustomColour();
 
-    QVBoxLayout* m_cutRows = nullptr;
-    std::optional<std::vector<Span>> m_shownCuts;
-    QVBoxLayout* m_matchingRows = nullptr;
-    QVBoxLayout* m_otherRows = nullptr;
-    std::optional<std::vector<ExportPreset>> m_shownPresets;
     QColor m_customBackground{0x10, 0x10, 0x14};
     QColorDialog* m_colourDialog = nullptr;
 };
