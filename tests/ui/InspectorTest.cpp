@@ -23,6 +23,8 @@
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QSlider>
+#include <QStyle>
+#include <QStyleOptionSlider>
 #include <QTabBar>
 #include <QTest>
 #include <QToolButton>
@@ -732,6 +734,29 @@ TEST_F(InspectorTest, ControlsFollowTheDocumentWithoutWritingBack) {
     // Nothing the fill touched stays changed: the canvas and the mix are as the edit left them.
     EXPECT_EQ(project().canvas.ratio, AspectRatio::vertical);
     EXPECT_EQ(project().canvas.tilt.y, -5);
+
+    // A drag by the mouse writes at every step, before the button is let go.
+    QSlider* tilt = control<InspectorSlider>(m_screen, "Perspective", "Tilt X")->slider();
+    QStyleOptionSlider option;
+    option.initFrom(tilt);
+    option.orientation = Qt::Horizontal;
+    option.minimum = tilt->minimum();
+    option.maximum = tilt->maximum();
+    option.sliderPosition = tilt->sliderPosition();
+    option.sliderValue = tilt->value();
+    const QPoint handle =
+        tilt->style()->subControlRect(QStyle::CC_Slider, &option, QStyle::SC_SliderHandle, tilt).center();
+    const auto before = edits.count();
+    QTest::mousePress(tilt, Qt::LeftButton, {}, handle);
+    double last = project().canvas.tilt.x;
+    for (int step = 1; step <= 5; ++step) {
+        QTest::mouseMove(tilt, handle + QPoint(8 * step, 0));
+        EXPECT_GT(project().canvas.tilt.x, last) << "step " << step;
+        last = project().canvas.tilt.x;
+    }
+    EXPECT_EQ(edits.count(), before + 5);
+    QTest::mouseRelease(tilt, Qt::LeftButton, {}, handle + QPoint(40, 0));
+    EXPECT_EQ(project().canvas.tilt.x, last);
 }
 
 TEST_F(InspectorTest, ScreenshotsOfBothTabs) {
