@@ -358,28 +358,25 @@ TEST_F(InspectorTest, FormatDeviceAndPerspectiveFollowTheirRules) {
     control<QPushButton>(m_screen, "Auto-zoom", "Regenerate")->click();
     EXPECT_TRUE(project().camera.beats.empty());
 
-    // The zoom list takes the tab's place until its way back is taken; a zoom editor given later takes it.
+    // The zoom editor takes the tab's place, from either tab, until its way back is taken.
+    auto* editor = new QPushButton("Back to the sections");
+    QObject::connect(editor, &QPushButton::clicked, m_inspector, &Inspector::showSections);
+    m_inspector->setZoomEditor(editor);
+    QSignalSpy showing(m_inspector, &Inspector::showingZoomsChanged);
     control<QPushButton>(m_screen, "Auto-zoom", "Zooms")->click();
     EXPECT_TRUE(m_inspector->showingZooms());
+    EXPECT_TRUE(editor->isVisible());
     EXPECT_FALSE(m_screen->isVisible());
-    QPushButton* back = nullptr;
-    for (QPushButton* button : m_inspector->findChildren<QPushButton*>()) {
-        if (button->text() == "Back" && button->isVisible()) {
-            back = button;
-        }
-    }
-    ASSERT_NE(back, nullptr);
-    back->click();
+    editor->click();
     EXPECT_FALSE(m_inspector->showingZooms());
+    EXPECT_FALSE(editor->isVisible());
     EXPECT_TRUE(m_screen->isVisible());
-    auto* editor = new QLabel("zoom editor");
-    m_inspector->setZoomEditor(editor);
     m_inspector->setTab(Inspector::Tab::audio);
     control<QPushButton>(m_screen, "Auto-zoom", "Zooms")->click();
     EXPECT_EQ(m_inspector->tab(), Inspector::Tab::screen);
     EXPECT_TRUE(editor->isVisible());
-    m_inspector->showSections();
-    EXPECT_FALSE(editor->isVisible());
+    ASSERT_EQ(showing.count(), 3);
+    EXPECT_TRUE(showing[2][0].toBool());
 }
 
 TEST_F(InspectorTest, CutsAreMarkedAtThePlayheadRemovedAndRestored) {
