@@ -183,6 +183,10 @@ public:
     void clearSelection();
     // The project's hand cuts sorted by start; empty without a document.
     std::vector<Span> manualCuts() const;
+    // Puts back the stretch of the hand cut `id`, or of every hand cut, rebuilding the cursor, the preview
+    // and the waveform. Nothing without a document or without such a cut.
+    void restoreCut(Uuid id);
+    void restoreAllCuts();
 
     // Music: a bed, or none to remove it; or one chosen in a file panel, with the usual levels.
     void setMusic(std::optional<MusicBed> bed);

@@ -170,6 +170,32 @@ std::vector<Span> EditorSession::manualCuts() const {
     return cuts;
 }
 
+void EditorSession::restoreCut(Uuid id) {
+    if (!m_document) {
+        return;
+    }
+    const auto& cuts = m_document->project.manualCuts;
+    if (std::none_of(cuts.begin(), cuts.end(), [&](const Span& cut) { return cut.id == id; })) {
+        return;
+    }
+    editProject([&](Project& project) {
+        std::erase_if(project.manualCuts, [&](const Span& cut) { return cut.id == id; });
+    });
+    rebuildCursor();
+    reloadPlayback(true);
+    loadWaveform();
+}
+
+void EditorSession::restoreAllCuts() {
+    if (!m_document || m_document->project.manualCuts.empty()) {
+        return;
+    }
+    editProject([](Project& project) { project.manualCuts.clear(); });
+    rebuildCursor();
+    reloadPlayback(true);
+    loadWaveform();
+}
+
 // Music.
 
 void EditorSession::setMusic(std::optional<MusicBed> bed) {

@@ -3,8 +3,10 @@
 #include "session/EditorSession.h"
 #include "ui/CanvasPreview.h"
 #include "ui/ExportScreen.h"
+#include "ui/Inspector.h"
 #include "ui/RecordScreen.h"
 #include "ui/RecordingScreen.h"
+#include "ui/ZoomEditor.h"
 
 #include <QAction>
 #include <QApplication>
@@ -12,6 +14,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
+#include <QSplitter>
 #include <QStackedWidget>
 #include <QToolBar>
 #include <QToolButton>
@@ -57,7 +60,18 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
     column->addWidget(m_errorBanner);
-    column->addWidget(m_screens, 1);
+    // The inspector stands right of the screens, and shows only with the editor.
+    m_inspector = new Inspector(session, central);
+    // Its Screen tab shows the zoom list in place of its sections, and goes back on the list's back action.
+    auto* zoomEditor = new ZoomEditor(session);
+    m_inspector->setZoomEditor(zoomEditor);
+    connect(zoomEditor, &ZoomEditor::backRequested, m_inspector, &Inspector::showSections);
+    auto* split = new QSplitter(Qt::Horizontal, central);
+    split->setChildrenCollapsible(false);
+    split->addWidget(m_screens);
+    split->addWidget(m_inspector);
+    split->setStretchFactor(0, 1);
+    column->addWidget(split, 1);
     setCentralWidget(central);
     buildToolbar();
 
@@ -191,6 +205,7 @@ void MainWindow::followPhase() {
         break;
     }
     const bool editing = phase.kind() == SessionPhase::Kind::editing;
+    m_inspector->setVisible(editing);
     m_play->setEnabled(editing);
     m_save->setEnabled(phase.needsDocument());
     m_export->setEnabled(editing);

@@ -12,6 +12,7 @@ namespace marlowick {
 class CanvasPreview;
 class EditorSession;
 class ExportScreen;
+class Inspector;
 class RecordScreen;
 class RecordingScreen;
 
@@ -31,6 +32,8 @@ public:
     RecordingScreen* recordingScreen() const { return m_recordingScreen; }
     CanvasPreview* editor() const { return m_editor; }
     ExportScreen* exportScreen() const { return m_exportScreen; }
+    // The side panel, right of the editor's preview, shown while editing.
+    Inspector* inspector() const { return m_inspector; }
 
     QAction* startRecordingAction() const { return m_startRecording; }
     QAction* stopRecordingAction() const { return m_stopRecording; }
@@ -59,6 +62,7 @@ private:
     RecordingScreen* m_recordingScreen = nullptr;
     CanvasPreview* m_editor = nullptr;
     ExportScreen* m_exportScreen = nullptr;
+    Inspector* m_inspector = nullptr;
 };
 
 } // namespace marlowick

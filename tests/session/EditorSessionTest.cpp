@@ -385,6 +385,28 @@ TEST_F(EditorSessionTest, ACutRebuildsTheCursorTheWaveformAndThePlayer) {
     m_session->cutSelection();
     ASSERT_EQ(m_session->manualCuts().size(), 2u);
     EXPECT_EQ(m_session->manualCuts()[1].range(), (Range{4.5, 5.5}));
+
+    // Restoring a cut puts its stretch back into the player, the cursor and the waveform; an unknown cut
+    // changes nothing.
+    QSignalSpy edits(m_session.get(), &EditorSession::documentChanged);
+    m_session->restoreCut(Uuid::random());
+    EXPECT_EQ(edits.count(), 0);
+    const std::size_t loadsBefore = m_opened->items.size();
+    const auto cursorsBefore = cursors.count();
+    const auto waveformsBefore = waveforms.count();
+    m_session->restoreCut(m_session->manualCuts()[0].id);
+    ASSERT_EQ(m_session->manualCuts().size(), 1u);
+    EXPECT_EQ(m_session->manualCuts()[0].range(), (Range{4.5, 5.5}));
+    EXPECT_EQ(cursors.count(), cursorsBefore + 1);
+    ASSERT_TRUE(waitFor([&] {
+        return m_opened->items.size() > loadsBefore && waveforms.count() > waveformsBefore &&
+               m_opened->items.back().duration() == 7;
+    }));
+    m_session->restoreAllCuts();
+    EXPECT_TRUE(m_session->manualCuts().empty());
+    ASSERT_TRUE(waitFor([&] { return m_opened->items.back().duration() == 8; }));
+    EXPECT_EQ(m_session->cursorSampler()->clicks.size(), 8u);
+    EXPECT_EQ(edits.count(), 2);
 }
 
 TEST_F(EditorSessionTest, ABurstOfMusicChangesRendersThePreviewOnce) {
