@@ -1,6 +1,7 @@
 #include "ui/MainWindow.h"
 
 #include "session/EditorSession.h"
+#include "ui/Banners.h"
 #include "ui/CanvasPreview.h"
 #include "ui/ExportScreen.h"
 #include "ui/RecordScreen.h"
@@ -9,7 +10,6 @@
 #include <QAction>
 #include <QApplication>
 #include <QIcon>
-#include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
 #include <QStackedWidget>
@@ -38,11 +38,7 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
     setWindowTitle("Marlowick");
     buildCommands();
 
-    m_errorBanner = new QLabel(this);
-    m_errorBanner->setWordWrap(true);
-    m_errorBanner->setMargin(8);
-    // The banner's red at 15 % over the window's background, as the other banners will have their colours.
-    m_errorBanner->setStyleSheet("background-color: rgba(224, 68, 62, 38);");
+    m_banners = new Banners(session, this);
     m_screens = new QStackedWidget(this);
     m_recordScreen = new RecordScreen(session, m_startRecording, m_screens);
     m_recordingScreen = new RecordingScreen(m_stopRecording, m_screens);
@@ -56,7 +52,7 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
     auto* column = new QVBoxLayout(central);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
-    column->addWidget(m_errorBanner);
+    column->addWidget(m_banners);
     column->addWidget(m_screens, 1);
     setCentralWidget(central);
     buildToolbar();
@@ -83,11 +79,9 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
     edit->addAction(removeSelection);
 
     connect(&session, &EditorSession::phaseChanged, this, &MainWindow::followPhase);
-    connect(&session, &EditorSession::lastErrorChanged, this, &MainWindow::followError);
     connect(&session, &EditorSession::documentChanged, this, &MainWindow::fillExportMenu);
     connect(session.playback(), &PlaybackEngine::isPlayingChanged, this, &MainWindow::followPlaying);
     followPhase();
-    followError();
     fillExportMenu();
     resize(1180, 760);
 }
@@ -197,14 +191,7 @@ void MainWindow::followPhase() {
     m_startRecording->setVisible(!recording);
     m_startRecording->setEnabled(!recording && phase.kind() != SessionPhase::Kind::exporting);
     m_stopRecording->setEnabled(recording);
-}
-
-void MainWindow::followError() {
-    const auto& error = m_session.lastError();
-    m_errorBanner->setVisible(error.has_value());
-    if (error) {
-        m_errorBanner->setText(QString::fromStdString(*error));
-    }
+    m_banners->followTelemetry();
 }
 
 void MainWindow::followPlaying(bool playing) {

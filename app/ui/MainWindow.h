@@ -3,20 +3,20 @@
 #include <QMainWindow>
 
 class QAction;
-class QLabel;
 class QStackedWidget;
 class QToolButton;
 
 namespace marlowick {
 
+class Banners;
 class CanvasPreview;
 class EditorSession;
 class ExportScreen;
 class RecordScreen;
 class RecordingScreen;
 
-// The one window over the session: the menus and the toolbar with the shell's commands, the error banner,
-// and one screen for each phase (record, recording, editor, export), replaced as soon as the phase changes.
+// The one window over the session: the menus and the toolbar with the shell's commands, the banners, and
+// one screen for each phase (record, recording, editor, export), replaced as soon as the phase changes.
 // Every control calls an operation of the session or of its playback engine.
 //
 // Thread: the main thread only. The session is not owned and outlives the window.
@@ -31,6 +31,7 @@ public:
     RecordingScreen* recordingScreen() const { return m_recordingScreen; }
     CanvasPreview* editor() const { return m_editor; }
     ExportScreen* exportScreen() const { return m_exportScreen; }
+    Banners* banners() const { return m_banners; }
 
     QAction* startRecordingAction() const { return m_startRecording; }
     QAction* stopRecordingAction() const { return m_stopRecording; }
@@ -39,7 +40,6 @@ private:
     void buildCommands();
     void buildToolbar();
     void followPhase();
-    void followError();
     void followPlaying(bool playing);
     void fillExportMenu();
 
@@ -49,7 +49,7 @@ private:
     QAction* m_play = nullptr;
     QAction* m_save = nullptr;
     QToolButton* m_export = nullptr;
-    QLabel* m_errorBanner = nullptr;
+    Banners* m_banners = nullptr;
     QStackedWidget* m_screens = nullptr;
     RecordScreen* m_recordScreen = nullptr;
     RecordingScreen* m_recordingScreen = nullptr;

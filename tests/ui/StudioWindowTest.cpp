@@ -6,6 +6,7 @@
 #include "support/TempDir.h"
 #include "support/WalkingTake.h"
 #include "trajectory/NewRecording.h"
+#include "ui/Banners.h"
 #include "ui/CanvasPreview.h"
 #include "ui/CanvasWidget.h"
 #include "ui/ExportScreen.h"
@@ -16,9 +17,11 @@
 #include <QAction>
 #include <QApplication>
 #include <QLabel>
+#include <QPushButton>
 #include <QTest>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <deque>
@@ -95,6 +98,36 @@ std::optional<BgraImage> exportedStill(const Project& project, const std::vector
         .get();
 }
 
+// A capturer that records nothing: a start succeeds, and a stop yields the walking take of `movie`.
+class FakeCapturer : public ScreenCapturer {
+public:
+    FakeCapturer(TelemetryAvailability availability, fs::path movie)
+        : m_availability(availability)
+        , m_movie(std::move(movie)) {}
+    TelemetryAvailability telemetryAvailability() const override { return m_availability; }
+    void start(const CaptureConfiguration&) override {
+        if (m_running) {
+            throw CaptureError(CaptureErrorKind::alreadyRecording);
+        }
+        m_running = true;
+    }
+    Recording stop() override {
+        if (!m_running) {
+            throw CaptureError(CaptureErrorKind::notRecording);
+        }
+        m_running = false;
+        return walkingTake(m_movie, 4, {40, 30}, {6, 12});
+    }
+    std::optional<CaptureError> interruption() const override { return std::nullopt; }
+    std::vector<std::string> takeWarnings() override { return {}; }
+    CaptureStatistics statistics() const override { return {}; }
+
+private:
+    TelemetryAvailability m_availability;
+    fs::path m_movie;
+    std::atomic<bool> m_running = false;
+};
+
 class StudioWindowTest : public ::testing::Test {
 protected:
     // A 4 s take at 320x180 and 10 frames a second with a moving test picture and a tone, a pointer walk and
@@ -123,7 +156,7 @@ protected:
         m_session = std::make_unique<EditorSession>(
             std::move(panels),
             [] { return std::make_unique<PreviewPlayer>("unix:/nonexistent/marlowick-test"); },
-            [] { return std::make_unique<X11ScreenCapturer>(); }, nullptr);
+            [this] { return makeCapturer(); }, nullptr);
         m_window = std::make_unique<MainWindow>(*m_session);
         m_window->resize(1100, 720);
         m_window->show();
@@ -133,6 +166,8 @@ protected:
         m_window.reset();
         m_session.reset();
     }
+
+    virtual std::unique_ptr<ScreenCapturer> makeCapturer() { return std::make_unique<X11ScreenCapturer>(); }
 
     // Opens the package and waits until the player is loaded.
     void openPackage() {
@@ -226,4 +261,115 @@ TEST_F(StudioWindowTest, ThePausedPreviewIsTheExportedFrameAndFollowsTheCanvasSe
     still = exportedStill(changed, document.telemetry(), time, grabbed.width(), grabbed.height());
     ASSERT_TRUE(still.has_value());
     EXPECT_LE(largestDifference(grabbed, *still), 2);
+}
+
+namespace {
+
+// The window over a capturer that records nothing and whose source yields pointer positions only.
+class ShellWindowTest : public StudioWindowTest {
+protected:
+    std::unique_ptr<ScreenCapturer> makeCapturer() override {
+        return std::make_unique<FakeCapturer>(TelemetryAvailability::positionOnly, *s_dir / "take.mp4");
+    }
+};
+
+// The colour a banner of `colour` shows over `background`: the colour at 15 %.
+QColor overBackground(const QColor& colour, const QColor& background) {
+    const auto mix = [](int top, int bottom) {
+        return static_cast<int>(std::lround(top * 0.15 + bottom * 0.85));
+    };
+    return QColor(mix(colour.red(), background.red()), mix(colour.green(), background.green()),
+                  mix(colour.blue(), background.blue()));
+}
+
+void expectColour(const QColor& seen, const QColor& expected) {
+    EXPECT_NEAR(seen.red(), expected.red(), 3)
+        << seen.name().toStdString() << " " << expected.name().toStdString();
+    EXPECT_NEAR(seen.green(), expected.green(), 3)
+        << seen.name().toStdString() << " " << expected.name().toStdString();
+    EXPECT_NEAR(seen.blue(), expected.blue(), 3)
+        << seen.name().toStdString() << " " << expected.name().toStdString();
+}
+
+// The texts of a banner's labels, top to bottom, joined by new lines.
+std::string bannerText(QWidget* banner) {
+    QStringList texts;
+    for (QLabel* label : banner->findChildren<QLabel*>()) {
+        if (!label->text().isEmpty()) {
+            texts << label->text();
+        }
+    }
+    return texts.join("\n").toStdString();
+}
+
+} // namespace
+
+TEST(RetakeSummary, SaysWhatTheRetakeRegeneratedKeptAndCleared) {
+    // Nothing carried over and no captions: one clause, with the count's own number.
+    EXPECT_EQ(Banners::retakeSummary({10, 10, 1, 0, false}), "1 zoom beat regenerated from the new take");
+    EXPECT_EQ(Banners::retakeSummary({10, 10, 0, 0, false}), "0 zoom beats regenerated from the new take");
+    // A person's beats on a take of about the same length are kept as they were.
+    EXPECT_EQ(Banners::retakeSummary({10, 10.1, 3, 2, false}),
+              "3 zoom beats regenerated from the new take · 2 hand-edited kept");
+    // Stretched by more than a little, they are worth a look, and the captions went with the old words.
+    EXPECT_EQ(
+        Banners::retakeSummary({8, 10, 2, 1, true}),
+        "2 zoom beats regenerated from the new take · 1 hand-edited moved to 125% of their old timing — "
+        "worth checking · captions cleared, regenerate them");
+}
+
+TEST_F(ShellWindowTest, TheBannersStandInTheirOrderAboveTheScreen) {
+    // The take was recorded without the microphone: the audio warning is up once it is open.
+    openPackage();
+    m_session->setLastError("Could not write the package.");
+    m_session->setRetakeReport(RetakeSwap::Report{8, 10, 1, 2, true});
+    QApplication::processEvents();
+
+    Banners* banners = m_window->banners();
+    const std::vector<QWidget*> order = {banners->telemetryBanner(), banners->errorBanner(),
+                                         banners->retakeBanner(), banners->audioBanner()};
+    int above = -1;
+    for (QWidget* banner : order) {
+        ASSERT_TRUE(banner->isVisible());
+        const int top = banner->mapTo(m_window.get(), QPoint(0, 0)).y();
+        EXPECT_GT(top, above);
+        above = top + banner->height() - 1;
+    }
+    EXPECT_LT(above, m_window->currentScreen()->mapTo(m_window.get(), QPoint(0, 0)).y());
+
+    EXPECT_EQ(bannerText(banners->telemetryBanner()),
+              "Cursor positions only. Enable the X server's RECORD extension for click-aware auto-zoom.");
+    EXPECT_EQ(bannerText(banners->errorBanner()), "Could not write the package.");
+    EXPECT_EQ(bannerText(banners->retakeBanner()),
+              "Recording replaced — canvas, cursor and caption styling kept.\n1 zoom beat regenerated from "
+              "the new take · 2 hand-edited moved to 125% of their old timing — worth checking · captions "
+              "cleared, regenerate them");
+    ASSERT_TRUE(m_session->audioWarning().has_value());
+    EXPECT_EQ(bannerText(banners->audioBanner()), *m_session->audioWarning());
+    saveScreenshot(*m_window, "banners");
+
+    // Each on its colour at 15 % over the window: yellow, red, orange for beats worth checking, yellow.
+    const QImage window = m_window->grab().toImage();
+    const QColor background = m_window->palette().color(QPalette::Window);
+    const auto cornerOf = [&](QWidget* banner) {
+        return window.pixelColor(banner->mapTo(m_window.get(), QPoint(3, 3)) * m_window->devicePixelRatioF());
+    };
+    expectColour(cornerOf(banners->telemetryBanner()), overBackground(QColor(0xE5, 0xB0, 0x00), background));
+    expectColour(cornerOf(banners->errorBanner()), overBackground(QColor(0xE0, 0x44, 0x3E), background));
+    expectColour(cornerOf(banners->retakeBanner()), overBackground(QColor(0xF2, 0x8C, 0x28), background));
+    expectColour(cornerOf(banners->audioBanner()), overBackground(QColor(0xE5, 0xB0, 0x00), background));
+
+    // A retake that kept the timing is green.
+    m_session->setRetakeReport(RetakeSwap::Report{10, 10, 1, 2, false});
+    expectColour(
+        m_window->grab().toImage().pixelColor(banners->retakeBanner()->mapTo(m_window.get(), QPoint(3, 3))),
+        overBackground(QColor(0x2E, 0xA0, 0x43), background));
+
+    // Dismiss clears the session's report and only its banner goes.
+    QTest::mouseClick(banners->dismissRetakeButton(), Qt::LeftButton);
+    EXPECT_FALSE(m_session->retakeReport().has_value());
+    EXPECT_FALSE(banners->retakeBanner()->isVisible());
+    EXPECT_TRUE(banners->errorBanner()->isVisible());
+    EXPECT_TRUE(banners->audioBanner()->isVisible());
+    EXPECT_TRUE(banners->telemetryBanner()->isVisible());
 }
