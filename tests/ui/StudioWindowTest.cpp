@@ -72,7 +72,13 @@ void saveScreenshot(QWidget& widget, const std::string& name) {
     EXPECT_TRUE(widget.grab().save(path)) << path.toStdString();
 }
 
-// The largest difference of one channel between the canvas's picture and an export's still frame.
+// Whether pixel (x, y) of a canvas of `width` × `height` lies clear of its rounded corners of `radius`.
+bool clearOfCorners(int x, int y, int width, int height, int radius) {
+    return (x >= radius && x < width - radius) || (y >= radius && y < height - radius);
+}
+
+// The largest difference of one channel between the canvas's picture and an export's still frame, inside
+// the canvas's rounded corners of 8 pixels.
 int largestDifference(const QImage& grabbed, const BgraImage& still) {
     const QImage picture = grabbed.convertToFormat(QImage::Format_ARGB32);
     EXPECT_EQ(picture.width(), still.width);
@@ -83,7 +89,9 @@ int largestDifference(const QImage& grabbed, const BgraImage& still) {
         const auto* row = picture.constScanLine(y);
         const auto* expected = still.row(y);
         for (int x = 0; x < std::min(picture.width(), still.width) * 4; ++x) {
-            largest = std::max(largest, std::abs(int(row[x]) - int(expected[x])));
+            if (clearOfCorners(x / 4, y, picture.width(), picture.height(), 8)) {
+                largest = std::max(largest, std::abs(int(row[x]) - int(expected[x])));
+            }
         }
     }
     return largest;
@@ -254,13 +262,37 @@ TEST_F(StudioWindowTest, ThePausedPreviewIsTheExportedFrameAndFollowsTheCanvasSe
     changed.canvas.inset = 0.2;
     canvas->setTimeline(OutputTimeline(changed, document.telemetry()));
     grabbed = canvas->grabFramebuffer();
-    const QColor corner = grabbed.pixelColor(2, 2);
-    EXPECT_EQ(corner.red(), 0x2E);
-    EXPECT_EQ(corner.green(), 0xA0);
-    EXPECT_EQ(corner.blue(), 0x43);
+    const QColor nearCorner = grabbed.pixelColor(10, 10);
+    EXPECT_EQ(nearCorner.red(), 0x2E);
+    EXPECT_EQ(nearCorner.green(), 0xA0);
+    EXPECT_EQ(nearCorner.blue(), 0x43);
+    // The corners are rounded off to the black of the stage, and the edges between them are not.
+    EXPECT_EQ(grabbed.pixelColor(0, 0).name().toStdString(), "#000000");
+    EXPECT_EQ(grabbed.pixelColor(grabbed.width() - 1, grabbed.height() - 1).name().toStdString(), "#000000");
+    EXPECT_EQ(grabbed.pixelColor(grabbed.width() / 2, 0).green(), 0xA0);
+    EXPECT_EQ(grabbed.pixelColor(0, grabbed.height() / 2).green(), 0xA0);
     still = exportedStill(changed, document.telemetry(), time, grabbed.width(), grabbed.height());
     ASSERT_TRUE(still.has_value());
     EXPECT_LE(largestDifference(grabbed, *still), 2);
+
+    // Where a transparent background lets the picture through, a checkerboard of 10-pixel tiles shows,
+    // white in the top-left tile and light grey beside and below it.
+    changed.canvas.background = Background::transparent();
+    canvas->setTimeline(OutputTimeline(changed, document.telemetry()));
+    grabbed = canvas->grabFramebuffer();
+    saveScreenshot(*m_window, "editor-transparent");
+    EXPECT_EQ(grabbed.pixelColor(12, 12).name().toStdString(), "#ffffff");
+    EXPECT_EQ(grabbed.pixelColor(15, 5).name().toStdString(), "#cccccc");
+    EXPECT_EQ(grabbed.pixelColor(5, 15).name().toStdString(), "#cccccc");
+    EXPECT_EQ(grabbed.pixelColor(25, 5).name().toStdString(), "#ffffff");
+    EXPECT_EQ(grabbed.pixelColor(0, 0).name().toStdString(), "#000000");
+    // The recording itself stays as the export draws it.
+    still = exportedStill(changed, document.telemetry(), time, grabbed.width(), grabbed.height());
+    ASSERT_TRUE(still.has_value());
+    const QPoint middle(grabbed.width() / 2, grabbed.height() / 2);
+    const QColor expected(still->row(middle.y())[4 * middle.x() + 2],
+                          still->row(middle.y())[4 * middle.x() + 1], still->row(middle.y())[4 * middle.x()]);
+    EXPECT_EQ(grabbed.pixelColor(middle).name().toStdString(), expected.name().toStdString());
 }
 
 namespace {
