@@ -5,6 +5,7 @@
 #include "ui/CanvasPreview.h"
 #include "ui/ExportScreen.h"
 #include "ui/RecordScreen.h"
+#include "ui/RecordingAside.h"
 #include "ui/RecordingScreen.h"
 
 #include <QAction>
@@ -44,6 +45,9 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
     m_recordingScreen = new RecordingScreen(m_stopRecording, m_screens);
     m_editor = new CanvasPreview(session, m_screens);
     m_exportScreen = new ExportScreen(session, m_screens);
+    m_aside = new RecordingAside(*this, *m_stopRecording, this);
+    connect(m_aside, &RecordingAside::asideChanged, m_recordingScreen,
+            &RecordingScreen::setHiddenFromCapture);
     for (QWidget* screen : {static_cast<QWidget*>(m_recordScreen), static_cast<QWidget*>(m_recordingScreen),
                             static_cast<QWidget*>(m_editor), static_cast<QWidget*>(m_exportScreen)}) {
         m_screens->addWidget(screen);
@@ -96,7 +100,12 @@ void MainWindow::buildCommands() {
     m_stopRecording = new QAction(QIcon::fromTheme("media-playback-stop"), tr("Stop Recording"), this);
     m_stopRecording->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Period));
     m_stopRecording->setToolTip(tr("Stop recording (Ctrl+.)"));
-    connect(m_stopRecording, &QAction::triggered, &m_session, &EditorSession::stopRecording);
+    // One stop per take: the screen's button, the menu, the tray and the global key all come here, and a
+    // second stop would find no capture and lose the editor behind the error.
+    connect(m_stopRecording, &QAction::triggered, &m_session, [this] {
+        m_stopRecording->setEnabled(false);
+        m_session.stopRecording();
+    });
     auto* open = new QAction(QIcon::fromTheme("document-open"), tr("Open Project…"), this);
     open->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
     connect(open, &QAction::triggered, &m_session, &EditorSession::open);
@@ -192,6 +201,11 @@ void MainWindow::followPhase() {
     m_startRecording->setEnabled(!recording && phase.kind() != SessionPhase::Kind::exporting);
     m_stopRecording->setEnabled(recording);
     m_banners->followTelemetry();
+    if (recording) {
+        m_aside->begin();
+    } else {
+        m_aside->end();
+    }
 }
 
 void MainWindow::followPlaying(bool playing) {

@@ -13,6 +13,7 @@ class CanvasPreview;
 class EditorSession;
 class ExportScreen;
 class RecordScreen;
+class RecordingAside;
 class RecordingScreen;
 
 // The one window over the session: the menus and the toolbar with the shell's commands, the banners, and
@@ -32,6 +33,7 @@ public:
     CanvasPreview* editor() const { return m_editor; }
     ExportScreen* exportScreen() const { return m_exportScreen; }
     Banners* banners() const { return m_banners; }
+    RecordingAside* recordingAside() const { return m_aside; }
 
     QAction* startRecordingAction() const { return m_startRecording; }
     QAction* stopRecordingAction() const { return m_stopRecording; }
@@ -50,6 +52,7 @@ private:
     QAction* m_save = nullptr;
     QToolButton* m_export = nullptr;
     Banners* m_banners = nullptr;
+    RecordingAside* m_aside = nullptr;
     QStackedWidget* m_screens = nullptr;
     RecordScreen* m_recordScreen = nullptr;
     RecordingScreen* m_recordingScreen = nullptr;

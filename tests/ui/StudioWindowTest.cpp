@@ -1,3 +1,4 @@
+#include "capture/X11Connection.h"
 #include "capture/X11ScreenCapturer.h"
 #include "export/ExportPreset.h"
 #include "export/StillFrame.h"
@@ -10,16 +11,21 @@
 #include "ui/CanvasPreview.h"
 #include "ui/CanvasWidget.h"
 #include "ui/ExportScreen.h"
+#include "ui/GlobalShortcut.h"
 #include "ui/MainWindow.h"
 #include "ui/RecordScreen.h"
+#include "ui/RecordingAside.h"
 #include "ui/RecordingScreen.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QTest>
 #include <gtest/gtest.h>
+#include <xcb/xcb.h>
+#include <xcb/xtest.h>
 
 #include <atomic>
 #include <chrono>
@@ -106,12 +112,20 @@ std::optional<BgraImage> exportedStill(const Project& project, const std::vector
         .get();
 }
 
-// A capturer that records nothing: a start succeeds, and a stop yields the walking take of `movie`.
+// Holds a capturer's stop until it is let go, and counts the stops asked for.
+struct StopGate {
+    std::atomic<bool> held = false;
+    std::atomic<int> stops = 0;
+};
+
+// A capturer that records nothing: a start succeeds, and a stop yields the walking take of `movie` once
+// the gate lets it.
 class FakeCapturer : public ScreenCapturer {
 public:
-    FakeCapturer(TelemetryAvailability availability, fs::path movie)
+    FakeCapturer(TelemetryAvailability availability, fs::path movie, std::shared_ptr<StopGate> gate)
         : m_availability(availability)
-        , m_movie(std::move(movie)) {}
+        , m_movie(std::move(movie))
+        , m_gate(std::move(gate)) {}
     TelemetryAvailability telemetryAvailability() const override { return m_availability; }
     void start(const CaptureConfiguration&) override {
         if (m_running) {
@@ -120,6 +134,10 @@ public:
         m_running = true;
     }
     Recording stop() override {
+        ++m_gate->stops;
+        while (m_gate->held) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
         if (!m_running) {
             throw CaptureError(CaptureErrorKind::notRecording);
         }
@@ -133,6 +151,7 @@ public:
 private:
     TelemetryAvailability m_availability;
     fs::path m_movie;
+    std::shared_ptr<StopGate> m_gate;
     std::atomic<bool> m_running = false;
 };
 
@@ -301,8 +320,11 @@ namespace {
 class ShellWindowTest : public StudioWindowTest {
 protected:
     std::unique_ptr<ScreenCapturer> makeCapturer() override {
-        return std::make_unique<FakeCapturer>(TelemetryAvailability::positionOnly, *s_dir / "take.mp4");
+        return std::make_unique<FakeCapturer>(TelemetryAvailability::positionOnly, *s_dir / "take.mp4",
+                                              m_gate);
     }
+
+    std::shared_ptr<StopGate> m_gate = std::make_shared<StopGate>();
 };
 
 // The colour a banner of `colour` shows over `background`: the colour at 15 %.
@@ -404,4 +426,146 @@ TEST_F(ShellWindowTest, TheBannersStandInTheirOrderAboveTheScreen) {
     EXPECT_TRUE(banners->errorBanner()->isVisible());
     EXPECT_TRUE(banners->audioBanner()->isVisible());
     EXPECT_TRUE(banners->telemetryBanner()->isVisible());
+}
+
+namespace {
+
+constexpr std::uint32_t periodKeysym = 0x2e;
+constexpr std::uint32_t leftControlKeysym = 0xffe3;
+
+// Another client on the same display, as a person's keyboard and another program are.
+class OtherClient {
+public:
+    OtherClient()
+        : m_root(m_display.screen().root) {}
+
+    // Whether this client could grab Ctrl+`keysym` on the root window; what it grabs it gives back.
+    bool canGrab(std::uint32_t keysym) {
+        const auto codes = GlobalShortcut::keycodes(keysym);
+        EXPECT_FALSE(codes.empty());
+        bool all = true;
+        for (const std::uint8_t code : codes) {
+            xcb_generic_error_t* error = xcb_request_check(
+                m_display.get(), xcb_grab_key_checked(m_display.get(), 1, m_root, XCB_MOD_MASK_CONTROL, code,
+                                                      XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));
+            if (error != nullptr) {
+                all = false;
+                std::free(error);
+            } else {
+                xcb_ungrab_key(m_display.get(), code, m_root, XCB_MOD_MASK_CONTROL);
+            }
+        }
+        sync();
+        return all;
+    }
+
+    // Presses Ctrl+`keysym` and lets go, through XTEST, as the keyboard would.
+    void pressWithControl(std::uint32_t keysym) {
+        const std::uint8_t control = GlobalShortcut::keycodes(leftControlKeysym).at(0);
+        const std::uint8_t key = GlobalShortcut::keycodes(keysym).at(0);
+        fake(XCB_KEY_PRESS, control);
+        fake(XCB_KEY_PRESS, key);
+        fake(XCB_KEY_RELEASE, key);
+        fake(XCB_KEY_RELEASE, control);
+        sync();
+    }
+
+    // Whether `window` is mapped and all its ancestors are: whether it can be in a picture of the screen.
+    bool isViewable(WId window) {
+        xcb_get_window_attributes_reply_t* reply = xcb_get_window_attributes_reply(
+            m_display.get(), xcb_get_window_attributes(m_display.get(), static_cast<xcb_window_t>(window)),
+            nullptr);
+        const bool viewable = reply != nullptr && reply->map_state == XCB_MAP_STATE_VIEWABLE;
+        std::free(reply);
+        return viewable;
+    }
+
+private:
+    void fake(std::uint8_t type, std::uint8_t detail) {
+        xcb_test_fake_input(m_display.get(), type, detail, XCB_CURRENT_TIME, m_root, 0, 0, 0);
+    }
+    void sync() {
+        std::free(xcb_get_input_focus_reply(m_display.get(), xcb_get_input_focus(m_display.get()), nullptr));
+    }
+
+    X11Connection m_display;
+    xcb_window_t m_root;
+};
+
+} // namespace
+
+TEST_F(ShellWindowTest, ATakeTakesTheWindowOutOfThePictureAndCtrlPeriodAnywhereStopsIt) {
+    OtherClient other;
+    // The private display has no window manager: the window withdraws rather than waiting to be minimised.
+    ASSERT_FALSE(RecordingAside::windowManagerRuns());
+    EXPECT_TRUE(other.canGrab(periodKeysym));
+    EXPECT_TRUE(m_window->recordingScreen()->hiddenLine()->isHidden());
+
+    m_window->startRecordingAction()->trigger();
+    ASSERT_TRUE(within(10, [&] { return m_session->phase().kind() == SessionPhase::Kind::recording; }));
+    EXPECT_EQ(m_window->currentScreen(), m_window->recordingScreen());
+    EXPECT_TRUE(m_window->recordingAside()->isAside());
+    EXPECT_FALSE(m_window->isVisible());
+    EXPECT_TRUE(within(5, [&] { return !other.isViewable(m_window->winId()); }));
+    EXPECT_FALSE(m_window->recordingScreen()->hiddenLine()->isHidden());
+    EXPECT_EQ(m_window->recordingScreen()->hiddenLine()->text().toStdString(),
+              "Marlowick is hidden from the capture.");
+    saveScreenshot(*m_window->recordingScreen(), "recording-aside");
+    // The window holds Ctrl+. on the whole display for the take.
+    EXPECT_TRUE(m_window->recordingAside()->holdsShortcut());
+    EXPECT_FALSE(other.canGrab(periodKeysym));
+
+    // While the movie is finished, a second Ctrl+. and the screen's Stop ask for nothing more: a second stop
+    // would find no capture and leave the editor for the record screen with an error.
+    m_gate->held = true;
+    other.pressWithControl(periodKeysym);
+    ASSERT_TRUE(within(10, [&] { return m_gate->stops == 1; }));
+    other.pressWithControl(periodKeysym);
+    m_window->recordingScreen()->findChild<QPushButton*>()->click();
+    QTest::qWait(300);
+    EXPECT_EQ(m_session->phase().kind(), SessionPhase::Kind::recording);
+    m_gate->held = false;
+    ASSERT_TRUE(within(20, [&] { return m_session->phase().kind() == SessionPhase::Kind::editing; }));
+    ASSERT_TRUE(within(10, [&] { return m_session->playback()->videoOutput() != nullptr; }));
+    QTest::qWait(200);
+    EXPECT_EQ(m_gate->stops, 1);
+    EXPECT_EQ(m_session->phase().kind(), SessionPhase::Kind::editing);
+    EXPECT_FALSE(m_session->lastError().has_value()) << *m_session->lastError();
+    EXPECT_EQ(m_window->currentScreen(), m_window->editor());
+
+    // The window is back on screen, and the key is the display's again.
+    EXPECT_TRUE(m_window->isVisible());
+    EXPECT_TRUE(within(5, [&] { return other.isViewable(m_window->winId()); }));
+    EXPECT_FALSE(m_window->recordingAside()->isAside());
+    EXPECT_TRUE(m_window->recordingScreen()->hiddenLine()->isHidden());
+    EXPECT_TRUE(other.canGrab(periodKeysym));
+}
+
+TEST_F(ShellWindowTest, CutMarksTakeTheKeysIAndOOnlyOutsideTextFields) {
+    openPackage();
+    showPausedAt(1.5);
+    QApplication::setActiveWindow(m_window.get());
+    auto* field = new QLineEdit(m_window->editor());
+    field->show();
+    field->setFocus();
+    ASSERT_TRUE(within(5, [&] { return QApplication::focusWidget() == field; }));
+
+    // Typed into a field, the letters are text.
+    QTest::keyClick(field, Qt::Key_I);
+    QTest::keyClick(field, Qt::Key_O);
+    EXPECT_EQ(field->text().toStdString(), "io");
+    EXPECT_FALSE(m_session->selectionStart().has_value());
+    EXPECT_FALSE(m_session->selectionEnd().has_value());
+
+    // With the focus on the preview, they set the cut's marks at the playhead.
+    m_window->editor()->setFocus();
+    ASSERT_TRUE(within(5, [&] { return QApplication::focusWidget() == m_window->editor(); }));
+    QTest::keyClick(m_window->editor(), Qt::Key_I);
+    showPausedAt(2.5);
+    QTest::keyClick(m_window->editor(), Qt::Key_O);
+    ASSERT_TRUE(m_session->selectionStart().has_value());
+    ASSERT_TRUE(m_session->selectionEnd().has_value());
+    EXPECT_NEAR(*m_session->selectionStart(), 1.5, 1e-6);
+    EXPECT_NEAR(*m_session->selectionEnd(), 2.5, 1e-6);
+    EXPECT_EQ(field->text().toStdString(), "io");
 }
