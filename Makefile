@@ -1,17 +1,19 @@
 # The two entry points: `make demo` and `make test`. Both install what is missing first.
 # `make sanitize` runs the suite under AddressSanitizer and UndefinedBehaviorSanitizer; `make fuzz` runs
-# the model's fuzzers for FUZZ_SECONDS each.
+# the model's fuzzers for FUZZ_SECONDS each. `make install` installs the programs under PREFIX (DESTDIR as
+# usual); `make package` makes a Debian package of them in the build directory.
 BUILD ?= build
 SANITIZE_BUILD ?= build-sanitize
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
+PREFIX ?= /usr/local
 FUZZ_TARGETS := package_reader json_records
 CMAKE_FLAGS := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ifneq ($(CI),)
 CMAKE_FLAGS += -DMARLOWICK_WERROR=ON
 endif
 
-.PHONY: all deps build test sanitize fuzz demo bench format clean
+.PHONY: all deps build test sanitize fuzz demo bench install package format clean
 all: build
 
 deps:
@@ -56,6 +58,23 @@ bench: build
 	MARLOWICK_BENCH_SECONDS=60 $(BUILD)/bench/marlowick-seek-bench
 	bench/capture/capture-bench $(BUILD)/cli/marlowick
 	if [ -x $(BUILD)/bench/marlowick-session-bench ]; then $(BUILD)/bench/marlowick-session-bench; fi
+
+# Builds only what is installed. The desktop's caches of file types, entries and icons are brought up to
+# date where the tools are there; a staged install (DESTDIR) leaves that to the package that ships it.
+install: deps
+	@cmake -S . -B $(BUILD) $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BUILD) --target marlowick-installables
+	DESTDIR=$(DESTDIR) cmake --install $(BUILD) --prefix $(PREFIX)
+	@if [ -z "$(DESTDIR)" ]; then \
+		! command -v update-mime-database >/dev/null || update-mime-database $(PREFIX)/share/mime; \
+		! command -v update-desktop-database >/dev/null || update-desktop-database -q $(PREFIX)/share/applications; \
+		! command -v gtk-update-icon-cache >/dev/null || gtk-update-icon-cache -q -t $(PREFIX)/share/icons/hicolor; \
+	fi
+
+package: deps
+	@cmake -S . -B $(BUILD) $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BUILD) --target marlowick-installables
+	cd $(BUILD) && cpack -G DEB
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

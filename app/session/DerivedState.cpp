@@ -118,7 +118,21 @@ QCoro::Task<> EditorSession::runPreviewJob(MarlowickDocument document, TimeMap t
     const QPointer<EditorSession> self(this);
     const auto cancelled = [&self, &stop] { return !self || stop.stop_requested(); };
 
+    const Recording& source = document.project.source;
+    const std::optional<TimeMap> effectiveTrim = unlessIdentity(trim);
     if (renderingAudio && !document.project.audio.isPassthrough()) {
+        if (m_loadedMovie != source.mediaURL) {
+            // A new recording shows and plays at once with its own sound: the processed mix of a long take
+            // takes a while to render, and replaces it when it is there.
+            const std::optional<Url> ownSound;
+            QCoro::Task<> showing =
+                m_playback->load(source.mediaURL, source.duration, effectiveTrim, ownSound);
+            co_await showing;
+            if (cancelled()) {
+                co_return;
+            }
+            m_loadedMovie = source.mediaURL;
+        }
         QTimer debounce;
         debounce.setSingleShot(true);
         debounce.start(previewDebounce);
@@ -147,11 +161,12 @@ QCoro::Task<> EditorSession::runPreviewJob(MarlowickDocument document, TimeMap t
         co_return;
     }
 
-    const Recording& source = document.project.source;
-    const std::optional<TimeMap> effectiveTrim = unlessIdentity(trim);
     const std::optional<Url> mix = m_audioPreviewUrl;
     QCoro::Task<> loading = m_playback->load(source.mediaURL, source.duration, effectiveTrim, mix);
     co_await loading;
+    if (self) {
+        m_loadedMovie = source.mediaURL;
+    }
 }
 
 QCoro::Task<std::optional<Url>> EditorSession::renderAudioPreview(MarlowickDocument document, TimeMap trim,

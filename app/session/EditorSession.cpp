@@ -52,6 +52,16 @@ std::string EditorSession::describe(const std::exception& error) {
     return marlowick::describe(error);
 }
 
+namespace {
+
+// A package's failure names the package, as the command-line tool's do: the person may have picked
+// another one than they meant.
+std::string aboutPackage(const std::filesystem::path& package, const std::string& message) {
+    return package.filename().string() + ": " + message;
+}
+
+} // namespace
+
 void EditorSession::open() {
     const std::optional<std::filesystem::path> chosen = m_panels->openPackage();
     if (!chosen) {
@@ -61,7 +71,7 @@ void EditorSession::open() {
     try {
         read = MarlowickDocument::read(*chosen);
     } catch (const std::exception& error) {
-        setLastError(marlowick::describe(error, PackageAccess::opening));
+        setLastError(aboutPackage(*chosen, marlowick::describe(error, PackageAccess::opening)));
         return;
     }
     setDocument(std::move(read));
@@ -83,7 +93,7 @@ void EditorSession::save() {
     try {
         m_document->write(*chosen);
     } catch (const std::exception& error) {
-        setLastError(marlowick::describe(error, PackageAccess::saving));
+        setLastError(aboutPackage(*chosen, marlowick::describe(error, PackageAccess::saving)));
         return;
     }
     setPackageUrl(Url::fileUrl(*chosen));

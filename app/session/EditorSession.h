@@ -332,6 +332,9 @@ private:
     std::stop_source m_previewStop;
     // The latest preview job's debounce timer while it waits; a cancellation fires it at once.
     QPointer<QTimer> m_previewDebounce;
+    // The movie the player was last loaded with: another one (a new project or take) first plays with its
+    // own sound while its processed mix renders.
+    OptionalUrl m_loadedMovie;
     // The jobs started and not yet seen to end. A job still suspended when the event loop has gone would
     // never be resumed, and its frame would be lost with all it holds: the destructor runs each to its end.
     std::vector<QCoro::Task<>> m_jobs;

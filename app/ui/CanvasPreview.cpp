@@ -2,6 +2,7 @@
 
 #include "session/EditorSession.h"
 #include "ui/CanvasWidget.h"
+#include "ui/ZoomRail.h"
 
 #include <QAction>
 #include <QEvent>
@@ -86,6 +87,10 @@ CanvasPreview::CanvasPreview(EditorSession& session, QWidget* parent)
     transport->addWidget(m_duration);
     auto* column = new QVBoxLayout(this);
     column->addWidget(m_stage, 1);
+    // The zooms on the edited timeline, between the picture and the transport.
+    auto* rail = new ZoomRail(this);
+    rail->follow(session);
+    column->addWidget(rail);
     column->addLayout(transport);
 
     PlaybackEngine* playback = session.playback();

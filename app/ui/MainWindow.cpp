@@ -121,6 +121,7 @@ void MainWindow::buildCommands() {
     file->addAction(open);
     file->addAction(m_save);
     file->addSeparator();
+    file->addAction(tr("Permissions…"), this, &MainWindow::permissionsRequested);
     file->addAction(quit);
 }
 

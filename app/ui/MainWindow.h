@@ -38,6 +38,10 @@ public:
     QAction* startRecordingAction() const { return m_startRecording; }
     QAction* stopRecordingAction() const { return m_stopRecording; }
 
+signals:
+    // The "Permissions…" command: the application opens the onboarding sheet.
+    void permissionsRequested();
+
 private:
     void buildCommands();
     void buildToolbar();

@@ -5,7 +5,10 @@
 #include "capture/X11ScreenCapturer.h"
 #include "playback/PreviewPlayer.h"
 #include "session/EditorSession.h"
+#include "session/Permissions.h"
+#include "session/SystemPermissionProbes.h"
 #include "ui/MainWindow.h"
+#include "ui/OnboardingDialog.h"
 #include "ui/QtFilePanels.h"
 #include "ui/QtScreenInfo.h"
 
@@ -13,6 +16,7 @@
 #include <QCommandLineParser>
 #include <QElapsedTimer>
 #include <QIcon>
+#include <QSettings>
 #include <QSurfaceFormat>
 #include <QTimer>
 
@@ -72,6 +76,8 @@ int main(int argc, char** argv) {
     QSurfaceFormat::setDefaultFormat(format);
     QApplication app(argc, argv);
     QApplication::setApplicationName("Marlowick");
+    // The settings live in ~/.config/Marlowick/Marlowick.conf.
+    QApplication::setOrganizationName("Marlowick");
     // A bare X session without a desktop has no theme of its own; Adwaita has every icon the window names.
     QIcon::setFallbackThemeName("Adwaita");
 
@@ -107,6 +113,17 @@ int main(int argc, char** argv) {
     marlowick::MainWindow window(session);
     panelsInUse->setParent(&window);
     window.show();
+
+    // The onboarding sheet shows at the first launch and, after that, whenever screen recording isn't
+    // granted; "Permissions…" opens it at any time. A picture for the demo asks nothing of anyone.
+    marlowick::Permissions permissions(marlowick::systemPermissionProbes());
+    QSettings settings;
+    marlowick::OnboardingDialog onboarding(permissions, settings, &window);
+    QObject::connect(&window, &marlowick::MainWindow::permissionsRequested, &onboarding,
+                     &marlowick::OnboardingDialog::open);
+    if (!parser.isSet(screenshot) && marlowick::OnboardingDialog::neededAtLaunch(permissions, settings)) {
+        onboarding.open();
+    }
 
     if (!packages.isEmpty()) {
         panelsInUse->answerNextOpen(packages.first().toStdString());

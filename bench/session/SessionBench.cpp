@@ -8,7 +8,7 @@
 //   marlowick-session-bench [minutes]   (60 unless given)
 
 #include "session/EditorSession.h"
-#include "trajectory/NewRecording.h"
+#include "support/LongTake.h"
 
 #include <QCoreApplication>
 #include <QTest>
@@ -92,46 +92,18 @@ double timed(const std::string& command) {
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     const double minutes = argc > 1 ? std::atof(argv[1]) : 60;
-    const double duration = minutes * 60;
     const fs::path dir = fs::temp_directory_path() / ("marlowick-session-bench-" + Uuid::random().toString());
     fs::create_directories(dir);
-    const fs::path movie = dir / "take.mov";
     const fs::path package = dir / "Long.marlowick";
 
     std::printf("Making a %.0f-minute take at 1920x1080…\n", minutes);
     std::fflush(stdout);
-    const std::string length = std::to_string(duration);
-    if (!run("ffmpeg -v error -y -f lavfi -i color=c=0x304050:size=1920x1080:rate=1 -f lavfi -i "
-             "sine=frequency=220:sample_rate=48000 -f lavfi -i sine=frequency=180:sample_rate=48000 -map 0 "
-             "-map 1 -map 2 -t " +
-             length + " -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac -b:a 96k '" +
-             movie.string() + "'")) {
-        std::fprintf(stderr, "ffmpeg could not make the take\n");
+    try {
+        bench::makeLongTake(package, "Long", minutes, 1);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
         return 1;
     }
-    Recording recording;
-    recording.mediaURL = Url::fileUrl(movie);
-    recording.size = {1920, 1080};
-    recording.frameRate = 60;
-    recording.duration = duration;
-    recording.capturedSystemAudio = true;
-    recording.capturedMicrophone = true;
-    const auto samples = static_cast<int>(duration * 120);
-    recording.inputEvents.reserve(static_cast<std::size_t>(samples) +
-                                  2 * static_cast<std::size_t>(duration / 5));
-    for (int i = 0; i < samples; ++i) {
-        const double t = i / 120.0;
-        // A slow figure over the screen, so that the director finds rests and the sampler a real path.
-        const Point location{960 + 800 * std::sin(t * 0.37), 540 + 450 * std::sin(t * 0.23 + 1)};
-        recording.inputEvents.push_back({t, InputEvent::Kind::move, location});
-        if (i % 600 == 300) {
-            recording.inputEvents.push_back({t + 0.001, InputEvent::Kind::down, location});
-            recording.inputEvents.push_back({t + 0.08, InputEvent::Kind::up, location});
-        }
-    }
-    documentForNewRecording(recording, "Long").write(package);
-    fs::remove(movie);
-    std::printf("%zu events\n", recording.inputEvents.size());
 
     bool opened = false;
     EditorSession session(

@@ -50,6 +50,16 @@ bool StreamDecoder::receive(AVFrame* frame) {
             failWith(MediaErrorKind::decodingFailed, m_path, "reading", result);
         }
         if (m_packet->stream_index == m_streamIndex) {
+            if (m_soughtPts) {
+                const int64_t pts = m_packet->pts;
+                const bool superseded = pts != AV_NOPTS_VALUE && m_latestPts != AV_NOPTS_VALUE &&
+                                        pts < m_latestPts && m_latestPts <= *m_soughtPts;
+                // With threads the decoder takes this setting along with each packet.
+                m_codec->skip_frame = superseded ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
+                if (pts != AV_NOPTS_VALUE && (m_latestPts == AV_NOPTS_VALUE || pts > m_latestPts)) {
+                    m_latestPts = pts;
+                }
+            }
             result = avcodec_send_packet(m_codec.get(), m_packet.get());
             // A damaged packet is skipped; the decoder goes on with the next one.
             if (result < 0 && result != AVERROR(EAGAIN) && result != AVERROR_INVALIDDATA) {
@@ -64,6 +74,13 @@ bool StreamDecoder::receive(AVFrame* frame) {
 void StreamDecoder::flush() {
     avcodec_flush_buffers(m_codec.get());
     m_draining = false;
+    m_soughtPts.reset();
+    m_latestPts = AV_NOPTS_VALUE;
+    m_codec->skip_frame = AVDISCARD_DEFAULT;
+}
+
+void StreamDecoder::skipFramesSupersededBy(int64_t pts) {
+    m_soughtPts = pts;
 }
 
 } // namespace marlowick::av

@@ -299,6 +299,7 @@ void VideoDecoder::seek(double time) {
         failWith(MediaErrorKind::decodingFailed, s.path, "can't seek", result);
     }
     s.decoder->flush();
+    s.decoder->skipFramesSupersededBy(target);
     s.lastTime = -1;
     av_frame_unref(s.previous.get());
 }

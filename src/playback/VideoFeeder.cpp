@@ -4,6 +4,7 @@
 #include "media/VideoDecoder.h"
 
 #include <algorithm>
+#include <atomic>
 #include <limits>
 
 namespace marlowick {
@@ -163,13 +164,31 @@ private:
         }
         PlayerFrame frame;
         // A picture the same as the one before (a screen at rest) shares its image instead of a copy.
-        frame.image = m_carry.none() && m_picture ? m_picture : std::make_shared<const BgraImage>(m_image);
+        frame.image = m_carry.none() && m_picture ? m_picture : copyOfPicture();
         m_picture = frame.image;
         frame.time = at;
         frame.change = std::move(m_carry);
         frame.generation = m_generation;
         m_held = std::move(frame);
         m_carry = PictureChange::nowhere();
+    }
+
+    // `m_image` copied into an image no one holds any more, or a new one. A 1080p picture is 8 MB: fresh
+    // memory for each of sixty a second costs more in page faults than the copy itself.
+    std::shared_ptr<const BgraImage> copyOfPicture() {
+        for (std::shared_ptr<BgraImage>& image : m_pool) {
+            if (image.use_count() == 1) {
+                // Whoever held it last let go on another thread: see its reads through before writing.
+                std::atomic_thread_fence(std::memory_order_acquire);
+                *image = m_image;
+                return image;
+            }
+        }
+        auto image = std::make_shared<BgraImage>(m_image);
+        if (m_pool.size() < poolSize) {
+            m_pool.push_back(image);
+        }
+        return image;
     }
 
     void finishSegment(std::vector<PlayerFrame>& out) {
@@ -197,6 +216,10 @@ private:
     std::unique_ptr<VideoDecoder> m_decoder;
     double m_frameDuration = 1.0 / 30;
     BgraImage m_image; // the decoder's working picture: only its changed areas are converted each time
+    // Images for the frames handed out, reused once nobody holds them: the queue's, the one held back, the
+    // canvas's and a few in between.
+    static constexpr std::size_t poolSize = 12;
+    std::vector<std::shared_ptr<BgraImage>> m_pool;
 
     std::uint64_t m_generation = 0;
     double m_target = 0; // the time sought: frames ending by then are not handed out

@@ -74,6 +74,47 @@ TEST(VideoDecoder, TheFrameAtATimeIsTheOneShowing) {
     EXPECT_NEAR(decoder.next()->time, 1.0, 1e-9);
 }
 
+TEST(VideoDecoder, SeeksThroughBFramesAndGapsAgreeWithReadingStraightThrough) {
+    // 128×72 moving pictures at 10 fps with three B-frames between references (some referred to, some
+    // not) and a keyframe every 2 s; after the 25th frame (2.4 s) the next one comes 1.6 s later.
+    TempDir dir;
+    const auto movie = dir / "pyramid.mov";
+    const std::string command =
+        "ffmpeg -v error -y -f lavfi -i testsrc2=s=128x72:r=10:d=4 -vf 'setpts=N+gte(N\\,25)*15' "
+        "-enc_time_base 1:10 -fps_mode passthrough -c:v libx264 -g 20 -bf 3 -sc_threshold 0 "
+        "-x264-params b-adapt=0:b-pyramid=normal -pix_fmt yuv420p -video_track_timescale 10 '" +
+        movie.string() + "'";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    VideoDecoder decoder(movie);
+    std::vector<VideoDecoder::Frame> frames;
+    while (auto frame = decoder.next()) {
+        frames.push_back(std::move(*frame));
+    }
+    ASSERT_EQ(frames.size(), 40U);
+    ASSERT_NEAR(frames[25].time, 4.0, 1e-9);
+
+    std::vector<double> times = {3.0, 3.99, -1, 0, 5.9, 50, 2.45};
+    for (const auto& frame : frames) {
+        times.push_back(frame.time);
+        times.push_back(frame.time + 0.05);
+        times.push_back(frame.time - 0.01);
+    }
+    std::reverse(times.begin() + 7, times.end());
+    for (const double time : times) {
+        // The last frame starting by `time`, or the first one before the start.
+        std::size_t expected = 0;
+        for (std::size_t i = 0; i < frames.size(); ++i) {
+            if (frames[i].time <= time + 1e-6) {
+                expected = i;
+            }
+        }
+        const auto frame = decoder.frameAt(time);
+        ASSERT_TRUE(frame.has_value()) << time;
+        EXPECT_NEAR(frame->time, frames[expected].time, 1e-9) << time;
+        EXPECT_TRUE(frame->image.bytes == frames[expected].image.bytes) << "at " << time;
+    }
+}
+
 TEST(VideoDecoder, AFileThatIsNoMovieIsRefused) {
     TempDir dir;
     writeText(dir / "notes.mov", "not a movie");

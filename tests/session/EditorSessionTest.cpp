@@ -222,8 +222,11 @@ protected:
     void openSample() {
         m_panels->packagesToOpen.push_back(package());
         m_session->open();
+        // The derived state is all there once the player plays the processed mix.
         ASSERT_TRUE(waitFor([&] {
-            return !m_opened->items.empty() && m_session->audioTrackCount() && !m_session->waveform().empty();
+            return !m_opened->items.empty() && m_session->audioTrackCount() && !m_session->waveform().empty() &&
+                   m_session->audioPreviewUrl() && !m_opened->items.back().composition.audio.empty() &&
+                   m_opened->items.back().composition.audio[0].file == m_session->audioPreviewUrl()->path();
         }));
     }
 
@@ -269,7 +272,7 @@ TEST_F(EditorSessionTest, OpenAndSaveGoThroughThePanelsAndAFailureLeavesWhatWasT
     // A failed open keeps the open project and the phase.
     m_panels->packagesToOpen.push_back(*s_dir / "missing.marlowick");
     m_session->open();
-    EXPECT_TRUE(m_session->lastError());
+    EXPECT_EQ(m_session->lastError(), "missing.marlowick: no such file or folder");
     EXPECT_EQ(m_session->phase(), SessionPhase::editing());
     EXPECT_EQ(m_session->packageUrl(), Url::fileUrl(package()));
 
@@ -285,7 +288,8 @@ TEST_F(EditorSessionTest, OpenAndSaveGoThroughThePanelsAndAFailureLeavesWhatWasT
     m_session->setLastError(std::nullopt);
     m_panels->packagesToSave.push_back(*s_dir / "music.m4a");
     m_session->save();
-    EXPECT_TRUE(m_session->lastError());
+    ASSERT_TRUE(m_session->lastError());
+    EXPECT_TRUE(m_session->lastError()->starts_with("music.m4a: ")) << *m_session->lastError();
     EXPECT_EQ(m_session->packageUrl(), Url::fileUrl(*s_dir / "Copy.marlowick"));
 }
 
@@ -385,6 +389,11 @@ TEST_F(EditorSessionTest, ACutRebuildsTheCursorTheWaveformAndThePlayer) {
 
 TEST_F(EditorSessionTest, ABurstOfMusicChangesRendersThePreviewOnce) {
     openSample();
+    // The take played at once with its own sound, before its processed mix was rendered.
+    ASSERT_EQ(m_opened->items.size(), 2u);
+    const PlayerItem& own = m_opened->items.front();
+    ASSERT_FALSE(own.composition.audio.empty());
+    EXPECT_EQ(own.composition.audio[0].file, own.movie);
     ASSERT_TRUE(m_session->audioPreviewUrl());
     const fs::path first = m_session->audioPreviewUrl()->path();
     EXPECT_TRUE(fs::exists(first));

@@ -16,10 +16,11 @@ namespace marlowick::test {
 
 // A private Xvfb on the first free display number, stopped at the end. It runs with -noreset: by default
 // an X server resets when its last client leaves, and the connection after the readiness check would
-// find it half way through, without its extensions.
+// find it half way through, without its extensions. With `record` false the server runs without the
+// RECORD extension.
 class VirtualDisplay {
 public:
-    VirtualDisplay() {
+    explicit VirtualDisplay(bool record = true) {
         for (int n = 90; n < 140; ++n) {
             if (std::filesystem::exists("/tmp/.X11-unix/X" + std::to_string(n)) ||
                 std::filesystem::exists("/tmp/.X" + std::to_string(n) + "-lock")) {
@@ -30,7 +31,8 @@ public:
             if (m_server == 0) {
                 std::freopen("/dev/null", "w", stderr);
                 execlp("Xvfb", "Xvfb", m_name.c_str(), "-screen", "0", "1280x720x24", "-nolisten", "tcp",
-                       "-noreset", "+extension", "RECORD", static_cast<char*>(nullptr));
+                       "-noreset", record ? "+extension" : "-extension", "RECORD",
+                       static_cast<char*>(nullptr));
                 _exit(127);
             }
             // Up to about five seconds for the server to answer; each failed connection has already been

@@ -1,0 +1,234 @@
+#include "session/SystemPermissionProbes.h"
+
+#include "capture/CaptureError.h"
+#include "capture/X11Connection.h"
+
+#include <QProcess>
+#include <QStandardPaths>
+#include <QStringList>
+
+#include <pulse/pulseaudio.h>
+#include <xcb/record.h>
+#include <xcb/xcb.h>
+
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace marlowick {
+
+namespace {
+
+// A display's name as a sentence names it.
+std::string displayName(const std::string& display) {
+    if (!display.empty()) {
+        return display;
+    }
+    const char* variable = std::getenv("DISPLAY");
+    return variable != nullptr && *variable != '\0' ? variable : "(none: DISPLAY is not set)";
+}
+
+// A connection to the display, or none and the reason.
+std::unique_ptr<X11Connection> connectTo(const std::string& display, std::string& reason) {
+    try {
+        return std::make_unique<X11Connection>(display);
+    } catch (const CaptureError&) {
+        reason = "No X display answers at " + displayName(display) + ".";
+        return nullptr;
+    }
+}
+
+class ScreenRecordingProbe : public PermissionProbe {
+public:
+    explicit ScreenRecordingProbe(std::string display)
+        : m_display(std::move(display)) {}
+
+    PermissionReading read() override {
+        std::string reason;
+        const std::unique_ptr<X11Connection> connection = connectTo(m_display, reason);
+        if (!connection) {
+            return {PermissionState::notAsked, reason};
+        }
+        // One pixel of the root window, read the way the capture reads whole frames.
+        xcb_connection_t* c = connection->get();
+        const xcb_screen_t& screen = connection->screen();
+        xcb_generic_error_t* error = nullptr;
+        xcb_get_image_reply_t* image = xcb_get_image_reply(
+            c, xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, screen.root, 0, 0, 1, 1, ~0U), &error);
+        const bool readable = image != nullptr && error == nullptr;
+        std::free(image);
+        std::free(error);
+        if (!readable) {
+            return {PermissionState::notAsked,
+                    "The X display " + displayName(m_display) + " doesn't let its screen be read."};
+        }
+        return {PermissionState::granted, "The X display " + displayName(m_display) + " can be recorded."};
+    }
+
+private:
+    std::string m_display;
+};
+
+class AccessibilityProbe : public PermissionProbe {
+public:
+    explicit AccessibilityProbe(std::string display)
+        : m_display(std::move(display)) {}
+
+    PermissionReading read() override {
+        std::string reason;
+        const std::unique_ptr<X11Connection> connection = connectTo(m_display, reason);
+        if (!connection) {
+            return {PermissionState::notAsked, reason};
+        }
+        const xcb_query_extension_reply_t* record = xcb_get_extension_data(connection->get(), &xcb_record_id);
+        if (record == nullptr || record->present == 0) {
+            return {PermissionState::notAsked,
+                    "The X server offers no RECORD extension, so only pointer positions are read."};
+        }
+        return {PermissionState::granted, "The X server's RECORD extension reports clicks and keys."};
+    }
+
+private:
+    std::string m_display;
+};
+
+struct MainloopDeleter {
+    void operator()(pa_mainloop* loop) const { pa_mainloop_free(loop); }
+};
+struct ContextDeleter {
+    void operator()(pa_context* context) const {
+        pa_context_disconnect(context);
+        pa_context_unref(context);
+    }
+};
+
+// The sound server's sources, split into microphones and monitors of outputs; none when no server
+// answers. A private loop, iterated until the one answer is in.
+struct SourceCount {
+    int microphones = 0;
+    int monitors = 0;
+};
+
+std::optional<SourceCount> countSources(const std::string& server) {
+    const std::unique_ptr<pa_mainloop, MainloopDeleter> loop(pa_mainloop_new());
+    const std::unique_ptr<pa_context, ContextDeleter> context(
+        pa_context_new(pa_mainloop_get_api(loop.get()), "Marlowick"));
+    if (!context || pa_context_connect(context.get(), server.empty() ? nullptr : server.c_str(),
+                                       PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
+        return std::nullopt;
+    }
+    for (;;) {
+        const pa_context_state_t state = pa_context_get_state(context.get());
+        if (state == PA_CONTEXT_READY) {
+            break;
+        }
+        if (!PA_CONTEXT_IS_GOOD(state) || pa_mainloop_iterate(loop.get(), 1, nullptr) < 0) {
+            return std::nullopt;
+        }
+    }
+    struct Answer {
+        bool done = false;
+        SourceCount count;
+    } answer;
+    pa_operation* operation = pa_context_get_source_info_list(
+        context.get(),
+        [](pa_context*, const pa_source_info* info, int end, void* data) {
+            auto* a = static_cast<Answer*>(data);
+            if (end != 0 || info == nullptr) {
+                a->done = true;
+                return;
+            }
+            ++(info->monitor_of_sink != PA_INVALID_INDEX ? a->count.monitors : a->count.microphones);
+        },
+        &answer);
+    if (operation == nullptr) {
+        return std::nullopt;
+    }
+    while (!answer.done && pa_operation_get_state(operation) == PA_OPERATION_RUNNING &&
+           pa_mainloop_iterate(loop.get(), 1, nullptr) >= 0) {
+    }
+    pa_operation_unref(operation);
+    if (!answer.done) {
+        return std::nullopt;
+    }
+    return answer.count;
+}
+
+class MicrophoneProbe : public PermissionProbe {
+public:
+    explicit MicrophoneProbe(std::string server)
+        : m_server(std::move(server)) {}
+
+    PermissionReading read() override {
+        const std::optional<SourceCount> sources = countSources(m_server);
+        if (!sources) {
+            return {PermissionState::notAsked, "No sound server answers."};
+        }
+        if (sources->microphones == 0) {
+            return {PermissionState::denied, "The sound server has no microphone."};
+        }
+        return {PermissionState::granted,
+                sources->microphones == 1
+                    ? "The sound server has a microphone."
+                    : "The sound server has " + std::to_string(sources->microphones) + " microphones."};
+    }
+
+    bool openSettings() override {
+        // The desktop's own sound settings where it has them, else the sound server's mixer.
+        const QString desktop = qEnvironmentVariable("XDG_CURRENT_DESKTOP");
+        std::vector<QStringList> candidates;
+        if (desktop.contains("GNOME", Qt::CaseInsensitive)) {
+            candidates.push_back({"gnome-control-center", "sound"});
+        }
+        if (desktop.contains("KDE", Qt::CaseInsensitive)) {
+            candidates.push_back({"systemsettings", "kcm_pulseaudio"});
+        }
+        candidates.push_back({"pavucontrol", "--tab=4"});
+        for (const QStringList& command : candidates) {
+            const QString program = QStandardPaths::findExecutable(command.front());
+            if (!program.isEmpty() && QProcess::startDetached(program, command.mid(1))) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    std::string m_server;
+};
+
+class SpeechProbe : public PermissionProbe {
+public:
+    explicit SpeechProbe(SpeechRoots roots)
+        : m_roots(std::move(roots)) {}
+
+    PermissionReading read() override {
+        const std::vector<SpeechModel> models = findSpeechModels(m_roots);
+        if (models.empty()) {
+            return {PermissionState::notAsked,
+                    "No speech model is installed: the package pocketsphinx-en-us installs the English one."};
+        }
+        std::string names;
+        for (const SpeechModel& model : models) {
+            names += (names.empty() ? "" : ", ") + model.locale.displayName();
+        }
+        return {PermissionState::granted, "Installed: " + names + "."};
+    }
+
+private:
+    SpeechRoots m_roots;
+};
+
+} // namespace
+
+PermissionProbes systemPermissionProbes(SystemPermissionOptions options) {
+    PermissionProbes probes;
+    probes.screenRecording = std::make_unique<ScreenRecordingProbe>(options.display);
+    probes.accessibility = std::make_unique<AccessibilityProbe>(options.display);
+    probes.microphone = std::make_unique<MicrophoneProbe>(options.soundServer);
+    probes.speech = std::make_unique<SpeechProbe>(std::move(options.speechRoots));
+    return probes;
+}
+
+} // namespace marlowick

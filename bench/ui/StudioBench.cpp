@@ -1,0 +1,232 @@
+// The editor window's speed, under an X server (make bench runs it inside xvfb-run, on Mesa's llvmpipe
+// unless the machine has a GPU):
+//
+// 1. Frames drawn a second while a 1080p60 take plays in a 960x540 canvas, counted apart for the frames
+//    where the camera moves and those where it holds still. The sample take gets a beat every 2 s, so
+//    that about half its length has the camera ramping in or out.
+// 2. Time from starting the window on a 10-minute take until its first composited frame is on screen,
+//    with the project's sound processed (the default of a new recording) and with the recording's own
+//    sound. Each start is a fresh process of this program, timed from its launch by the parent.
+//
+//   marlowick-studio-bench [seconds]          (the played take's length; 20 unless given)
+//   marlowick-studio-bench --first-frame PACKAGE   (one start; prints a line at the first frame)
+
+#include "capture/X11ScreenCapturer.h"
+#include "compositor/CameraSolver.h"
+#include "playback/PreviewPlayer.h"
+#include "session/EditorSession.h"
+#include "support/LongTake.h"
+#include "ui/CanvasPreview.h"
+#include "ui/CanvasWidget.h"
+#include "ui/MainWindow.h"
+#include "ui/QtScreenInfo.h"
+
+#include <QApplication>
+#include <QIcon>
+#include <QSurfaceFormat>
+#include <QTest>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+using namespace marlowick;
+namespace fs = std::filesystem;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double since(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+class OnePackage : public FilePanels {
+public:
+    explicit OnePackage(fs::path package)
+        : m_package(std::move(package)) {}
+    std::optional<fs::path> openPackage() override { return m_package; }
+    std::optional<fs::path> savePackage(const std::string&) override { return std::nullopt; }
+    std::optional<fs::path> chooseFile(FileKind) override { return std::nullopt; }
+    std::optional<fs::path> saveFile(const std::string&) override { return std::nullopt; }
+
+private:
+    fs::path m_package;
+};
+
+std::unique_ptr<EditorSession> makeSession(const fs::path& package) {
+    return std::make_unique<EditorSession>(
+        std::make_unique<OnePackage>(package), [] { return std::make_unique<PreviewPlayer>(); },
+        [] { return std::make_unique<X11ScreenCapturer>(); }, std::make_unique<QtScreenInfo>());
+}
+
+void setUpApplication() {
+    // As the application does: the canvas needs a 3.3 core context.
+    QSurfaceFormat format;
+    format.setVersion(3, 3);
+    format.setProfile(QSurfaceFormat::CoreProfile);
+    QSurfaceFormat::setDefaultFormat(format);
+}
+
+// One start of the window on `package`, as `marlowick-studio PACKAGE` starts: prints "first frame" once
+// the canvas has put the recording's first picture on screen, then quits.
+int firstFrame(int argc, char** argv) {
+    setUpApplication();
+    QApplication app(argc, argv);
+    QIcon::setFallbackThemeName("Adwaita");
+    const std::unique_ptr<EditorSession> session = makeSession(argv[2]);
+    MainWindow window(*session);
+    window.resize(1280, 800);
+    window.show();
+    session->open();
+    if (session->phase() != SessionPhase::editing()) {
+        std::fprintf(stderr, "the package did not open: %s\n", session->lastError().value_or("").c_str());
+        return 1;
+    }
+    CanvasWidget* canvas = window.editor()->canvas();
+    QObject::connect(canvas, &QOpenGLWidget::frameSwapped, &app, [canvas] {
+        if (canvas->shownFrame()) {
+            std::printf("first frame\n");
+            std::fflush(stdout);
+            QApplication::quit();
+        }
+    });
+    return QApplication::exec();
+}
+
+// Seconds from launching a start of the window on `package` until it reports its first frame; -1 when it
+// fails.
+double timeToFirstFrame(const std::string& self, const fs::path& package) {
+    const Clock::time_point start = Clock::now();
+    FILE* child = popen(("'" + self + "' --first-frame '" + package.string() + "'").c_str(), "r");
+    if (child == nullptr) {
+        return -1;
+    }
+    char line[64] = {};
+    const bool reported = std::fgets(line, sizeof line, child) != nullptr;
+    const double seconds = since(start);
+    return pclose(child) == 0 && reported ? seconds : -1;
+}
+
+// Plays the whole of `package` in a 960x540 canvas and prints the frames drawn a second.
+bool measureFrameRate(const fs::path& package) {
+    const std::unique_ptr<EditorSession> session = makeSession(package);
+    session->open();
+    if (!session->document()) {
+        std::fprintf(stderr, "the sample did not open: %s\n", session->lastError().value_or("").c_str());
+        return false;
+    }
+    // A beat every 2 s, 1.4 s long with ramps of 0.5 s: the camera moves for about half of each 2 s.
+    session->editProject([](Project& project) {
+        project.camera.beats.clear();
+        for (double t = 0.2; t + 1.4 < project.source.duration; t += 2) {
+            const Point center{0.3 + 0.4 * std::fmod(t, 4) / 4, 0.35 + 0.1 * std::fmod(t, 6) / 6};
+            project.camera.beats.emplace_back(Uuid::random(), t, t + 1.4, center, 2.0, 0.5, 0.5,
+                                              Easing::easeInOut, false);
+        }
+    });
+    const MarlowickDocument& document = *session->document();
+    CanvasWidget canvas;
+    canvas.setFixedSize(960, 540);
+    canvas.setPlayback(session->playback());
+    canvas.setTimeline(OutputTimeline(document.project, document.telemetry()));
+    canvas.show();
+    const CameraSolver camera{document.project.camera};
+    PlaybackEngine* playback = session->playback();
+    if (!QTest::qWaitFor([&] { return playback->duration() > 0 && canvas.shownFrame(); }, 120000)) {
+        std::fprintf(stderr, "the player never showed a frame\n");
+        return false;
+    }
+
+    int moving = 0;
+    int still = 0;
+    double movingTime = 0;
+    double stillTime = 0;
+    std::optional<Clock::time_point> last;
+    QObject::connect(&canvas, &QOpenGLWidget::frameSwapped, &canvas, [&] {
+        const Clock::time_point now = Clock::now();
+        const double t = playback->currentTime();
+        const bool moves = !(camera.transformAt(t) == camera.transformAt(t - 1.0 / 60));
+        if (last) {
+            const double interval = std::chrono::duration<double>(now - *last).count();
+            (moves ? movingTime : stillTime) += interval;
+            ++(moves ? moving : still);
+        }
+        last = now;
+    });
+    playback->play();
+    const double length = playback->duration();
+    const bool ended =
+        QTest::qWaitFor([&] { return !playback->isPlaying() || playback->currentTime() >= length - 0.05; },
+                        static_cast<int>((length + 30) * 1000));
+    if (!ended) {
+        std::fprintf(stderr, "the take never played to its end\n");
+        return false;
+    }
+    std::printf("Frames drawn a second at 960x540 while playing: camera moving %.1f (%d frames), holding "
+                "still %.1f (%d frames)\n",
+                movingTime > 0 ? moving / movingTime : 0.0, moving, stillTime > 0 ? still / stillTime : 0.0,
+                still);
+    std::fflush(stdout);
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc > 2 && std::string(argv[1]) == "--first-frame") {
+        return firstFrame(argc, argv);
+    }
+    const double seconds = argc > 1 ? std::atof(argv[1]) : 20;
+    const fs::path dir = fs::temp_directory_path() / ("marlowick-studio-bench-" + Uuid::random().toString());
+    fs::create_directories(dir);
+    int status = 0;
+    {
+        setUpApplication();
+        QApplication app(argc, argv);
+        std::printf("Making a %.0f s sample take at 1920x1080, 60 fps…\n", seconds);
+        std::fflush(stdout);
+        const fs::path sample = dir / "Sample.marlowick";
+        const std::string make = std::string("'") + MARLOWICK_CLI + "' sample '" + sample.string() +
+                                 "' --size 1920x1080 --rate 60 --seconds " + std::to_string(seconds) +
+                                 " >/dev/null 2>&1";
+        if (std::system(make.c_str()) != 0 || !measureFrameRate(sample)) {
+            status = 1;
+        }
+    }
+
+    std::printf("Making a 10-minute take at 1920x1080, 60 fps…\n");
+    std::fflush(stdout);
+    const fs::path processed = dir / "Ten.marlowick";
+    const fs::path plain = dir / "Plain.marlowick";
+    try {
+        bench::makeLongTake(processed, "Ten", 10, 60);
+        MarlowickDocument document = MarlowickDocument::read(processed);
+        document.project.audio = AudioSettings{};
+        document.project.audio.enhanceVoice = false;
+        document.project.audio.ducking = 0;
+        document.project.audio.normalize = false;
+        document.write(plain);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        fs::remove_all(dir);
+        return 1;
+    }
+    const std::string self = fs::canonical("/proc/self/exe").string();
+    for (const auto& [package, what] : {std::pair{processed, "the sound processed (default)"},
+                                        std::pair{plain, "the recording's own sound"}}) {
+        // The first start warms the disk cache and the shader cache; the second is reported.
+        timeToFirstFrame(self, package);
+        const double taken = timeToFirstFrame(self, package);
+        std::printf("Start to first composited frame, 10-minute take, %s: %.2f s\n", what, taken);
+        std::fflush(stdout);
+        if (taken < 0) {
+            status = 1;
+        }
+    }
+    std::error_code ignored;
+    fs::remove_all(dir, ignored);
+    return status;
+}
