@@ -164,6 +164,8 @@ public:
     // save brings it into a package.
     void startRecording();
     void stopRecording();
+    // How much telemetry a capture from the session's capturer holds; asks the capturer each time.
+    TelemetryAvailability telemetryAvailability() const;
     // Records a new take for the open project: the capture of startRecording, whose recording the next
     // successful stopRecording puts under the edit as replaceRecordingFromFile does.
     void startRetake();

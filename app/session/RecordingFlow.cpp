@@ -45,6 +45,10 @@ void EditorSession::stopRecording() {
     keep(runCaptureStop());
 }
 
+TelemetryAvailability EditorSession::telemetryAvailability() const {
+    return m_capturer->telemetryAvailability();
+}
+
 CaptureConfiguration EditorSession::captureConfiguration() const {
     // The size and the scale are each read on their own: a screen may answer one and not the other.
     std::optional<Size> points;

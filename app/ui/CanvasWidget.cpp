@@ -1,6 +1,7 @@
 #include "ui/CanvasWidget.h"
 
 #include "session/PlaybackEngine.h"
+#include "ui/CanvasFinish.h"
 
 #include <QOpenGLContext>
 #include <QSurfaceFormat>
@@ -8,6 +9,14 @@
 #include <cmath>
 
 namespace marlowick {
+
+namespace {
+
+// In points: the canvas's corners and the tiles of the checkerboard behind a transparent background.
+constexpr double cornerRadius = 8;
+constexpr double checkerSquare = 10;
+
+} // namespace
 
 CanvasWidget::CanvasWidget(QWidget* parent)
     : QOpenGLWidget(parent) {
@@ -56,17 +65,24 @@ void CanvasWidget::initializeGL() {
         m_compositor.reset();
         m_source.reset();
     }
+    try {
+        m_finish = std::make_unique<CanvasFinish>();
+    } catch (const std::exception&) {
+        // The frame is then drawn straight into the widget, without the rounded corners.
+        m_finish.reset();
+    }
     m_frame.reset();
     m_frameOutput = nullptr;
 }
 
 void CanvasWidget::releaseGl() {
-    if (!m_compositor && !m_source) {
+    if (!m_compositor && !m_source && !m_finish) {
         return;
     }
     makeCurrent();
     m_compositor.reset();
     m_source.reset();
+    m_finish.reset();
     doneCurrent();
     m_frame.reset();
     m_frameOutput = nullptr;
@@ -115,10 +131,20 @@ void CanvasWidget::paintGL() {
         return;
     }
     try {
+        if (m_finish) {
+            m_finish->bindPicture(pixelWidth, pixelHeight);
+        }
         m_compositor->render(*m_source, pixelWidth, pixelHeight, m_timeline->project, t,
                              m_timeline->cursorAt(t), false);
+        if (m_finish) {
+            const bool transparent = m_timeline->project.canvas.background.isTransparent();
+            m_finish->finish(defaultFramebufferObject(), cornerRadius * ratio,
+                             transparent ? checkerSquare * ratio : 0);
+        }
     } catch (const std::exception&) {
         // This refresh shows black; the next one tries again.
+        glBindFramebuffer(GL_FRAMEBUFFER, defaultFramebufferObject());
+        glClear(GL_COLOR_BUFFER_BIT);
     }
 }
 

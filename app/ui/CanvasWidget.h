@@ -14,14 +14,17 @@
 
 namespace marlowick {
 
+class CanvasFinish;
 class PlaybackEngine;
 class VideoOutput;
 
 // The composited canvas: the project on output time, drawn through the same FrameCompositor as the
 // export, at the widget's size in device pixels, from the player's picture of the engine's current time.
 // It redraws on a 60 Hz timer whether or not the player plays, so that a changed setting shows at the next
-// refresh over a paused picture. The last picture is kept until a new one comes; before the first, and
-// where no GL 3.3 core context or compositor program can be had, it shows black.
+// refresh over a paused picture. The canvas is clipped to a rounded rectangle of radius 8, with black
+// outside its corners, and a transparent background shows a checkerboard of 10-point tiles. The last picture
+// is kept until a new one comes; before the first, and where no GL 3.3 core context or compositor program
+// can be had, it shows black.
 //
 // Thread: the main thread only. The engine is not owned and must outlive the widget or be replaced first.
 class CanvasWidget : public QOpenGLWidget {
@@ -53,6 +56,7 @@ private:
 
     // GL objects, made in initializeGL and released with the context current.
     std::unique_ptr<FrameCompositor> m_compositor; // none when the program failed
+    std::unique_ptr<CanvasFinish> m_finish;        // none when its program failed: drawn straight, square
     std::unique_ptr<BgraTexture> m_source;
     // The picture in m_source and the output it came from: another output (a new load) starts afresh.
     std::optional<PlayerFrame> m_frame;

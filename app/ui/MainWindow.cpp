@@ -1,17 +1,18 @@
 #include "ui/MainWindow.h"
 
 #include "session/EditorSession.h"
+#include "ui/Banners.h"
 #include "ui/CanvasPreview.h"
 #include "ui/ExportScreen.h"
 #include "ui/Inspector.h"
 #include "ui/RecordScreen.h"
+#include "ui/RecordingAside.h"
 #include "ui/RecordingScreen.h"
 #include "ui/ZoomEditor.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QIcon>
-#include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
 #include <QSplitter>
@@ -41,16 +42,15 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
     setWindowTitle("Marlowick");
     buildCommands();
 
-    m_errorBanner = new QLabel(this);
-    m_errorBanner->setWordWrap(true);
-    m_errorBanner->setMargin(8);
-    // The banner's red at 15 % over the window's background, as the other banners will have their colours.
-    m_errorBanner->setStyleSheet("background-color: rgba(224, 68, 62, 38);");
+    m_banners = new Banners(session, this);
     m_screens = new QStackedWidget(this);
     m_recordScreen = new RecordScreen(session, m_startRecording, m_screens);
     m_recordingScreen = new RecordingScreen(m_stopRecording, m_screens);
     m_editor = new CanvasPreview(session, m_screens);
     m_exportScreen = new ExportScreen(session, m_screens);
+    m_aside = new RecordingAside(*this, *m_stopRecording, this);
+    connect(m_aside, &RecordingAside::asideChanged, m_recordingScreen,
+            &RecordingScreen::setHiddenFromCapture);
     for (QWidget* screen : {static_cast<QWidget*>(m_recordScreen), static_cast<QWidget*>(m_recordingScreen),
                             static_cast<QWidget*>(m_editor), static_cast<QWidget*>(m_exportScreen)}) {
         m_screens->addWidget(screen);
@@ -59,7 +59,7 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
     auto* column = new QVBoxLayout(central);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
-    column->addWidget(m_errorBanner);
+    column->addWidget(m_banners);
     // The inspector stands right of the screens, and shows only with the editor.
     m_inspector = new Inspector(session, central);
     // Its Screen tab shows the zoom list in place of its sections, and goes back on the list's back action.
@@ -97,11 +97,9 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
     edit->addAction(removeSelection);
 
     connect(&session, &EditorSession::phaseChanged, this, &MainWindow::followPhase);
-    connect(&session, &EditorSession::lastErrorChanged, this, &MainWindow::followError);
     connect(&session, &EditorSession::documentChanged, this, &MainWindow::fillExportMenu);
     connect(session.playback(), &PlaybackEngine::isPlayingChanged, this, &MainWindow::followPlaying);
     followPhase();
-    followError();
     fillExportMenu();
     resize(1180, 760);
 }
@@ -116,7 +114,12 @@ void MainWindow::buildCommands() {
     m_stopRecording = new QAction(QIcon::fromTheme("media-playback-stop"), tr("Stop Recording"), this);
     m_stopRecording->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Period));
     m_stopRecording->setToolTip(tr("Stop recording (Ctrl+.)"));
-    connect(m_stopRecording, &QAction::triggered, &m_session, &EditorSession::stopRecording);
+    // One stop per take: the screen's button, the menu, the tray and the global key all come here, and a
+    // second stop would find no capture and lose the editor behind the error.
+    connect(m_stopRecording, &QAction::triggered, &m_session, [this] {
+        m_stopRecording->setEnabled(false);
+        m_session.stopRecording();
+    });
     auto* open = new QAction(QIcon::fromTheme("document-open"), tr("Open Project…"), this);
     open->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
     connect(open, &QAction::triggered, &m_session, &EditorSession::open);
@@ -213,13 +216,11 @@ void MainWindow::followPhase() {
     m_startRecording->setVisible(!recording);
     m_startRecording->setEnabled(!recording && phase.kind() != SessionPhase::Kind::exporting);
     m_stopRecording->setEnabled(recording);
-}
-
-void MainWindow::followError() {
-    const auto& error = m_session.lastError();
-    m_errorBanner->setVisible(error.has_value());
-    if (error) {
-        m_errorBanner->setText(QString::fromStdString(*error));
+    m_banners->followTelemetry();
+    if (recording) {
+        m_aside->begin();
+    } else {
+        m_aside->end();
     }
 }
 

@@ -3,21 +3,22 @@
 #include <QMainWindow>
 
 class QAction;
-class QLabel;
 class QStackedWidget;
 class QToolButton;
 
 namespace marlowick {
 
+class Banners;
 class CanvasPreview;
 class EditorSession;
 class ExportScreen;
 class Inspector;
 class RecordScreen;
+class RecordingAside;
 class RecordingScreen;
 
-// The one window over the session: the menus and the toolbar with the shell's commands, the error banner,
-// and one screen for each phase (record, recording, editor, export), replaced as soon as the phase changes.
+// The one window over the session: the menus and the toolbar with the shell's commands, the banners, and
+// one screen for each phase (record, recording, editor, export), replaced as soon as the phase changes.
 // Every control calls an operation of the session or of its playback engine.
 //
 // Thread: the main thread only. The session is not owned and outlives the window.
@@ -34,6 +35,8 @@ public:
     ExportScreen* exportScreen() const { return m_exportScreen; }
     // The side panel, right of the editor's preview, shown while editing.
     Inspector* inspector() const { return m_inspector; }
+    Banners* banners() const { return m_banners; }
+    RecordingAside* recordingAside() const { return m_aside; }
 
     QAction* startRecordingAction() const { return m_startRecording; }
     QAction* stopRecordingAction() const { return m_stopRecording; }
@@ -46,7 +49,6 @@ private:
     void buildCommands();
     void buildToolbar();
     void followPhase();
-    void followError();
     void followPlaying(bool playing);
     void fillExportMenu();
 
@@ -56,7 +58,8 @@ private:
     QAction* m_play = nullptr;
     QAction* m_save = nullptr;
     QToolButton* m_export = nullptr;
-    QLabel* m_errorBanner = nullptr;
+    Banners* m_banners = nullptr;
+    RecordingAside* m_aside = nullptr;
     QStackedWidget* m_screens = nullptr;
     RecordScreen* m_recordScreen = nullptr;
     RecordingScreen* m_recordingScreen = nullptr;

@@ -17,8 +17,10 @@ RecordingScreen::RecordingScreen(QAction* stopRecording, QWidget* parent)
     wordFont.setPointSizeF(wordFont.pointSizeF() * 1.6);
     wordFont.setBold(true);
     word->setFont(wordFont);
-    // "Marlowick is hidden from the capture." belongs here once the window takes itself out of the take;
-    // until then it would not be true, and the screen doesn't say it.
+    // Said only while it is true: the window stays in the picture where nothing else could stop the take.
+    m_hiddenLine = new QLabel(tr("Marlowick is hidden from the capture."), this);
+    m_hiddenLine->setForegroundRole(QPalette::PlaceholderText);
+    m_hiddenLine->hide();
     auto* stop = new QPushButton(QIcon::fromTheme("media-playback-stop"), tr("Stop"), this);
     connect(stop, &QPushButton::clicked, stopRecording, &QAction::trigger);
 
@@ -26,9 +28,14 @@ RecordingScreen::RecordingScreen(QAction* stopRecording, QWidget* parent)
     column->addStretch(1);
     column->addWidget(symbol, 0, Qt::AlignHCenter);
     column->addWidget(word, 0, Qt::AlignHCenter);
+    column->addWidget(m_hiddenLine, 0, Qt::AlignHCenter);
     column->addSpacing(16);
     column->addWidget(stop, 0, Qt::AlignHCenter);
     column->addStretch(1);
+}
+
+void RecordingScreen::setHiddenFromCapture(bool hidden) {
+    m_hiddenLine->setVisible(hidden);
 }
 
 } // namespace marlowick

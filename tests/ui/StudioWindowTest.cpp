@@ -1,3 +1,4 @@
+#include "capture/X11Connection.h"
 #include "capture/X11ScreenCapturer.h"
 #include "export/ExportPreset.h"
 #include "export/StillFrame.h"
@@ -6,19 +7,27 @@
 #include "support/TempDir.h"
 #include "support/WalkingTake.h"
 #include "trajectory/NewRecording.h"
+#include "ui/Banners.h"
 #include "ui/CanvasPreview.h"
 #include "ui/CanvasWidget.h"
 #include "ui/ExportScreen.h"
+#include "ui/GlobalShortcut.h"
 #include "ui/MainWindow.h"
 #include "ui/RecordScreen.h"
+#include "ui/RecordingAside.h"
 #include "ui/RecordingScreen.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
 #include <QTest>
 #include <gtest/gtest.h>
+#include <xcb/xcb.h>
+#include <xcb/xtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <deque>
@@ -69,7 +78,13 @@ void saveScreenshot(QWidget& widget, const std::string& name) {
     EXPECT_TRUE(widget.grab().save(path)) << path.toStdString();
 }
 
-// The largest difference of one channel between the canvas's picture and an export's still frame.
+// Whether pixel (x, y) of a canvas of `width` × `height` lies clear of its rounded corners of `radius`.
+bool clearOfCorners(int x, int y, int width, int height, int radius) {
+    return (x >= radius && x < width - radius) || (y >= radius && y < height - radius);
+}
+
+// The largest difference of one channel between the canvas's picture and an export's still frame, inside
+// the canvas's rounded corners of 8 pixels.
 int largestDifference(const QImage& grabbed, const BgraImage& still) {
     const QImage picture = grabbed.convertToFormat(QImage::Format_ARGB32);
     EXPECT_EQ(picture.width(), still.width);
@@ -80,7 +95,9 @@ int largestDifference(const QImage& grabbed, const BgraImage& still) {
         const auto* row = picture.constScanLine(y);
         const auto* expected = still.row(y);
         for (int x = 0; x < std::min(picture.width(), still.width) * 4; ++x) {
-            largest = std::max(largest, std::abs(int(row[x]) - int(expected[x])));
+            if (clearOfCorners(x / 4, y, picture.width(), picture.height(), 8)) {
+                largest = std::max(largest, std::abs(int(row[x]) - int(expected[x])));
+            }
         }
     }
     return largest;
@@ -94,6 +111,49 @@ std::optional<BgraImage> exportedStill(const Project& project, const std::vector
                       [&] { return drawStillFrame(project, telemetry, time, width, height); })
         .get();
 }
+
+// Holds a capturer's stop until it is let go, and counts the stops asked for.
+struct StopGate {
+    std::atomic<bool> held = false;
+    std::atomic<int> stops = 0;
+};
+
+// A capturer that records nothing: a start succeeds, and a stop yields the walking take of `movie` once
+// the gate lets it.
+class FakeCapturer : public ScreenCapturer {
+public:
+    FakeCapturer(TelemetryAvailability availability, fs::path movie, std::shared_ptr<StopGate> gate)
+        : m_availability(availability)
+        , m_movie(std::move(movie))
+        , m_gate(std::move(gate)) {}
+    TelemetryAvailability telemetryAvailability() const override { return m_availability; }
+    void start(const CaptureConfiguration&) override {
+        if (m_running) {
+            throw CaptureError(CaptureErrorKind::alreadyRecording);
+        }
+        m_running = true;
+    }
+    Recording stop() override {
+        ++m_gate->stops;
+        while (m_gate->held) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        if (!m_running) {
+            throw CaptureError(CaptureErrorKind::notRecording);
+        }
+        m_running = false;
+        return walkingTake(m_movie, 4, {40, 30}, {6, 12});
+    }
+    std::optional<CaptureError> interruption() const override { return std::nullopt; }
+    std::vector<std::string> takeWarnings() override { return {}; }
+    CaptureStatistics statistics() const override { return {}; }
+
+private:
+    TelemetryAvailability m_availability;
+    fs::path m_movie;
+    std::shared_ptr<StopGate> m_gate;
+    std::atomic<bool> m_running = false;
+};
 
 class StudioWindowTest : public ::testing::Test {
 protected:
@@ -123,7 +183,7 @@ protected:
         m_session = std::make_unique<EditorSession>(
             std::move(panels),
             [] { return std::make_unique<PreviewPlayer>("unix:/nonexistent/marlowick-test"); },
-            [] { return std::make_unique<X11ScreenCapturer>(); }, nullptr);
+            [this] { return makeCapturer(); }, nullptr);
         m_window = std::make_unique<MainWindow>(*m_session);
         m_window->resize(1100, 720);
         m_window->show();
@@ -133,6 +193,8 @@ protected:
         m_window.reset();
         m_session.reset();
     }
+
+    virtual std::unique_ptr<ScreenCapturer> makeCapturer() { return std::make_unique<X11ScreenCapturer>(); }
 
     // Opens the package and waits until the player is loaded.
     void openPackage() {
@@ -219,11 +281,291 @@ TEST_F(StudioWindowTest, ThePausedPreviewIsTheExportedFrameAndFollowsTheCanvasSe
     changed.canvas.inset = 0.2;
     canvas->setTimeline(OutputTimeline(changed, document.telemetry()));
     grabbed = canvas->grabFramebuffer();
-    const QColor corner = grabbed.pixelColor(2, 2);
-    EXPECT_EQ(corner.red(), 0x2E);
-    EXPECT_EQ(corner.green(), 0xA0);
-    EXPECT_EQ(corner.blue(), 0x43);
+    const QColor nearCorner = grabbed.pixelColor(10, 10);
+    EXPECT_EQ(nearCorner.red(), 0x2E);
+    EXPECT_EQ(nearCorner.green(), 0xA0);
+    EXPECT_EQ(nearCorner.blue(), 0x43);
+    // The corners are rounded off to the black of the stage, and the edges between them are not.
+    EXPECT_EQ(grabbed.pixelColor(0, 0).name().toStdString(), "#000000");
+    EXPECT_EQ(grabbed.pixelColor(grabbed.width() - 1, grabbed.height() - 1).name().toStdString(), "#000000");
+    EXPECT_EQ(grabbed.pixelColor(grabbed.width() / 2, 0).green(), 0xA0);
+    EXPECT_EQ(grabbed.pixelColor(0, grabbed.height() / 2).green(), 0xA0);
     still = exportedStill(changed, document.telemetry(), time, grabbed.width(), grabbed.height());
     ASSERT_TRUE(still.has_value());
     EXPECT_LE(largestDifference(grabbed, *still), 2);
+
+    // Where a transparent background lets the picture through, a checkerboard of 10-pixel tiles shows,
+    // white in the top-left tile and light grey beside and below it.
+    changed.canvas.background = Background::transparent();
+    canvas->setTimeline(OutputTimeline(changed, document.telemetry()));
+    grabbed = canvas->grabFramebuffer();
+    saveScreenshot(*m_window, "editor-transparent");
+    EXPECT_EQ(grabbed.pixelColor(12, 12).name().toStdString(), "#ffffff");
+    EXPECT_EQ(grabbed.pixelColor(15, 5).name().toStdString(), "#cccccc");
+    EXPECT_EQ(grabbed.pixelColor(5, 15).name().toStdString(), "#cccccc");
+    EXPECT_EQ(grabbed.pixelColor(25, 5).name().toStdString(), "#ffffff");
+    EXPECT_EQ(grabbed.pixelColor(0, 0).name().toStdString(), "#000000");
+    // The recording itself stays as the export draws it.
+    still = exportedStill(changed, document.telemetry(), time, grabbed.width(), grabbed.height());
+    ASSERT_TRUE(still.has_value());
+    const QPoint middle(grabbed.width() / 2, grabbed.height() / 2);
+    const QColor expected(still->row(middle.y())[4 * middle.x() + 2],
+                          still->row(middle.y())[4 * middle.x() + 1], still->row(middle.y())[4 * middle.x()]);
+    EXPECT_EQ(grabbed.pixelColor(middle).name().toStdString(), expected.name().toStdString());
+}
+
+namespace {
+
+// The window over a capturer that records nothing and whose source yields pointer positions only.
+class ShellWindowTest : public StudioWindowTest {
+protected:
+    std::unique_ptr<ScreenCapturer> makeCapturer() override {
+        return std::make_unique<FakeCapturer>(TelemetryAvailability::positionOnly, *s_dir / "take.mp4",
+                                              m_gate);
+    }
+
+    std::shared_ptr<StopGate> m_gate = std::make_shared<StopGate>();
+};
+
+// The colour a banner of `colour` shows over `background`: the colour at 15 %.
+QColor overBackground(const QColor& colour, const QColor& background) {
+    const auto mix = [](int top, int bottom) {
+        return static_cast<int>(std::lround(top * 0.15 + bottom * 0.85));
+    };
+    return QColor(mix(colour.red(), background.red()), mix(colour.green(), background.green()),
+                  mix(colour.blue(), background.blue()));
+}
+
+void expectColour(const QColor& seen, const QColor& expected) {
+    EXPECT_NEAR(seen.red(), expected.red(), 3)
+        << seen.name().toStdString() << " " << expected.name().toStdString();
+    EXPECT_NEAR(seen.green(), expected.green(), 3)
+        << seen.name().toStdString() << " " << expected.name().toStdString();
+    EXPECT_NEAR(seen.blue(), expected.blue(), 3)
+        << seen.name().toStdString() << " " << expected.name().toStdString();
+}
+
+// The texts of a banner's labels, top to bottom, joined by new lines.
+std::string bannerText(QWidget* banner) {
+    QStringList texts;
+    for (QLabel* label : banner->findChildren<QLabel*>()) {
+        if (!label->text().isEmpty()) {
+            texts << label->text();
+        }
+    }
+    return texts.join("\n").toStdString();
+}
+
+} // namespace
+
+TEST(RetakeSummary, SaysWhatTheRetakeRegeneratedKeptAndCleared) {
+    // Nothing carried over and no captions: one clause, with the count's own number.
+    EXPECT_EQ(Banners::retakeSummary({10, 10, 1, 0, false}), "1 zoom beat regenerated from the new take");
+    EXPECT_EQ(Banners::retakeSummary({10, 10, 0, 0, false}), "0 zoom beats regenerated from the new take");
+    // A person's beats on a take of about the same length are kept as they were.
+    EXPECT_EQ(Banners::retakeSummary({10, 10.1, 3, 2, false}),
+              "3 zoom beats regenerated from the new take · 2 hand-edited kept");
+    // Stretched by more than a little, they are worth a look, and the captions went with the old words.
+    EXPECT_EQ(
+        Banners::retakeSummary({8, 10, 2, 1, true}),
+        "2 zoom beats regenerated from the new take · 1 hand-edited moved to 125% of their old timing — "
+        "worth checking · captions cleared, regenerate them");
+}
+
+TEST_F(ShellWindowTest, TheBannersStandInTheirOrderAboveTheScreen) {
+    // The take was recorded without the microphone: the audio warning is up once it is open.
+    openPackage();
+    m_session->setLastError("Could not write the package.");
+    m_session->setRetakeReport(RetakeSwap::Report{8, 10, 1, 2, true});
+    QApplication::processEvents();
+
+    Banners* banners = m_window->banners();
+    const std::vector<QWidget*> order = {banners->telemetryBanner(), banners->errorBanner(),
+                                         banners->retakeBanner(), banners->audioBanner()};
+    int above = -1;
+    for (QWidget* banner : order) {
+        ASSERT_TRUE(banner->isVisible());
+        const int top = banner->mapTo(m_window.get(), QPoint(0, 0)).y();
+        EXPECT_GT(top, above);
+        above = top + banner->height() - 1;
+    }
+    EXPECT_LT(above, m_window->currentScreen()->mapTo(m_window.get(), QPoint(0, 0)).y());
+
+    EXPECT_EQ(bannerText(banners->telemetryBanner()),
+              "Cursor positions only. Enable the X server's RECORD extension for click-aware auto-zoom.");
+    EXPECT_EQ(bannerText(banners->errorBanner()), "Could not write the package.");
+    EXPECT_EQ(bannerText(banners->retakeBanner()),
+              "Recording replaced — canvas, cursor and caption styling kept.\n1 zoom beat regenerated from "
+              "the new take · 2 hand-edited moved to 125% of their old timing — worth checking · captions "
+              "cleared, regenerate them");
+    ASSERT_TRUE(m_session->audioWarning().has_value());
+    EXPECT_EQ(bannerText(banners->audioBanner()), *m_session->audioWarning());
+    saveScreenshot(*m_window, "banners");
+
+    // Each on its colour at 15 % over the window: yellow, red, orange for beats worth checking, yellow.
+    const QImage window = m_window->grab().toImage();
+    const QColor background = m_window->palette().color(QPalette::Window);
+    const auto cornerOf = [&](QWidget* banner) {
+        return window.pixelColor(banner->mapTo(m_window.get(), QPoint(3, 3)) * m_window->devicePixelRatioF());
+    };
+    expectColour(cornerOf(banners->telemetryBanner()), overBackground(QColor(0xE5, 0xB0, 0x00), background));
+    expectColour(cornerOf(banners->errorBanner()), overBackground(QColor(0xE0, 0x44, 0x3E), background));
+    expectColour(cornerOf(banners->retakeBanner()), overBackground(QColor(0xF2, 0x8C, 0x28), background));
+    expectColour(cornerOf(banners->audioBanner()), overBackground(QColor(0xE5, 0xB0, 0x00), background));
+
+    // A retake that kept the timing is green.
+    m_session->setRetakeReport(RetakeSwap::Report{10, 10, 1, 2, false});
+    expectColour(
+        m_window->grab().toImage().pixelColor(banners->retakeBanner()->mapTo(m_window.get(), QPoint(3, 3))),
+        overBackground(QColor(0x2E, 0xA0, 0x43), background));
+
+    // Dismiss clears the session's report and only its banner goes.
+    QTest::mouseClick(banners->dismissRetakeButton(), Qt::LeftButton);
+    EXPECT_FALSE(m_session->retakeReport().has_value());
+    EXPECT_FALSE(banners->retakeBanner()->isVisible());
+    EXPECT_TRUE(banners->errorBanner()->isVisible());
+    EXPECT_TRUE(banners->audioBanner()->isVisible());
+    EXPECT_TRUE(banners->telemetryBanner()->isVisible());
+}
+
+namespace {
+
+constexpr std::uint32_t periodKeysym = 0x2e;
+constexpr std::uint32_t leftControlKeysym = 0xffe3;
+
+// Another client on the same display, as a person's keyboard and another program are.
+class OtherClient {
+public:
+    OtherClient()
+        : m_root(m_display.screen().root) {}
+
+    // Whether this client could grab Ctrl+`keysym` on the root window; what it grabs it gives back.
+    bool canGrab(std::uint32_t keysym) {
+        const auto codes = GlobalShortcut::keycodes(keysym);
+        EXPECT_FALSE(codes.empty());
+        bool all = true;
+        for (const std::uint8_t code : codes) {
+            xcb_generic_error_t* error = xcb_request_check(
+                m_display.get(), xcb_grab_key_checked(m_display.get(), 1, m_root, XCB_MOD_MASK_CONTROL, code,
+                                                      XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));
+            if (error != nullptr) {
+                all = false;
+                std::free(error);
+            } else {
+                xcb_ungrab_key(m_display.get(), code, m_root, XCB_MOD_MASK_CONTROL);
+            }
+        }
+        sync();
+        return all;
+    }
+
+    // Presses Ctrl+`keysym` and lets go, through XTEST, as the keyboard would.
+    void pressWithControl(std::uint32_t keysym) {
+        const std::uint8_t control = GlobalShortcut::keycodes(leftControlKeysym).at(0);
+        const std::uint8_t key = GlobalShortcut::keycodes(keysym).at(0);
+        fake(XCB_KEY_PRESS, control);
+        fake(XCB_KEY_PRESS, key);
+        fake(XCB_KEY_RELEASE, key);
+        fake(XCB_KEY_RELEASE, control);
+        sync();
+    }
+
+    // Whether `window` is mapped and all its ancestors are: whether it can be in a picture of the screen.
+    bool isViewable(WId window) {
+        xcb_get_window_attributes_reply_t* reply = xcb_get_window_attributes_reply(
+            m_display.get(), xcb_get_window_attributes(m_display.get(), static_cast<xcb_window_t>(window)),
+            nullptr);
+        const bool viewable = reply != nullptr && reply->map_state == XCB_MAP_STATE_VIEWABLE;
+        std::free(reply);
+        return viewable;
+    }
+
+private:
+    void fake(std::uint8_t type, std::uint8_t detail) {
+        xcb_test_fake_input(m_display.get(), type, detail, XCB_CURRENT_TIME, m_root, 0, 0, 0);
+    }
+    void sync() {
+        std::free(xcb_get_input_focus_reply(m_display.get(), xcb_get_input_focus(m_display.get()), nullptr));
+    }
+
+    X11Connection m_display;
+    xcb_window_t m_root;
+};
+
+} // namespace
+
+TEST_F(ShellWindowTest, ATakeTakesTheWindowOutOfThePictureAndCtrlPeriodAnywhereStopsIt) {
+    OtherClient other;
+    // The private display has no window manager: the window withdraws rather than waiting to be minimised.
+    ASSERT_FALSE(RecordingAside::windowManagerRuns());
+    EXPECT_TRUE(other.canGrab(periodKeysym));
+    EXPECT_TRUE(m_window->recordingScreen()->hiddenLine()->isHidden());
+
+    m_window->startRecordingAction()->trigger();
+    ASSERT_TRUE(within(10, [&] { return m_session->phase().kind() == SessionPhase::Kind::recording; }));
+    EXPECT_EQ(m_window->currentScreen(), m_window->recordingScreen());
+    EXPECT_TRUE(m_window->recordingAside()->isAside());
+    EXPECT_FALSE(m_window->isVisible());
+    EXPECT_TRUE(within(5, [&] { return !other.isViewable(m_window->winId()); }));
+    EXPECT_FALSE(m_window->recordingScreen()->hiddenLine()->isHidden());
+    EXPECT_EQ(m_window->recordingScreen()->hiddenLine()->text().toStdString(),
+              "Marlowick is hidden from the capture.");
+    saveScreenshot(*m_window->recordingScreen(), "recording-aside");
+    // The window holds Ctrl+. on the whole display for the take.
+    EXPECT_TRUE(m_window->recordingAside()->holdsShortcut());
+    EXPECT_FALSE(other.canGrab(periodKeysym));
+
+    // While the movie is finished, a second Ctrl+. and the screen's Stop ask for nothing more: a second stop
+    // would find no capture and leave the editor for the record screen with an error.
+    m_gate->held = true;
+    other.pressWithControl(periodKeysym);
+    ASSERT_TRUE(within(10, [&] { return m_gate->stops == 1; }));
+    other.pressWithControl(periodKeysym);
+    m_window->recordingScreen()->findChild<QPushButton*>()->click();
+    QTest::qWait(300);
+    EXPECT_EQ(m_session->phase().kind(), SessionPhase::Kind::recording);
+    m_gate->held = false;
+    ASSERT_TRUE(within(20, [&] { return m_session->phase().kind() == SessionPhase::Kind::editing; }));
+    ASSERT_TRUE(within(10, [&] { return m_session->playback()->videoOutput() != nullptr; }));
+    QTest::qWait(200);
+    EXPECT_EQ(m_gate->stops, 1);
+    EXPECT_EQ(m_session->phase().kind(), SessionPhase::Kind::editing);
+    EXPECT_FALSE(m_session->lastError().has_value()) << *m_session->lastError();
+    EXPECT_EQ(m_window->currentScreen(), m_window->editor());
+
+    // The window is back on screen, and the key is the display's again.
+    EXPECT_TRUE(m_window->isVisible());
+    EXPECT_TRUE(within(5, [&] { return other.isViewable(m_window->winId()); }));
+    EXPECT_FALSE(m_window->recordingAside()->isAside());
+    EXPECT_TRUE(m_window->recordingScreen()->hiddenLine()->isHidden());
+    EXPECT_TRUE(other.canGrab(periodKeysym));
+}
+
+TEST_F(ShellWindowTest, CutMarksTakeTheKeysIAndOOnlyOutsideTextFields) {
+    openPackage();
+    showPausedAt(1.5);
+    QApplication::setActiveWindow(m_window.get());
+    auto* field = new QLineEdit(m_window->editor());
+    field->show();
+    field->setFocus();
+    ASSERT_TRUE(within(5, [&] { return QApplication::focusWidget() == field; }));
+
+    // Typed into a field, the letters are text.
+    QTest::keyClick(field, Qt::Key_I);
+    QTest::keyClick(field, Qt::Key_O);
+    EXPECT_EQ(field->text().toStdString(), "io");
+    EXPECT_FALSE(m_session->selectionStart().has_value());
+    EXPECT_FALSE(m_session->selectionEnd().has_value());
+
+    // With the focus on the preview, they set the cut's marks at the playhead.
+    m_window->editor()->setFocus();
+    ASSERT_TRUE(within(5, [&] { return QApplication::focusWidget() == m_window->editor(); }));
+    QTest::keyClick(m_window->editor(), Qt::Key_I);
+    showPausedAt(2.5);
+    QTest::keyClick(m_window->editor(), Qt::Key_O);
+    ASSERT_TRUE(m_session->selectionStart().has_value());
+    ASSERT_TRUE(m_session->selectionEnd().has_value());
+    EXPECT_NEAR(*m_session->selectionStart(), 1.5, 1e-6);
+    EXPECT_NEAR(*m_session->selectionEnd(), 2.5, 1e-6);
+    EXPECT_EQ(field->text().toStdString(), "io");
 }

@@ -1,0 +1,127 @@
+#include "ui/RecordingAside.h"
+
+#include "ui/GlobalShortcut.h"
+
+#include <QAction>
+#include <QEvent>
+#include <QGuiApplication>
+#include <QIcon>
+#include <QMenu>
+#include <QSystemTrayIcon>
+#include <QWidget>
+
+#include <xcb/xcb.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace marlowick {
+
+namespace {
+
+// XK_period and ControlMask.
+constexpr std::uint32_t periodKeysym = 0x2e;
+constexpr std::uint16_t controlModifier = XCB_MOD_MASK_CONTROL;
+
+} // namespace
+
+RecordingAside::RecordingAside(QWidget& window, QAction& stopRecording, QObject* parent)
+    : QObject(parent)
+    , m_window(window)
+    , m_stopRecording(stopRecording)
+    , m_shortcut(new GlobalShortcut(periodKeysym, controlModifier, this)) {
+    connect(m_shortcut, &GlobalShortcut::activated, &m_stopRecording, &QAction::trigger);
+    m_window.installEventFilter(this);
+}
+
+RecordingAside::~RecordingAside() {
+    m_window.removeEventFilter(this);
+}
+
+bool RecordingAside::windowManagerRuns() {
+    const auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    xcb_connection_t* connection = x11 ? x11->connection() : nullptr;
+    if (connection == nullptr) {
+        // Another platform always has something that manages windows.
+        return true;
+    }
+    // A window manager owns the selection WM_S<screen> of the screen it manages.
+    const char name[] = "WM_S0";
+    const std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> atom(
+        xcb_intern_atom_reply(connection, xcb_intern_atom(connection, 1, sizeof name - 1, name), nullptr),
+        &std::free);
+    if (!atom || atom->atom == XCB_ATOM_NONE) {
+        return false;
+    }
+    const std::unique_ptr<xcb_get_selection_owner_reply_t, decltype(&std::free)> owner(
+        xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, atom->atom), nullptr),
+        &std::free);
+    return owner && owner->owner != XCB_NONE;
+}
+
+void RecordingAside::begin() {
+    if (m_running) {
+        return;
+    }
+    m_running = true;
+    const bool grabbed = m_shortcut->grab();
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        m_tray = std::make_unique<QSystemTrayIcon>(QIcon::fromTheme("media-record"));
+        m_tray->setToolTip(tr("Marlowick is recording. Ctrl+. stops it."));
+        auto* menu = new QMenu(&m_window);
+        menu->addAction(&m_stopRecording);
+        m_tray->setContextMenu(menu);
+        m_tray->show();
+    }
+    if (!grabbed && !m_tray) {
+        // Nothing else could stop the take: the window and its Stop button stay where they are.
+        return;
+    }
+    m_steppedAside = true;
+    if (windowManagerRuns()) {
+        m_window.showMinimized();
+    } else {
+        m_window.hide();
+    }
+    emit asideChanged(isAside());
+}
+
+void RecordingAside::end() {
+    if (!m_running) {
+        return;
+    }
+    m_running = false;
+    m_shortcut->ungrab();
+    if (m_tray) {
+        QMenu* menu = m_tray->contextMenu();
+        m_tray.reset();
+        delete menu;
+    }
+    if (m_steppedAside) {
+        m_steppedAside = false;
+        m_window.showNormal();
+        m_window.raise();
+        m_window.activateWindow();
+    }
+    emit asideChanged(isAside());
+}
+
+bool RecordingAside::isAside() const {
+    return m_running && m_steppedAside && (m_window.isMinimized() || !m_window.isVisible());
+}
+
+bool RecordingAside::holdsShortcut() const {
+    return m_shortcut->isGrabbed();
+}
+
+bool RecordingAside::eventFilter(QObject* watched, QEvent* event) {
+    // A person may bring the window back during the take: then it is in the picture again.
+    if (watched == &m_window && m_running &&
+        (event->type() == QEvent::WindowStateChange || event->type() == QEvent::Show ||
+         event->type() == QEvent::Hide)) {
+        emit asideChanged(isAside());
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+} // namespace marlowick
