@@ -472,9 +472,10 @@ TEST_F(InspectorTest, TheBackgroundAndShapeShowInThePreviewAtTheNextRefresh) {
     CanvasWidget* canvas = m_window->editor()->canvas();
     ASSERT_TRUE(within(10, [&] { return canvas->shownFrame().has_value(); }));
 
+    // Inside the canvas's rounded corner, where the background shows.
     const auto cornerOf = [&] {
         const QImage grabbed = canvas->grabFramebuffer();
-        return grabbed.pixelColor(2, 2);
+        return grabbed.pixelColor(12, 12);
     };
     // A swatch: its colour at the corner, and the swatch marked as the chosen one.
     QToolButton* slate = control<QToolButton>(m_screen, "Background", "Slate");
