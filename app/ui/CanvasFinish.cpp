@@ -56,13 +56,15 @@ CanvasFinish::~CanvasFinish() {
     glDeleteVertexArrays(1, &m_vertexArray);
 }
 
-void CanvasFinish::bindPicture(int width, int height) {
-    if (!m_picture || m_picture->width() != width || m_picture->height() != height) {
+bool CanvasFinish::bindPicture(int width, int height) {
+    const bool fresh = !m_picture || m_picture->width() != width || m_picture->height() != height;
+    if (fresh) {
         m_picture = std::make_unique<QOpenGLFramebufferObject>(
             width, height, QOpenGLFramebufferObject::NoAttachment, GL_TEXTURE_2D, GL_RGBA8);
     }
     m_picture->bind();
     glViewport(0, 0, width, height);
+    return fresh;
 }
 
 void CanvasFinish::finish(unsigned framebuffer, double radius, double square) {

@@ -23,8 +23,9 @@ public:
     CanvasFinish();
     ~CanvasFinish();
 
-    // Binds a picture of `width` × `height` pixels to draw the frame into; its contents are undefined.
-    void bindPicture(int width, int height);
+    // Binds a picture of `width` × `height` pixels to draw the frame into. It keeps what was drawn into it
+    // from one frame to the next while its size stays; true when it is new, its contents undefined.
+    bool bindPicture(int width, int height);
     // Draws the picture into `framebuffer`, which has the picture's size. `radius` and `square` (the side
     // of a checkerboard tile, or 0 for black behind the picture) are in pixels.
     void finish(unsigned framebuffer, double radius, double square);

@@ -7,6 +7,7 @@
 #include <QSurfaceFormat>
 
 #include <cmath>
+#include <utility>
 
 namespace marlowick {
 
@@ -50,6 +51,7 @@ void CanvasWidget::setPlayback(PlaybackEngine* playback) {
     m_playback = playback;
     m_frame.reset();
     m_frameOutput = nullptr;
+    m_unpainted = PictureChange::everywhere();
     update();
 }
 
@@ -73,6 +75,7 @@ void CanvasWidget::initializeGL() {
     }
     m_frame.reset();
     m_frameOutput = nullptr;
+    m_unpainted = PictureChange::everywhere();
 }
 
 void CanvasWidget::releaseGl() {
@@ -86,6 +89,7 @@ void CanvasWidget::releaseGl() {
     doneCurrent();
     m_frame.reset();
     m_frameOutput = nullptr;
+    m_unpainted = PictureChange::everywhere();
 }
 
 void CanvasWidget::takeFrame(double time) {
@@ -106,9 +110,14 @@ void CanvasWidget::takeFrame(double time) {
                        m_source->height() != image.height;
     if (whole) {
         m_source->upload(image.bytes.data(), image.width, image.height, image.stride);
+        m_unpainted = PictureChange::everywhere();
     } else {
         for (const PixelRect& area : frame->change.areas) {
             m_source->update(image.bytes.data(), image.stride, area);
+        }
+        if (!m_unpainted.whole) {
+            m_unpainted.areas.insert(m_unpainted.areas.end(), frame->change.areas.begin(),
+                                     frame->change.areas.end());
         }
     }
     m_frame = std::move(frame);
@@ -131,18 +140,26 @@ void CanvasWidget::paintGL() {
         return;
     }
     try {
-        if (m_finish) {
-            m_finish->bindPicture(pixelWidth, pixelHeight);
+        const PictureChange change = std::exchange(m_unpainted, PictureChange::nowhere());
+        const bool fresh = m_finish && m_finish->bindPicture(pixelWidth, pixelHeight);
+        if (m_finish && !fresh && !m_pictureStale) {
+            // The picture holds the last frame: only what differs from it is drawn again, which spares a
+            // software renderer most of a screen take that changes in a few places.
+            m_compositor->renderSequence(*m_source, pixelWidth, pixelHeight, m_timeline->project, t,
+                                         m_timeline->cursorAt(t), false, change);
+        } else {
+            m_compositor->render(*m_source, pixelWidth, pixelHeight, m_timeline->project, t,
+                                 m_timeline->cursorAt(t), false);
         }
-        m_compositor->render(*m_source, pixelWidth, pixelHeight, m_timeline->project, t,
-                             m_timeline->cursorAt(t), false);
+        m_pictureStale = false;
         if (m_finish) {
             const bool transparent = m_timeline->project.canvas.background.isTransparent();
             m_finish->finish(defaultFramebufferObject(), cornerRadius * ratio,
                              transparent ? checkerSquare * ratio : 0);
         }
     } catch (const std::exception&) {
-        // This refresh shows black; the next one tries again.
+        // This refresh shows black; the next one tries again, drawing the whole frame.
+        m_pictureStale = true;
         glBindFramebuffer(GL_FRAMEBUFFER, defaultFramebufferObject());
         glClear(GL_COLOR_BUFFER_BIT);
     }

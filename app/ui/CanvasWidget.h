@@ -61,6 +61,9 @@ private:
     // The picture in m_source and the output it came from: another output (a new load) starts afresh.
     std::optional<PlayerFrame> m_frame;
     VideoOutput* m_frameOutput = nullptr;
+    // Where the pictures taken since the last paint differ from the one it drew.
+    PictureChange m_unpainted = PictureChange::everywhere();
+    bool m_pictureStale = true; // the finish's picture may not hold the last frame drawn
 };
 
 } // namespace marlowick
