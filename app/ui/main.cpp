@@ -47,7 +47,12 @@ void screenshotAfterPlaying(marlowick::EditorSession& session, marlowick::MainWi
             QCoreApplication::exit(1);
             return;
         }
-        if (playback->videoOutput() == nullptr) {
+        // A new project first plays with the recording's own sound while its processed mix renders, and
+        // the player is loaded again with the mix: the picture is taken of that one.
+        const auto& document = session.document();
+        const bool mixReady =
+            document && (document->project.audio.isPassthrough() || session.audioPreviewUrl());
+        if (playback->videoOutput() == nullptr || !mixReady || session.isRenderingAudioPreview()) {
             return;
         }
         poll->stop();
