@@ -391,6 +391,11 @@ ScreenCastPortal::Share ScreenCastPortal::open(const std::string& restoreToken) 
     return share;
 }
 
+bool ScreenCastPortal::offersCursorMetadata() {
+    m_state->connect();
+    return (m_state->property("AvailableCursorModes") & cursorMetadata) != 0;
+}
+
 void ScreenCastPortal::close() {
     State& s = *m_state;
     if (s.session.empty() || s.bus == nullptr) {

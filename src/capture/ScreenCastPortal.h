@@ -45,6 +45,9 @@ public:
     // session bus, no portal or no screen sharing on it, naming what is missing. The session stays open
     // until `close`, and sharing with it.
     Share open(const std::string& restoreToken);
+    // Whether the portal offers the pointer as metadata, asked without a dialog. Throws CaptureError
+    // (captureUnavailable) as `open` does.
+    bool offersCursorMetadata();
     // Ends the session, and with it the sharing; nothing when none is open.
     void close();
 
