@@ -3,6 +3,8 @@
 #include "Errors.h"
 #include "InterruptWatch.h"
 
+#include "capture/CaptureBackend.h"
+#include "capture/WaylandScreenCapturer.h"
 #include "capture/X11ScreenCapturer.h"
 #include "model/FileOps.h"
 #include "model/MarlowickDocument.h"
@@ -11,7 +13,10 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <fstream>
+#include <functional>
 #include <iostream>
+#include <memory>
 #include <thread>
 #include <unistd.h>
 
@@ -21,11 +26,16 @@ namespace {
 
 constexpr std::string_view help =
     R"(Usage: marlowick record [-o TAKE.marlowick] [--seconds N] [--system-audio | --no-system-audio]
-                        [--mic] [--countdown N]
+                        [--mic] [--countdown N] [--backend x11|wayland]
 
-Records the screen of $DISPLAY with the system's sound (on unless --no-system-audio) and, with --mic,
+Records the screen with the system's sound (on unless --no-system-audio) and, with --mic,
 the default microphone, each on a track of its own, and the pointer and keyboard telemetry beside it.
 The cursor is left out of the picture: the editor draws it from the telemetry.
+
+On Wayland (WAYLAND_DISPLAY set, or XDG_SESSION_TYPE=wayland) the desktop's screen-sharing dialog asks
+which screen to share, once: the answer is kept in $XDG_STATE_HOME/marlowick/ (~/.local/state/marlowick/)
+for the next takes. There the telemetry holds pointer positions where the desktop shares them, and no
+clicks or keys. Elsewhere the X display of $DISPLAY is recorded. --backend chooses either.
 
 Recording runs until Ctrl-C or for N seconds, after a countdown (3 seconds unless told). The take then
 becomes a new project, with zooms placed in the dynamic style, saved as a package (by default
@@ -47,6 +57,31 @@ std::string defaultPackageName() {
     return name;
 }
 
+// Where the screen-sharing portal's restore token is kept between takes.
+std::filesystem::path restoreTokenPath() {
+    const char* state = std::getenv("XDG_STATE_HOME");
+    const char* home = std::getenv("HOME");
+    const std::filesystem::path base = state != nullptr && *state != '\0' ? std::filesystem::path(state)
+                                       : home != nullptr ? std::filesystem::path(home) / ".local/state"
+                                                         : std::filesystem::temp_directory_path();
+    return base / "marlowick" / "screen-share-token";
+}
+
+std::string readRestoreToken() {
+    std::ifstream in(restoreTokenPath());
+    std::string token;
+    std::getline(in, token);
+    return token;
+}
+
+// Each token is good for one start, so each new one replaces the last; a token that can't be kept only
+// means the dialog shows again next time.
+void writeRestoreToken(const std::string& token) {
+    std::error_code ignored;
+    std::filesystem::create_directories(restoreTokenPath().parent_path(), ignored);
+    std::ofstream(restoreTokenPath(), std::ios::trunc) << token << '\n';
+}
+
 void printWarnings(ScreenCapturer& capturer) {
     for (const std::string& warning : capturer.takeWarnings()) {
         std::cerr << "marlowick: " << warning << '\n';
@@ -61,7 +96,7 @@ int runRecord(const std::vector<std::string>& args) {
         return 0;
     }
     const auto parsed = parseArguments("record", args, {"--system-audio", "--no-system-audio", "--mic"},
-                                       {"-o", "--seconds", "--countdown"}, 0);
+                                       {"-o", "--seconds", "--countdown", "--backend"}, 0);
     if (!parsed) {
         return exitUsage;
     }
@@ -80,14 +115,38 @@ int runRecord(const std::vector<std::string>& args) {
         return exitFailure;
     }
 
+    CaptureBackend backend = sessionCaptureBackend();
+    if (const std::optional<std::string> named = parsed->value("--backend")) {
+        const std::optional<CaptureBackend> chosen = captureBackendNamed(*named);
+        if (!chosen) {
+            report("record: --backend takes x11 or wayland, not " + *named);
+            return exitUsage;
+        }
+        backend = *chosen;
+    }
+
     const InterruptWatch interrupt;
-    X11ScreenCapturer capturer;
+    std::unique_ptr<ScreenCapturer> capturer;
+    std::function<std::string()> encoderName;
     CaptureConfiguration configuration;
-    try {
-        configuration.size = X11ScreenCapturer::screenSize();
-    } catch (const CaptureError& error) {
-        report(describe(error));
-        return exitFailure;
+    if (backend == CaptureBackend::wayland) {
+        // The movie takes the shared stream's own size.
+        WaylandScreenCapturer::Options options;
+        options.restoreToken = readRestoreToken();
+        options.restoreTokenChanged = writeRestoreToken;
+        auto wayland = std::make_unique<WaylandScreenCapturer>(options);
+        encoderName = [w = wayland.get()] { return w->encoderName(); };
+        capturer = std::move(wayland);
+    } else {
+        try {
+            configuration.size = X11ScreenCapturer::screenSize();
+        } catch (const CaptureError& error) {
+            report(describe(error));
+            return exitFailure;
+        }
+        auto x11 = std::make_unique<X11ScreenCapturer>();
+        encoderName = [x = x11.get()] { return x->encoderName(); };
+        capturer = std::move(x11);
     }
     configuration.outputURL =
         std::filesystem::temp_directory_path() / ("take-" + Uuid::random().toString() + ".mov");
@@ -104,20 +163,30 @@ int runRecord(const std::vector<std::string>& args) {
         return exitInterrupted;
     }
     try {
-        capturer.start(configuration);
+        capturer->start(configuration);
     } catch (const CaptureError& error) {
         report(describe(error));
         return exitFailure;
     }
     const bool terminal = ::isatty(STDERR_FILENO) != 0;
-    std::cerr << (countdown >= 1 ? "\n" : "") << "Recording " << static_cast<int>(configuration.size.width)
-              << "×" << static_cast<int>(configuration.size.height) << " at 60 fps into "
-              << configuration.outputURL.string() << " (" << capturer.encoderName() << "); "
+    const std::string size = configuration.size.width > 0
+                                 ? std::to_string(static_cast<int>(configuration.size.width)) + "×" +
+                                       std::to_string(static_cast<int>(configuration.size.height))
+                                 : std::string("the shared screen");
+    std::cerr << (countdown >= 1 ? "\n" : "") << "Recording " << size << " at 60 fps into "
+              << configuration.outputURL.string() << " (" << encoderName() << "); "
               << (seconds > 0
                       ? "it stops after " + std::to_string(static_cast<int>(seconds)) + " s or at Ctrl-C"
                       : "Ctrl-C stops it")
               << ".\n";
-    if (capturer.telemetryAvailability() != TelemetryAvailability::full) {
+    const TelemetryAvailability telemetry = capturer->telemetryAvailability();
+    if (backend == CaptureBackend::wayland && telemetry == TelemetryAvailability::none) {
+        std::cerr
+            << "marlowick: the desktop doesn't share the pointer's position: no pointer, clicks or keys "
+               "are recorded, so zooms aren't placed.\n";
+    } else if (backend == CaptureBackend::wayland) {
+        std::cerr << "marlowick: on Wayland only pointer positions are recorded, no clicks or keys.\n";
+    } else if (telemetry != TelemetryAvailability::full) {
         std::cerr << "marlowick: the X server has no RECORD extension: only pointer positions are recorded, "
                      "no clicks or keys.\n";
     }
@@ -132,13 +201,13 @@ int runRecord(const std::vector<std::string>& args) {
         if (seconds > 0 && elapsed >= seconds) {
             break;
         }
-        if ((interruption = capturer.interruption())) {
+        if ((interruption = capturer->interruption())) {
             break;
         }
-        printWarnings(capturer);
+        printWarnings(*capturer);
         if (terminal && now - shown >= std::chrono::milliseconds(250)) {
             shown = now;
-            const CaptureStatistics statistics = capturer.statistics();
+            const CaptureStatistics statistics = capturer->statistics();
             char line[120];
             std::snprintf(line, sizeof line, "\r● %d:%02d  %lld frames, %lld dropped   ",
                           static_cast<int>(elapsed) / 60, static_cast<int>(elapsed) % 60,
@@ -157,13 +226,13 @@ int runRecord(const std::vector<std::string>& args) {
     std::cerr << "Finishing the movie…\n";
     Recording recording;
     try {
-        recording = capturer.stop();
+        recording = capturer->stop();
     } catch (const CaptureError& error) {
         report(describe(error) + " The partial movie stays at " + configuration.outputURL.string());
         return exitFailure;
     }
-    printWarnings(capturer);
-    const CaptureStatistics statistics = capturer.statistics();
+    printWarnings(*capturer);
+    const CaptureStatistics statistics = capturer->statistics();
 
     std::size_t clicks = 0;
     std::size_t keys = 0;

@@ -2,6 +2,8 @@
 // opens straight into the editor. With --screenshot it plays the package for N seconds (none by default),
 // pauses, saves a picture of the window at PATH and quits: the demo's look at the editor.
 
+#include "capture/CaptureBackend.h"
+#include "capture/WaylandScreenCapturer.h"
 #include "capture/X11ScreenCapturer.h"
 #include "playback/PreviewPlayer.h"
 #include "session/EditorSession.h"
@@ -113,7 +115,19 @@ int main(int argc, char** argv) {
     marlowick::QtFilePanels* panelsInUse = panels.get();
     marlowick::EditorSession session(
         std::move(panels), [] { return std::make_unique<marlowick::PreviewPlayer>(); },
-        [] { return std::make_unique<marlowick::X11ScreenCapturer>(); },
+        []() -> std::unique_ptr<marlowick::ScreenCapturer> {
+            if (marlowick::sessionCaptureBackend() == marlowick::CaptureBackend::wayland) {
+                // The screen-sharing portal's restore token, so that its dialog shows once; each new one
+                // replaces the last (a QSettings of its own, since it is written on the capture's thread).
+                marlowick::WaylandScreenCapturer::Options options;
+                options.restoreToken = QSettings().value("screenShareRestoreToken").toString().toStdString();
+                options.restoreTokenChanged = [](const std::string& token) {
+                    QSettings().setValue("screenShareRestoreToken", QString::fromStdString(token));
+                };
+                return std::make_unique<marlowick::WaylandScreenCapturer>(options);
+            }
+            return std::make_unique<marlowick::X11ScreenCapturer>();
+        },
         std::make_unique<marlowick::QtScreenInfo>());
     marlowick::MainWindow window(session);
     panelsInUse->setParent(&window);

@@ -54,6 +54,11 @@ std::string describeCapture(const CaptureError& e) {
     switch (e.kind()) {
     case CaptureErrorKind::captureUnavailable:
         return std::string("Screen capture unavailable: ") + e.what();
+    case CaptureErrorKind::permissionDenied:
+        return "The desktop didn't share the screen: its screen-sharing dialog was cancelled, or screen "
+               "sharing is turned off for Marlowick in the desktop's privacy settings. Record again and "
+               "choose "
+               "the screen to share in the dialog.";
     case CaptureErrorKind::writerFailed:
         return std::string("Recording failed: ") + e.what();
     case CaptureErrorKind::microphoneDenied:
@@ -64,8 +69,8 @@ std::string describeCapture(const CaptureError& e) {
         return "No sound server answers, so the microphone can't be recorded. Start PulseAudio (Debian's "
                "pulseaudio package) or PipeWire's PulseAudio service (pipewire-pulse), then try again.";
     case CaptureErrorKind::noDisplayAvailable:
-        return "No display available to capture. Run Marlowick in an X11 session, or set DISPLAY to the X "
-               "display to record (Wayland sessions can't be recorded yet).";
+        return "No display available to capture. Run Marlowick in an X11 or Wayland session, or set DISPLAY "
+               "to the X display to record.";
     case CaptureErrorKind::alreadyRecording:
         return "Already recording.";
     case CaptureErrorKind::notRecording:

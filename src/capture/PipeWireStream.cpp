@@ -1,0 +1,461 @@
+#include "capture/PipeWireStream.h"
+
+#include "capture/CaptureError.h"
+#include "capture/MonotonicClock.h"
+
+#include <pipewire/pipewire.h>
+#include <spa/buffer/meta.h>
+#include <spa/param/video/format-utils.h>
+#include <spa/pod/builder.h>
+
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+#include <unistd.h>
+#include <vector>
+
+namespace marlowick {
+
+namespace {
+
+// Room for the cursor's metadata with a bitmap of up to 256 × 256 pixels: the producer fills the bitmap
+// too, and refuses metadata too small for its cursor.
+constexpr std::uint32_t cursorMetaSize(std::uint32_t side) {
+    return static_cast<std::uint32_t>(sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap)) + side * side * 4;
+}
+
+void initialisePipeWire() {
+    static std::once_flag once;
+    std::call_once(once, [] { pw_init(nullptr, nullptr); });
+}
+
+const spa_pod* enumFormat(spa_pod_builder& b) {
+    spa_pod_frame object{};
+    spa_pod_frame choice{};
+    spa_pod_builder_push_object(&b, &object, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat);
+    spa_pod_builder_prop(&b, SPA_FORMAT_mediaType, 0);
+    spa_pod_builder_id(&b, SPA_MEDIA_TYPE_video);
+    spa_pod_builder_prop(&b, SPA_FORMAT_mediaSubtype, 0);
+    spa_pod_builder_id(&b, SPA_MEDIA_SUBTYPE_raw);
+    spa_pod_builder_prop(&b, SPA_FORMAT_VIDEO_format, 0);
+    spa_pod_builder_push_choice(&b, &choice, SPA_CHOICE_Enum, 0);
+    for (const spa_video_format format : {SPA_VIDEO_FORMAT_BGRx, SPA_VIDEO_FORMAT_BGRx, SPA_VIDEO_FORMAT_BGRA,
+                                          SPA_VIDEO_FORMAT_RGBx, SPA_VIDEO_FORMAT_RGBA}) {
+        spa_pod_builder_id(&b, format);
+    }
+    spa_pod_builder_pop(&b, &choice);
+    spa_pod_builder_prop(&b, SPA_FORMAT_VIDEO_size, 0);
+    spa_pod_builder_push_choice(&b, &choice, SPA_CHOICE_Range, 0);
+    spa_pod_builder_rectangle(&b, 1920, 1080);
+    spa_pod_builder_rectangle(&b, 1, 1);
+    spa_pod_builder_rectangle(&b, 16384, 16384);
+    spa_pod_builder_pop(&b, &choice);
+    spa_pod_builder_prop(&b, SPA_FORMAT_VIDEO_framerate, 0);
+    spa_pod_builder_push_choice(&b, &choice, SPA_CHOICE_Range, 0);
+    spa_pod_builder_fraction(&b, 60, 1);
+    spa_pod_builder_fraction(&b, 0, 1);
+    spa_pod_builder_fraction(&b, 360, 1);
+    spa_pod_builder_pop(&b, &choice);
+    return static_cast<const spa_pod*>(spa_pod_builder_pop(&b, &object));
+}
+
+const spa_pod* bufferParams(spa_pod_builder& b) {
+    spa_pod_frame object{};
+    spa_pod_frame choice{};
+    spa_pod_builder_push_object(&b, &object, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers);
+    // Shared memory only: the pictures are read by the processor, and a mapped DMA-BUF would be slow to
+    // read where it is not refused outright.
+    spa_pod_builder_prop(&b, SPA_PARAM_BUFFERS_dataType, 0);
+    spa_pod_builder_push_choice(&b, &choice, SPA_CHOICE_Flags, 0);
+    spa_pod_builder_int(&b, (1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_MemFd));
+    spa_pod_builder_pop(&b, &choice);
+    return static_cast<const spa_pod*>(spa_pod_builder_pop(&b, &object));
+}
+
+const spa_pod* metaParam(spa_pod_builder& b, spa_meta_type type, std::uint32_t size, std::uint32_t largest) {
+    spa_pod_frame object{};
+    spa_pod_frame choice{};
+    spa_pod_builder_push_object(&b, &object, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta);
+    spa_pod_builder_prop(&b, SPA_PARAM_META_type, 0);
+    spa_pod_builder_id(&b, type);
+    spa_pod_builder_prop(&b, SPA_PARAM_META_size, 0);
+    if (largest > size) {
+        spa_pod_builder_push_choice(&b, &choice, SPA_CHOICE_Range, 0);
+        spa_pod_builder_int(&b, static_cast<std::int32_t>(largest));
+        spa_pod_builder_int(&b, static_cast<std::int32_t>(size));
+        spa_pod_builder_int(&b, static_cast<std::int32_t>(largest));
+        spa_pod_builder_pop(&b, &choice);
+    } else {
+        spa_pod_builder_int(&b, static_cast<std::int32_t>(size));
+    }
+    return static_cast<const spa_pod*>(spa_pod_builder_pop(&b, &object));
+}
+
+} // namespace
+
+struct PipeWireStream::State {
+    Handler handler;
+    std::uint32_t target = SPA_ID_INVALID;
+    pw_thread_loop* loop = nullptr;
+    pw_context* context = nullptr;
+    pw_core* core = nullptr;
+    pw_registry* registry = nullptr;
+    pw_stream* stream = nullptr;
+    spa_hook coreListener{};
+    spa_hook registryListener{};
+    spa_hook streamListener{};
+
+    // Guarded by the loop's lock (held by the loop's thread while it calls back).
+    std::optional<spa_video_info_raw> format;
+    bool cursorMetadata = false;
+    bool buffersAdded = false;
+    std::optional<std::string> endedWhy;
+    bool stopped = false;
+
+    // The loop's thread only.
+    std::vector<std::uint8_t> swapped; // a picture with red and blue exchanged
+    std::optional<Point> lastCursor;
+    std::optional<std::uint64_t> lastSequence;
+
+    void end(const std::string& why) {
+        if (endedWhy || stopped) {
+            return;
+        }
+        endedWhy = why;
+        pw_thread_loop_signal(loop, false);
+        if (handler.ended) {
+            handler.ended(why);
+        }
+    }
+
+    void process();
+    void formatChanged(const spa_pod* param);
+};
+
+void PipeWireStream::State::formatChanged(const spa_pod* param) {
+    if (param == nullptr) {
+        format.reset();
+        return;
+    }
+    std::uint32_t mediaType = 0;
+    std::uint32_t mediaSubtype = 0;
+    if (spa_format_parse(param, &mediaType, &mediaSubtype) < 0 || mediaType != SPA_MEDIA_TYPE_video ||
+        mediaSubtype != SPA_MEDIA_SUBTYPE_raw) {
+        return;
+    }
+    spa_video_info_raw info{};
+    if (spa_format_video_raw_parse(param, &info) < 0) {
+        return;
+    }
+    format = info;
+
+    std::uint8_t memory[1024];
+    spa_pod_builder b{};
+    spa_pod_builder_init(&b, memory, sizeof memory);
+    const spa_pod* params[] = {
+        bufferParams(b),
+        metaParam(b, SPA_META_Header, sizeof(spa_meta_header), 0),
+        metaParam(b, SPA_META_Cursor, cursorMetaSize(64), cursorMetaSize(256)),
+    };
+    pw_stream_update_params(stream, params, 3);
+    pw_thread_loop_signal(loop, false);
+}
+
+void PipeWireStream::State::process() {
+    // Only the newest picture matters: older ones waiting go back at once.
+    pw_buffer* newest = nullptr;
+    std::int64_t passedOver = 0;
+    while (pw_buffer* next = pw_stream_dequeue_buffer(stream)) {
+        if (newest != nullptr) {
+            pw_stream_queue_buffer(stream, newest);
+            ++passedOver;
+        }
+        newest = next;
+    }
+    if (newest == nullptr || stopped || endedWhy) {
+        if (newest != nullptr) {
+            pw_stream_queue_buffer(stream, newest);
+        }
+        return;
+    }
+    spa_buffer* buffer = newest->buffer;
+
+    double time = 0;
+    const auto* header = static_cast<const spa_meta_header*>(
+        spa_buffer_find_meta_data(buffer, SPA_META_Header, sizeof(spa_meta_header)));
+    const bool corrupted = header != nullptr && (header->flags & SPA_META_HEADER_FLAG_CORRUPTED) != 0;
+    if (header != nullptr && header->pts > 0) {
+        time = static_cast<double>(header->pts) / 1e9;
+    } else {
+        pw_time now{};
+        if (pw_stream_get_time_n(stream, &now, sizeof now) == 0 && now.now > 0) {
+            time = static_cast<double>(now.now) / 1e9;
+        } else {
+            time = monotonicSeconds();
+        }
+    }
+    if (header != nullptr) {
+        if (lastSequence && header->seq > *lastSequence + 1) {
+            passedOver = static_cast<std::int64_t>(header->seq - *lastSequence - 1);
+        }
+        lastSequence = header->seq;
+    }
+    if (passedOver > 0 && handler.missed) {
+        handler.missed(passedOver, time);
+    }
+
+    // The pointer may move in a buffer without a picture: the producer sends those when only it moved.
+    const auto* cursor = static_cast<const spa_meta_cursor*>(
+        spa_buffer_find_meta_data(buffer, SPA_META_Cursor, sizeof(spa_meta_cursor)));
+    if (cursor != nullptr && spa_meta_cursor_is_valid(cursor)) {
+        const Point position{static_cast<double>(cursor->position.x),
+                             static_cast<double>(cursor->position.y)};
+        if (lastCursor != position) {
+            lastCursor = position;
+            if (handler.cursor) {
+                handler.cursor(time, position);
+            }
+        }
+    }
+
+    const spa_data& data = buffer->datas[0];
+    if (!corrupted && format && data.data != nullptr && data.chunk != nullptr && data.chunk->size > 0 &&
+        (data.chunk->flags & SPA_CHUNK_FLAG_CORRUPTED) == 0) {
+        const int width = static_cast<int>(format->size.width);
+        const int height = static_cast<int>(format->size.height);
+        const int stride = data.chunk->stride > 0 ? data.chunk->stride : width * 4;
+        const std::uint64_t needed = static_cast<std::uint64_t>(data.chunk->offset) +
+                                     static_cast<std::uint64_t>(stride) * static_cast<std::uint64_t>(height);
+        if (width > 0 && height > 0 && stride >= width * 4 && needed <= data.maxsize) {
+            const auto* pixels = static_cast<const std::uint8_t*>(data.data) + data.chunk->offset;
+            if (format->format == SPA_VIDEO_FORMAT_RGBx || format->format == SPA_VIDEO_FORMAT_RGBA) {
+                swapped.resize(static_cast<std::size_t>(width) * height * 4);
+                for (int y = 0; y < height; ++y) {
+                    const std::uint8_t* from = pixels + static_cast<std::ptrdiff_t>(y) * stride;
+                    std::uint8_t* to = swapped.data() + static_cast<std::ptrdiff_t>(y) * width * 4;
+                    for (int x = 0; x < width; ++x, from += 4, to += 4) {
+                        to[0] = from[2];
+                        to[1] = from[1];
+                        to[2] = from[0];
+                        to[3] = from[3];
+                    }
+                }
+                if (handler.picture) {
+                    handler.picture(swapped.data(), width * 4, width, height, time);
+                }
+            } else if (handler.picture) {
+                handler.picture(pixels, stride, width, height, time);
+            }
+        }
+    }
+    pw_stream_queue_buffer(stream, newest);
+}
+
+PipeWireStream::PipeWireStream(Remote remote, std::uint32_t targetNode, Handler handler)
+    : m_state(std::make_unique<State>()) {
+    initialisePipeWire();
+    State* s = m_state.get();
+    s->handler = std::move(handler);
+    s->target = targetNode;
+    s->loop = pw_thread_loop_new("marlowick-screen", nullptr);
+    if (s->loop == nullptr) {
+        if (remote.fd >= 0) {
+            ::close(remote.fd);
+        }
+        throw CaptureError(CaptureError::Kind::captureUnavailable, "PipeWire's loop could not be made");
+    }
+    s->context = pw_context_new(pw_thread_loop_get_loop(s->loop), nullptr, 0);
+    if (s->context == nullptr || pw_thread_loop_start(s->loop) < 0) {
+        if (remote.fd >= 0) {
+            ::close(remote.fd);
+        }
+        const std::string why = "PipeWire's context could not be made";
+        stop();
+        throw CaptureError(CaptureError::Kind::captureUnavailable, why);
+    }
+
+    pw_thread_loop_lock(s->loop);
+    if (remote.fd >= 0) {
+        s->core = pw_context_connect_fd(s->context, remote.fd, nullptr, 0);
+    } else {
+        pw_properties* properties = pw_properties_new(
+            PW_KEY_REMOTE_NAME, remote.name.empty() ? "pipewire-0" : remote.name.c_str(), nullptr);
+        s->core = pw_context_connect(s->context, properties, 0);
+    }
+    if (s->core == nullptr) {
+        const std::string why = std::string("no PipeWire daemon answers (") + std::strerror(errno) +
+                                "); install and start pipewire (Debian's pipewire package)";
+        pw_thread_loop_unlock(s->loop);
+        stop();
+        throw CaptureError(CaptureError::Kind::captureUnavailable, why);
+    }
+
+    static const pw_core_events coreEvents = [] {
+        pw_core_events events{};
+        events.version = PW_VERSION_CORE_EVENTS;
+        events.error = [](void* data, std::uint32_t id, int, int res, const char* message) {
+            if (id == PW_ID_CORE && res == -EPIPE) {
+                static_cast<State*>(data)->end(std::string("the connection to PipeWire closed (") +
+                                               (message != nullptr ? message : "") + ")");
+            }
+        };
+        return events;
+    }();
+    pw_core_add_listener(s->core, &s->coreListener, &coreEvents, s);
+
+    static const pw_registry_events registryEvents = [] {
+        pw_registry_events events{};
+        events.version = PW_VERSION_REGISTRY_EVENTS;
+        events.global_remove = [](void* data, std::uint32_t id) {
+            auto* state = static_cast<State*>(data);
+            if (id == state->target) {
+                state->end("the shared screen's stream was closed");
+            }
+        };
+        return events;
+    }();
+    s->registry = pw_core_get_registry(s->core, PW_VERSION_REGISTRY, 0);
+    pw_registry_add_listener(s->registry, &s->registryListener, &registryEvents, s);
+
+    pw_properties* properties =
+        pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY, "Capture", PW_KEY_MEDIA_ROLE,
+                          "Screen", PW_KEY_NODE_NAME, "marlowick-screen", nullptr);
+    pw_properties_setf(properties, PW_KEY_TARGET_OBJECT, "%u", targetNode);
+    s->stream = pw_stream_new(s->core, "marlowick-screen", properties);
+    if (s->stream == nullptr) {
+        const std::string why = std::string("PipeWire refused the stream (") + std::strerror(errno) + ")";
+        pw_thread_loop_unlock(s->loop);
+        stop();
+        throw CaptureError(CaptureError::Kind::captureUnavailable, why);
+    }
+    static const pw_stream_events streamEvents = [] {
+        pw_stream_events events{};
+        events.version = PW_VERSION_STREAM_EVENTS;
+        events.state_changed = [](void* data, pw_stream_state, pw_stream_state state, const char* error) {
+            auto* st = static_cast<State*>(data);
+            if (state == PW_STREAM_STATE_ERROR) {
+                st->end(std::string("the screen's stream failed (") + (error != nullptr ? error : "") + ")");
+            } else if (state == PW_STREAM_STATE_UNCONNECTED) {
+                st->end("the screen's stream was disconnected");
+            }
+            pw_thread_loop_signal(st->loop, false);
+        };
+        events.param_changed = [](void* data, std::uint32_t id, const spa_pod* param) {
+            if (id == SPA_PARAM_Format) {
+                static_cast<State*>(data)->formatChanged(param);
+            }
+        };
+        events.add_buffer = [](void* data, pw_buffer* buffer) {
+            auto* st = static_cast<State*>(data);
+            st->buffersAdded = true;
+            if (spa_buffer_find_meta(buffer->buffer, SPA_META_Cursor) != nullptr) {
+                st->cursorMetadata = true;
+            }
+            pw_thread_loop_signal(st->loop, false);
+        };
+        events.process = [](void* data) { static_cast<State*>(data)->process(); };
+        return events;
+    }();
+    pw_stream_add_listener(s->stream, &s->streamListener, &streamEvents, s);
+
+    std::uint8_t memory[1024];
+    spa_pod_builder b{};
+    spa_pod_builder_init(&b, memory, sizeof memory);
+    const spa_pod* params[] = {enumFormat(b)};
+    const int connected = pw_stream_connect(
+        s->stream, PW_DIRECTION_INPUT, PW_ID_ANY,
+        static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS), params, 1);
+    pw_thread_loop_unlock(s->loop);
+    if (connected < 0) {
+        const std::string why =
+            std::string("PipeWire refused the stream (") + std::strerror(-connected) + ")";
+        stop();
+        throw CaptureError(CaptureError::Kind::captureUnavailable, why);
+    }
+}
+
+PipeWireStream::~PipeWireStream() {
+    stop();
+}
+
+std::uint32_t PipeWireStream::nodeId() const {
+    State* s = m_state.get();
+    if (s->loop == nullptr) {
+        return SPA_ID_INVALID;
+    }
+    pw_thread_loop_lock(s->loop);
+    const double deadline = monotonicSeconds() + 5;
+    std::uint32_t id = SPA_ID_INVALID;
+    while (s->stream != nullptr && (id = pw_stream_get_node_id(s->stream)) == SPA_ID_INVALID &&
+           !s->endedWhy && monotonicSeconds() < deadline) {
+        pw_thread_loop_timed_wait(s->loop, 1);
+    }
+    pw_thread_loop_unlock(s->loop);
+    return id;
+}
+
+Size PipeWireStream::waitForFormat(double seconds) {
+    State* s = m_state.get();
+    pw_thread_loop_lock(s->loop);
+    const double deadline = monotonicSeconds() + seconds;
+    while ((!s->format || !s->buffersAdded) && !s->endedWhy && !s->stopped && monotonicSeconds() < deadline) {
+        pw_thread_loop_timed_wait(s->loop, 1);
+    }
+    const bool agreed = s->format.has_value() && s->buffersAdded;
+    const Size size =
+        agreed ? Size{static_cast<double>(s->format->size.width), static_cast<double>(s->format->size.height)}
+               : Size{};
+    const std::optional<std::string> ended = s->endedWhy;
+    pw_thread_loop_unlock(s->loop);
+    if (!agreed) {
+        throw CaptureError(CaptureError::Kind::captureUnavailable,
+                           ended ? *ended : "the shared screen's stream sent no pictures");
+    }
+    return size;
+}
+
+bool PipeWireStream::hasCursorMetadata() const {
+    State* s = m_state.get();
+    pw_thread_loop_lock(s->loop);
+    bool found = false;
+    if (s->stream != nullptr) {
+        found = s->cursorMetadata; // the agreed metadata shows in the buffers
+    }
+    pw_thread_loop_unlock(s->loop);
+    return found;
+}
+
+void PipeWireStream::stop() {
+    State* s = m_state.get();
+    if (s->loop == nullptr) {
+        return;
+    }
+    pw_thread_loop_lock(s->loop);
+    s->stopped = true;
+    if (s->stream != nullptr) {
+        spa_hook_remove(&s->streamListener);
+        pw_stream_disconnect(s->stream);
+        pw_stream_destroy(s->stream);
+        s->stream = nullptr;
+    }
+    if (s->registry != nullptr) {
+        spa_hook_remove(&s->registryListener);
+        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(s->registry));
+        s->registry = nullptr;
+    }
+    if (s->core != nullptr) {
+        spa_hook_remove(&s->coreListener);
+        pw_core_disconnect(s->core);
+        s->core = nullptr;
+    }
+    pw_thread_loop_unlock(s->loop);
+    pw_thread_loop_stop(s->loop);
+    if (s->context != nullptr) {
+        pw_context_destroy(s->context);
+        s->context = nullptr;
+    }
+    pw_thread_loop_destroy(s->loop);
+    s->loop = nullptr;
+}
+
+} // namespace marlowick

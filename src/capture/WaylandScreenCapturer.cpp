@@ -1,0 +1,194 @@
+#include "capture/WaylandScreenCapturer.h"
+
+#include "capture/RecordingSink.h"
+#include "capture/ScreenCastRecorder.h"
+#include "capture/SoundSource.h"
+
+#include <unistd.h>
+
+namespace marlowick {
+
+struct WaylandScreenCapturer::Capture {
+    std::unique_ptr<SoundSource> systemAudio;
+    std::unique_ptr<SoundSource> microphone;
+    std::unique_ptr<ScreenCastRecorder> recorder;
+};
+
+WaylandScreenCapturer::WaylandScreenCapturer(Options options)
+    : m_options(std::move(options))
+    , m_portal(m_options.portal)
+    , m_restoreToken(m_options.restoreToken) {}
+
+WaylandScreenCapturer::~WaylandScreenCapturer() {
+    std::unique_ptr<Capture> capture;
+    {
+        std::lock_guard lock(m_lock);
+        capture = std::move(m_capture);
+    }
+    if (capture) {
+        // The sound stops first; the recorder still leaves a complete movie behind.
+        capture->systemAudio.reset();
+        capture->microphone.reset();
+        capture->recorder.reset();
+    }
+    m_portal.close();
+}
+
+TelemetryAvailability WaylandScreenCapturer::telemetryAvailability() const {
+    std::optional<bool> cursor;
+    {
+        std::lock_guard lock(m_lock);
+        cursor = m_capture ? m_capture->recorder->hasCursorMetadata() : m_cursorMetadata;
+    }
+    if (!cursor) {
+        // The portal tells without a dialog; asked on a portal of its own, since this may run on any thread.
+        try {
+            ScreenCastPortal portal(m_options.portal);
+            cursor = portal.offersCursorMetadata();
+        } catch (const CaptureError&) {
+            cursor = false;
+        }
+    }
+    return *cursor ? TelemetryAvailability::positionOnly : TelemetryAvailability::none;
+}
+
+void WaylandScreenCapturer::start(const CaptureConfiguration& configuration) {
+    std::string token;
+    {
+        std::lock_guard lock(m_lock);
+        if (m_capture) {
+            throw CaptureError(CaptureError::Kind::alreadyRecording);
+        }
+        token = m_restoreToken;
+    }
+    const ScreenCastPortal::Share share = m_portal.open(token);
+    if (!share.restoreToken.empty()) {
+        {
+            std::lock_guard lock(m_lock);
+            m_restoreToken = share.restoreToken;
+        }
+        if (m_options.restoreTokenChanged) {
+            m_options.restoreTokenChanged(share.restoreToken);
+        }
+    }
+
+    auto capture = std::make_unique<Capture>();
+    Capture* c = capture.get();
+    bool handedOver = false; // the recorder's stream owns the connection from then on
+    try {
+        if (configuration.capturesMicrophone) {
+            capture->microphone = std::make_unique<SoundSource>(
+                SoundSource::Kind::microphone, m_options.soundServer,
+                [c](const float* samples, int frames, double time) {
+                    c->recorder->sink().appendAudio(RecordingSink::Output::microphone, samples, frames, time);
+                },
+                [this](const std::string& message) { warn(message); });
+        }
+        if (configuration.capturesAudio) {
+            try {
+                capture->systemAudio = std::make_unique<SoundSource>(
+                    SoundSource::Kind::systemAudio, m_options.soundServer,
+                    [c](const float* samples, int frames, double time) {
+                        c->recorder->sink().appendAudio(RecordingSink::Output::audio, samples, frames, time);
+                    },
+                    [this](const std::string& message) { warn(message); });
+            } catch (const CaptureError& error) {
+                // The track is still made, silent: the system's sound is a nicety, the picture is the take.
+                warn(std::string(error.what()) + "; the take has no system sound.");
+            }
+        }
+        ScreenCastRecorder::Options recorderOptions;
+        recorderOptions.minimumFreeBytes = m_options.minimumFreeBytes;
+        recorderOptions.allowHardware = m_options.allowHardware;
+        recorderOptions.connected = m_options.connected;
+        handedOver = true;
+        capture->recorder = std::make_unique<ScreenCastRecorder>(PipeWireStream::Remote{share.fd, {}},
+                                                                 share.node, configuration, recorderOptions);
+    } catch (...) {
+        if (!handedOver) {
+            ::close(share.fd);
+        }
+        capture.reset();
+        m_portal.close();
+        throw;
+    }
+    if (capture->systemAudio) {
+        capture->systemAudio->start();
+    }
+    if (capture->microphone) {
+        capture->microphone->start();
+    }
+    std::lock_guard lock(m_lock);
+    m_cursorMetadata = capture->recorder->hasCursorMetadata();
+    m_capture = std::move(capture);
+}
+
+Recording WaylandScreenCapturer::stop() {
+    Capture* c = nullptr;
+    {
+        std::lock_guard lock(m_lock);
+        if (!m_capture) {
+            throw CaptureError(CaptureError::Kind::notRecording);
+        }
+        c = m_capture.get();
+    }
+    if (c->systemAudio) {
+        c->systemAudio->stop();
+    }
+    if (c->microphone) {
+        c->microphone->stop();
+    }
+    std::optional<Recording> recording;
+    std::optional<CaptureError> failure;
+    try {
+        recording = c->recorder->stop();
+    } catch (const CaptureError& error) {
+        failure = error;
+    }
+    m_portal.close();
+    for (std::string& message : c->recorder->sink().takeWarnings()) {
+        warn(message);
+    }
+    std::unique_ptr<Capture> ended;
+    {
+        std::lock_guard lock(m_lock);
+        m_lastStatistics = c->recorder->statistics();
+        ended = std::move(m_capture);
+    }
+    if (failure) {
+        throw *failure;
+    }
+    return *recording;
+}
+
+std::optional<CaptureError> WaylandScreenCapturer::interruption() const {
+    std::lock_guard lock(m_lock);
+    return m_capture ? m_capture->recorder->interruption() : std::nullopt;
+}
+
+std::vector<std::string> WaylandScreenCapturer::takeWarnings() {
+    std::lock_guard lock(m_lock);
+    return std::exchange(m_warnings, {});
+}
+
+CaptureStatistics WaylandScreenCapturer::statistics() const {
+    std::lock_guard lock(m_lock);
+    return m_capture ? m_capture->recorder->statistics() : m_lastStatistics;
+}
+
+std::string WaylandScreenCapturer::restoreToken() const {
+    std::lock_guard lock(m_lock);
+    return m_restoreToken;
+}
+
+std::string WaylandScreenCapturer::encoderName() const {
+    std::lock_guard lock(m_lock);
+    return m_capture ? m_capture->recorder->sink().encoderName() : std::string();
+}
+
+void WaylandScreenCapturer::warn(const std::string& message) {
+    std::lock_guard lock(m_lock);
+    m_warnings.push_back(message);
+}
+
+} // namespace marlowick

@@ -1,0 +1,130 @@
+// Asking for the screen through a fake screen-sharing portal on a private session bus: the calls and
+// their order, the options they carry, the restore token handed back and given again, a cancelled dialog,
+// and a bus with no portal or no bus at all.
+
+#include "capture/ScreenCastPortal.h"
+#include "capture/CaptureError.h"
+#include "support/PortalBus.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <sys/stat.h>
+
+using namespace marlowick;
+using namespace marlowick::test;
+
+namespace {
+
+std::vector<nlohmann::json> parsed(const std::vector<std::string>& lines) {
+    std::vector<nlohmann::json> calls;
+    for (const std::string& line : lines) {
+        calls.push_back(nlohmann::json::parse(line));
+    }
+    return calls;
+}
+
+std::vector<std::string> methods(const std::vector<nlohmann::json>& calls) {
+    std::vector<std::string> names;
+    for (const nlohmann::json& call : calls) {
+        names.push_back(call["method"]);
+    }
+    return names;
+}
+
+Prerequisite fakePortal(bool started) {
+    return {started, "the fake screen-sharing portal (Python with D-Bus and GLib)",
+            "the Debian packages python3-dbus and python3-gi"};
+}
+
+} // namespace
+
+TEST(ScreenCastPortal, RunsTheFlowInOrderAndKeepsEachNewRestoreToken) {
+    PortalBus bus;
+    MARLOWICK_REQUIRE(sessionBus(bus));
+    MARLOWICK_REQUIRE(fakePortal(bus.startPortal()));
+    ScreenCastPortal portal({bus.address(), 10});
+
+    const ScreenCastPortal::Share first = portal.open("");
+    EXPECT_EQ(first.node, 57u);
+    EXPECT_EQ(first.size, (Size{320, 240}));
+    EXPECT_TRUE(first.cursorMetadata);
+    EXPECT_EQ(first.restoreToken, "token-1");
+    struct stat status {};
+    EXPECT_EQ(fstat(first.fd, &status), 0) << "the PipeWire connection isn't open";
+    ::close(first.fd);
+    portal.close();
+
+    std::vector<nlohmann::json> calls = parsed(bus.calls());
+    EXPECT_EQ(methods(calls), (std::vector<std::string>{"CreateSession", "SelectSources", "Start",
+                                                        "OpenPipeWireRemote", "Close"}));
+    const nlohmann::json& selected = calls.at(1)["options"];
+    EXPECT_EQ(selected["types"], 1);        // a monitor
+    EXPECT_EQ(selected["cursor_mode"], 4);  // the pointer as metadata
+    EXPECT_EQ(selected["persist_mode"], 2); // until revoked
+    EXPECT_EQ(selected["multiple"], false);
+    EXPECT_FALSE(selected.contains("restore_token"));
+
+    // The next start gives the token back, and gets a new one: each is good for one start.
+    const ScreenCastPortal::Share second = portal.open(first.restoreToken);
+    ::close(second.fd);
+    EXPECT_EQ(second.restoreToken, "token-2");
+    calls = parsed(bus.calls());
+    ASSERT_EQ(calls.size(), 9u);
+    EXPECT_EQ(calls.at(6)["method"], "SelectSources");
+    EXPECT_EQ(calls.at(6)["options"]["restore_token"], "token-1");
+}
+
+TEST(ScreenCastPortal, HidesThePointerWhereNoMetadataIsOfferedAndPersistsOnlyWhereItCan) {
+    PortalBus bus;
+    MARLOWICK_REQUIRE(sessionBus(bus));
+    MARLOWICK_REQUIRE(fakePortal(bus.startPortal({"--cursor-modes", "3", "--version", "3"})));
+    ScreenCastPortal portal({bus.address(), 10});
+    const ScreenCastPortal::Share share = portal.open("token-9");
+    ::close(share.fd);
+    EXPECT_FALSE(share.cursorMetadata);
+    const std::vector<nlohmann::json> calls = parsed(bus.calls());
+    const nlohmann::json& selected = calls.at(1)["options"];
+    EXPECT_EQ(selected["cursor_mode"], 1); // hidden: the picture never holds the pointer
+    EXPECT_FALSE(selected.contains("persist_mode"));
+    EXPECT_FALSE(selected.contains("restore_token"));
+}
+
+TEST(ScreenCastPortal, ACancelledDialogIsPermissionDeniedAndClosesTheSession) {
+    PortalBus bus;
+    MARLOWICK_REQUIRE(sessionBus(bus));
+    for (const char* method : {"SelectSources", "Start"}) {
+        SCOPED_TRACE(method);
+        MARLOWICK_REQUIRE(fakePortal(bus.startPortal({"--cancel", method})));
+        ScreenCastPortal portal({bus.address(), 10});
+        try {
+            portal.open("");
+            ADD_FAILURE() << "a cancelled dialog shared the screen";
+        } catch (const CaptureError& error) {
+            EXPECT_EQ(error.kind(), CaptureError::Kind::permissionDenied);
+        }
+        const std::vector<std::string> names = methods(parsed(bus.calls()));
+        ASSERT_FALSE(names.empty());
+        EXPECT_EQ(names.back(), "Close");
+        EXPECT_EQ(std::count(names.begin(), names.end(), "OpenPipeWireRemote"), 0);
+    }
+}
+
+TEST(ScreenCastPortal, NoPortalOrNoBusIsCaptureUnavailableNamingWhatIsMissing) {
+    PortalBus bus;
+    MARLOWICK_REQUIRE(sessionBus(bus));
+    try {
+        ScreenCastPortal({bus.address(), 10}).open("");
+        ADD_FAILURE() << "a bus without a portal shared the screen";
+    } catch (const CaptureError& error) {
+        EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
+        EXPECT_NE(std::string(error.what()).find("xdg-desktop-portal"), std::string::npos) << error.what();
+    }
+    try {
+        ScreenCastPortal({"unix:path=/nonexistent/bus", 10}).open("");
+        ADD_FAILURE() << "no bus, and yet the screen was shared";
+    } catch (const CaptureError& error) {
+        EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
+        EXPECT_NE(std::string(error.what()).find("session bus"), std::string::npos) << error.what();
+    }
+}

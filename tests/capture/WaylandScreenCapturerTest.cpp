@@ -1,0 +1,121 @@
+// The capturer on Wayland, end to end without a desktop: a fake screen-sharing portal on a private session
+// bus hands out connections to a private PipeWire daemon, where a synthetic producer shares its screen.
+// The take, the restore token kept and given again, the telemetry available, and the backend chosen by
+// the session's environment.
+
+#include "capture/WaylandScreenCapturer.h"
+#include "capture/CaptureBackend.h"
+#include "media/VideoDecoder.h"
+#include "support/PipeWireDaemon.h"
+#include "support/PortalBus.h"
+#include "support/SyntheticScreen.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+using namespace marlowick;
+using namespace marlowick::test;
+
+namespace {
+
+Prerequisite fakePortal(bool started) {
+    return {started, "the fake screen-sharing portal (Python with D-Bus and GLib)",
+            "the Debian packages python3-dbus and python3-gi"};
+}
+
+} // namespace
+
+TEST(WaylandScreenCapturer, RecordsTheSharedScreenAndKeepsEachRestoreToken) {
+    const PipeWireDaemon daemon;
+    PortalBus bus;
+    MARLOWICK_REQUIRE(pipeWire(daemon), sessionBus(bus));
+    SyntheticScreen screen(daemon.connect(), {});
+    const std::uint32_t node = screen.nodeId();
+    MARLOWICK_REQUIRE(fakePortal(
+        bus.startPortal({"--pipewire", daemon.socket().string(), "--node", std::to_string(node)})));
+    const TempDir dir;
+
+    std::vector<std::string> stored;
+    WaylandScreenCapturer::Options options;
+    options.portal = {bus.address(), 10};
+    options.soundServer = "unix:/nonexistent";
+    options.allowHardware = false;
+    options.minimumFreeBytes = 0;
+    options.restoreToken = "token-0";
+    options.restoreTokenChanged = [&](const std::string& token) { stored.push_back(token); };
+    options.connected = [&](std::uint32_t consumer) { screen.link(consumer); };
+    WaylandScreenCapturer capturer(options);
+    EXPECT_EQ(capturer.telemetryAvailability(), TelemetryAvailability::positionOnly);
+    EXPECT_THROW(capturer.stop(), CaptureError);
+
+    CaptureConfiguration configuration;
+    configuration.outputURL = dir / "take.mov";
+    configuration.frameRate = 60;
+    for (int take = 1; take <= 2; ++take) {
+        SCOPED_TRACE(take);
+        capturer.start(configuration);
+        EXPECT_EQ(capturer.telemetryAvailability(), TelemetryAvailability::positionOnly);
+        ASSERT_TRUE(screen.waitForPictures(screen.sent().size() + 30));
+        const Recording recording = capturer.stop();
+        EXPECT_FALSE(capturer.interruption());
+        EXPECT_EQ(recording.size, (Size{320, 240}));
+        EXPECT_GT(capturer.statistics().framesWritten, 20);
+        EXPECT_FALSE(recording.inputEvents.empty());
+        VideoDecoder decoder(configuration.outputURL);
+        EXPECT_EQ(decoder.width(), 320);
+    }
+    // Each start gave the token the one before it got, and each new one was handed out to be stored.
+    EXPECT_EQ(stored, (std::vector<std::string>{"token-1", "token-2"}));
+    EXPECT_EQ(capturer.restoreToken(), "token-2");
+    std::vector<std::string> given;
+    for (const std::string& line : bus.calls()) {
+        const auto at = line.find("\"restore_token\": \"");
+        if (line.find("SelectSources") != std::string::npos && at != std::string::npos) {
+            given.push_back(line.substr(at + 18, line.find('"', at + 18) - at - 18));
+        }
+    }
+    EXPECT_EQ(given, (std::vector<std::string>{"token-0", "token-1"}));
+}
+
+TEST(WaylandScreenCapturer, ACancelledDialogStartsNothingAndNoPortalMeansNoTelemetry) {
+    PortalBus bus;
+    MARLOWICK_REQUIRE(sessionBus(bus));
+    MARLOWICK_REQUIRE(fakePortal(bus.startPortal({"--cancel", "Start", "--cursor-modes", "3"})));
+    const TempDir dir;
+    WaylandScreenCapturer::Options options;
+    options.portal = {bus.address(), 10};
+    WaylandScreenCapturer capturer(options);
+    EXPECT_EQ(capturer.telemetryAvailability(), TelemetryAvailability::none); // no pointer metadata
+    CaptureConfiguration configuration;
+    configuration.outputURL = dir / "take.mov";
+    try {
+        capturer.start(configuration);
+        ADD_FAILURE() << "a cancelled dialog started a capture";
+    } catch (const CaptureError& error) {
+        EXPECT_EQ(error.kind(), CaptureError::Kind::permissionDenied);
+    }
+    EXPECT_THROW(capturer.stop(), CaptureError); // nothing runs
+    bus.stopPortal();
+    EXPECT_EQ(WaylandScreenCapturer(options).telemetryAvailability(), TelemetryAvailability::none);
+}
+
+TEST(CaptureBackend, WaylandWhereTheSessionIsOneAndX11Otherwise) {
+    const auto with = [](const char* display, const char* type) {
+        display != nullptr ? setenv("WAYLAND_DISPLAY", display, 1) : unsetenv("WAYLAND_DISPLAY");
+        type != nullptr ? setenv("XDG_SESSION_TYPE", type, 1) : unsetenv("XDG_SESSION_TYPE");
+        return sessionCaptureBackend();
+    };
+    const std::string savedDisplay = std::getenv("WAYLAND_DISPLAY") ? std::getenv("WAYLAND_DISPLAY") : "";
+    const std::string savedType = std::getenv("XDG_SESSION_TYPE") ? std::getenv("XDG_SESSION_TYPE") : "";
+    EXPECT_EQ(with("wayland-0", nullptr), CaptureBackend::wayland);
+    EXPECT_EQ(with(nullptr, "wayland"), CaptureBackend::wayland);
+    EXPECT_EQ(with("", "x11"), CaptureBackend::x11);
+    EXPECT_EQ(with(nullptr, nullptr), CaptureBackend::x11);
+    with(savedDisplay.empty() ? nullptr : savedDisplay.c_str(),
+         savedType.empty() ? nullptr : savedType.c_str());
+    EXPECT_EQ(captureBackendNamed("wayland"), CaptureBackend::wayland);
+    EXPECT_EQ(captureBackendNamed("x11"), CaptureBackend::x11);
+    EXPECT_EQ(captureBackendNamed("X11 "), std::nullopt);
+}
