@@ -2,7 +2,11 @@
 
 #include <QVector2D>
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <stdexcept>
+#include <utility>
 
 namespace marlowick {
 
@@ -42,6 +46,21 @@ void main() {
 }
 )";
 
+// Black over what lies outside the rounded rectangle, as much as the pixel lies outside it: blended over
+// an opaque frame, this is what the whole finish gives it, without reading the frame from a picture.
+const char* const cornerStage = R"(#version 330 core
+uniform vec2 size;
+uniform float radius;
+out vec4 colour;
+void main() {
+    vec2 p = gl_FragCoord.xy;
+    vec2 middle = size * 0.5;
+    vec2 q = abs(p - middle) - (middle - vec2(radius));
+    float outside = length(max(q, 0.0)) + min(max(q.x, q.y), 0.0) - radius;
+    colour = vec4(0.0, 0.0, 0.0, 1.0 - clamp(0.5 - outside, 0.0, 1.0));
+}
+)";
+
 } // namespace
 
 CanvasFinish::CanvasFinish() {
@@ -49,7 +68,85 @@ CanvasFinish::CanvasFinish() {
         !m_program.addShaderFromSourceCode(QOpenGLShader::Fragment, fragmentStage) || !m_program.link()) {
         throw std::runtime_error(m_program.log().toStdString());
     }
+    if (!m_corners.addShaderFromSourceCode(QOpenGLShader::Vertex, vertexStage) ||
+        !m_corners.addShaderFromSourceCode(QOpenGLShader::Fragment, cornerStage) || !m_corners.link()) {
+        throw std::runtime_error(m_corners.log().toStdString());
+    }
     glGenVertexArrays(1, &m_vertexArray);
+}
+
+namespace {
+
+// The side of the square at each corner that the rounding reaches.
+int cornerSide(int width, int height, double radius) {
+    return std::min(static_cast<int>(std::ceil(radius)) + 1, std::min(width, height) / 2);
+}
+
+// The corners' squares in a framebuffer of `width` × `height`, and where each lies in the store of all four.
+struct CornerPlace {
+    int x, y, storeX, storeY;
+};
+std::array<CornerPlace, 4> cornerPlaces(int width, int height, int side) {
+    return {CornerPlace{0, 0, 0, 0}, CornerPlace{width - side, 0, side, 0},
+            CornerPlace{0, height - side, 0, side}, CornerPlace{width - side, height - side, side, side}};
+}
+
+} // namespace
+
+void CanvasFinish::keepCorners(unsigned framebuffer, int width, int height, double radius) {
+    const int side = cornerSide(width, height, radius);
+    if (side <= 0) {
+        return;
+    }
+    if (!m_cornerStore || m_cornerStore->width() != 2 * side) {
+        m_cornerStore = std::make_unique<QOpenGLFramebufferObject>(
+            2 * side, 2 * side, QOpenGLFramebufferObject::NoAttachment, GL_TEXTURE_2D, GL_RGBA8);
+    }
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, framebuffer);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, m_cornerStore->handle());
+    for (const CornerPlace& c : cornerPlaces(width, height, side)) {
+        glBlitFramebuffer(c.x, c.y, c.x + side, c.y + side, c.storeX, c.storeY, c.storeX + side,
+                          c.storeY + side, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    }
+    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+}
+
+void CanvasFinish::restoreCorners(unsigned framebuffer, int width, int height, double radius) {
+    const int side = cornerSide(width, height, radius);
+    if (side <= 0 || !m_cornerStore || m_cornerStore->width() != 2 * side) {
+        return;
+    }
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, m_cornerStore->handle());
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer);
+    for (const CornerPlace& c : cornerPlaces(width, height, side)) {
+        glBlitFramebuffer(c.storeX, c.storeY, c.storeX + side, c.storeY + side, c.x, c.y, c.x + side,
+                          c.y + side, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    }
+    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+}
+
+void CanvasFinish::maskCorners(int width, int height, double radius) {
+    const int side = cornerSide(width, height, radius);
+    if (side <= 0) {
+        return;
+    }
+    glViewport(0, 0, width, height);
+    glEnable(GL_BLEND);
+    // The frame's colour fades to black; its alpha stays.
+    glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ZERO, GL_ONE);
+    m_corners.bind();
+    m_corners.setUniformValue("size", QVector2D(float(width), float(height)));
+    m_corners.setUniformValue("radius", float(radius));
+    glBindVertexArray(m_vertexArray);
+    glEnable(GL_SCISSOR_TEST);
+    for (const CornerPlace& c : cornerPlaces(width, height, side)) {
+        glScissor(c.x, c.y, side, side);
+        glDrawArrays(GL_TRIANGLES, 0, 3);
+    }
+    glDisable(GL_SCISSOR_TEST);
+    glBindVertexArray(0);
+    m_corners.release();
+    glDisable(GL_BLEND);
 }
 
 CanvasFinish::~CanvasFinish() {

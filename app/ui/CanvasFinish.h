@@ -29,10 +29,20 @@ public:
     // Draws the picture into `framebuffer`, which has the picture's size. `radius` and `square` (the side
     // of a checkerboard tile, or 0 for black behind the picture) are in pixels.
     void finish(unsigned framebuffer, double radius, double square);
+    // The same finish for an opaque frame drawn straight into the bound framebuffer of `width` × `height`:
+    // only its four corners are darkened, the rest is left as it is. A frame drawn over the last one only
+    // where it differs needs the last one's corners as they were drawn: `keepCorners` copies them aside
+    // before they are darkened, and `restoreCorners` puts them back before the next frame is drawn. Both
+    // leave `framebuffer` bound.
+    void keepCorners(unsigned framebuffer, int width, int height, double radius);
+    void restoreCorners(unsigned framebuffer, int width, int height, double radius);
+    void maskCorners(int width, int height, double radius);
 
 private:
     QOpenGLShaderProgram m_program;
+    QOpenGLShaderProgram m_corners;
     std::unique_ptr<QOpenGLFramebufferObject> m_picture;
+    std::unique_ptr<QOpenGLFramebufferObject> m_cornerStore; // the four corners, undarkened, side by side
     unsigned m_vertexArray = 0;
 };
 

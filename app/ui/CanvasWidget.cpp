@@ -27,6 +27,8 @@ CanvasWidget::CanvasWidget(QWidget* parent)
     format.setProfile(QSurfaceFormat::CoreProfile);
     setFormat(format);
     setAttribute(Qt::WA_OpaquePaintEvent);
+    // The framebuffer keeps the last frame, so that a frame draws only where it differs from it.
+    setUpdateBehavior(QOpenGLWidget::PartialUpdate);
 
     m_refresh.setTimerType(Qt::PreciseTimer);
     m_refresh.setInterval(1000 / 60);
@@ -52,6 +54,7 @@ void CanvasWidget::setPlayback(PlaybackEngine* playback) {
     m_frame.reset();
     m_frameOutput = nullptr;
     m_unpainted = PictureChange::everywhere();
+    m_kept = Kept::nothing;
     update();
 }
 
@@ -76,6 +79,7 @@ void CanvasWidget::initializeGL() {
     m_frame.reset();
     m_frameOutput = nullptr;
     m_unpainted = PictureChange::everywhere();
+    m_kept = Kept::nothing;
 }
 
 void CanvasWidget::releaseGl() {
@@ -90,6 +94,7 @@ void CanvasWidget::releaseGl() {
     m_frame.reset();
     m_frameOutput = nullptr;
     m_unpainted = PictureChange::everywhere();
+    m_kept = Kept::nothing;
 }
 
 void CanvasWidget::takeFrame(double time) {
@@ -124,44 +129,69 @@ void CanvasWidget::takeFrame(double time) {
     m_frameOutput = output;
 }
 
+void CanvasWidget::resizeGL(int, int) {
+    // A new size is a new framebuffer and a new picture: nothing of the last frame is kept.
+    m_kept = Kept::nothing;
+}
+
 void CanvasWidget::paintGL() {
     const qreal ratio = devicePixelRatioF();
     const int pixelWidth = static_cast<int>(std::lround(width() * ratio));
     const int pixelHeight = static_cast<int>(std::lround(height() * ratio));
     glViewport(0, 0, pixelWidth, pixelHeight);
-    glClearColor(0, 0, 0, 1);
-    glClear(GL_COLOR_BUFFER_BIT);
+    const auto black = [this] {
+        glClearColor(0, 0, 0, 1);
+        glClear(GL_COLOR_BUFFER_BIT);
+        m_kept = Kept::nothing;
+    };
     if (!m_compositor || !m_timeline || !m_playback) {
+        black();
         return;
     }
     const double t = m_playback->currentTime();
     takeFrame(t);
     if (!m_frame) {
+        black();
         return;
     }
+    const Project& project = m_timeline->project;
+    const std::optional<CursorFrame> cursor = m_timeline->cursorAt(t);
+    const PictureChange change = std::exchange(m_unpainted, PictureChange::nowhere());
     try {
-        const PictureChange change = std::exchange(m_unpainted, PictureChange::nowhere());
-        const bool fresh = m_finish && m_finish->bindPicture(pixelWidth, pixelHeight);
-        if (m_finish && !fresh && !m_pictureStale) {
-            // The picture holds the last frame: only what differs from it is drawn again, which spares a
-            // software renderer most of a screen take that changes in a few places.
-            m_compositor->renderSequence(*m_source, pixelWidth, pixelHeight, m_timeline->project, t,
-                                         m_timeline->cursorAt(t), false, change);
+        // An opaque canvas is drawn straight into the widget's framebuffer, which keeps the last frame, and
+        // its corners darkened after: on a software renderer every pass over the whole canvas is a few
+        // milliseconds. A transparent one needs the picture, to put the checkerboard behind it.
+        const bool straight = !m_finish || !project.canvas.background.isTransparent();
+        if (straight) {
+            const double radius = cornerRadius * ratio;
+            const unsigned framebuffer = defaultFramebufferObject();
+            if (m_kept == Kept::framebuffer) {
+                m_finish->restoreCorners(framebuffer, pixelWidth, pixelHeight, radius);
+                m_compositor->renderSequence(*m_source, pixelWidth, pixelHeight, project, t, cursor, false,
+                                             change);
+            } else {
+                m_compositor->render(*m_source, pixelWidth, pixelHeight, project, t, cursor, false);
+            }
+            if (m_finish) {
+                m_finish->keepCorners(framebuffer, pixelWidth, pixelHeight, radius);
+                m_finish->maskCorners(pixelWidth, pixelHeight, radius);
+                m_kept = Kept::framebuffer;
+            }
+            return;
+        }
+        const bool fresh = m_finish->bindPicture(pixelWidth, pixelHeight);
+        if (!fresh && m_kept == Kept::picture) {
+            m_compositor->renderSequence(*m_source, pixelWidth, pixelHeight, project, t, cursor, false,
+                                         change);
         } else {
-            m_compositor->render(*m_source, pixelWidth, pixelHeight, m_timeline->project, t,
-                                 m_timeline->cursorAt(t), false);
+            m_compositor->render(*m_source, pixelWidth, pixelHeight, project, t, cursor, false);
         }
-        m_pictureStale = false;
-        if (m_finish) {
-            const bool transparent = m_timeline->project.canvas.background.isTransparent();
-            m_finish->finish(defaultFramebufferObject(), cornerRadius * ratio,
-                             transparent ? checkerSquare * ratio : 0);
-        }
+        m_kept = Kept::picture;
+        m_finish->finish(defaultFramebufferObject(), cornerRadius * ratio, checkerSquare * ratio);
     } catch (const std::exception&) {
         // This refresh shows black; the next one tries again, drawing the whole frame.
-        m_pictureStale = true;
         glBindFramebuffer(GL_FRAMEBUFFER, defaultFramebufferObject());
-        glClear(GL_COLOR_BUFFER_BIT);
+        black();
     }
 }
 

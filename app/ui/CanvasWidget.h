@@ -44,6 +44,7 @@ public:
 protected:
     void initializeGL() override;
     void paintGL() override;
+    void resizeGL(int width, int height) override;
 
 private:
     // Takes the player's picture for `time` when it differs from the one held.
@@ -63,7 +64,9 @@ private:
     VideoOutput* m_frameOutput = nullptr;
     // Where the pictures taken since the last paint differ from the one it drew.
     PictureChange m_unpainted = PictureChange::everywhere();
-    bool m_pictureStale = true; // the finish's picture may not hold the last frame drawn
+    // Where the last frame drawn is still whole, for the next one to draw only what differs.
+    enum class Kept { nothing, framebuffer, picture };
+    Kept m_kept = Kept::nothing;
 };
 
 } // namespace marlowick
