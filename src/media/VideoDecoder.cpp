@@ -263,25 +263,41 @@ PictureChange pictureChange(const AVFrame& a, const AVFrame& b) {
 
 std::optional<double> VideoDecoder::next(BgraImage& image, const std::function<bool(double)>& wanted,
                                          PictureChange* change) {
+    if (change != nullptr) {
+        return next(
+            wanted, [&image](const PictureChange&) -> BgraImage& { return image; }, *change);
+    }
     State& s = *m_state;
     while (s.receive()) {
         const double time = s.frameTime(*s.frame);
         s.lastTime = time;
         if (wanted(time)) {
-            if (change != nullptr) {
-                *change = s.previous->data[0] != nullptr ? pictureChange(*s.frame, *s.previous)
-                                                         : PictureChange::everywhere();
-                av_frame_unref(s.previous.get());
-                av_frame_ref(s.previous.get(), s.frame.get());
-                if (!change->whole) {
-                    if (!change->areas.empty()) {
-                        s.convert(*s.frame, image, &change->areas);
-                    }
-                    av_frame_unref(s.frame.get());
-                    return time;
-                }
-            }
             s.convert(*s.frame, image);
+            av_frame_unref(s.frame.get());
+            return time;
+        }
+        av_frame_unref(s.frame.get());
+    }
+    return std::nullopt;
+}
+
+std::optional<double> VideoDecoder::next(const std::function<bool(double)>& wanted,
+                                         const std::function<BgraImage&(const PictureChange&)>& place,
+                                         PictureChange& change) {
+    State& s = *m_state;
+    while (s.receive()) {
+        const double time = s.frameTime(*s.frame);
+        s.lastTime = time;
+        if (wanted(time)) {
+            change = s.previous->data[0] != nullptr ? pictureChange(*s.frame, *s.previous)
+                                                    : PictureChange::everywhere();
+            av_frame_unref(s.previous.get());
+            av_frame_ref(s.previous.get(), s.frame.get());
+            if (change.whole) {
+                s.convert(*s.frame, place(change));
+            } else if (!change.areas.empty()) {
+                s.convert(*s.frame, place(change), &change.areas);
+            }
             av_frame_unref(s.frame.get());
             return time;
         }

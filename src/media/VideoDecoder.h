@@ -43,6 +43,12 @@ public:
     // many more that differ in a few places.
     std::optional<double> next(BgraImage& image, const std::function<bool(double)>& wanted,
                                PictureChange* change = nullptr);
+    // The same, for a caller that keeps pictures in several images: once `change` is known, `place` is
+    // asked for the image to convert into, which must hold the picture handed out before wherever the
+    // change doesn't reach. A picture identical to the one before asks for none.
+    std::optional<double> next(const std::function<bool(double)>& wanted,
+                               const std::function<BgraImage&(const PictureChange&)>& place,
+                               PictureChange& change);
     // Moves so that `next` yields the frame showing at `time` (the last one starting at or before it).
     void seek(double time);
     // The frame showing at `time`: the last frame that starts at or before it, or the first frame for a

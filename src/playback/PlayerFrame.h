@@ -12,8 +12,8 @@ namespace marlowick {
 // canvas may keep it while the player decodes the next.
 struct PlayerFrame {
     std::shared_ptr<const BgraImage> image;
-    double time = 0;      // seconds on the item's timeline where this picture starts to show
-    double endTime = 0;   // where the next picture starts (the segment's end for its last picture)
+    double time = 0;    // seconds on the item's timeline where this picture starts to show
+    double endTime = 0; // where the next picture starts (the segment's end for its last picture)
     // Where this picture differs from the one handed out before it. Whole for the first picture after an
     // open or a seek, so that a canvas that uploads only the changed areas never shows a stale one.
     PictureChange change;

@@ -2,9 +2,9 @@
 
 #include "media/MediaError.h"
 #include "media/VideoDecoder.h"
+#include "playback/PicturePool.h"
 
 #include <algorithm>
-#include <atomic>
 #include <limits>
 
 namespace marlowick {
@@ -81,13 +81,12 @@ public:
         double before = m_seen;
         PictureChange change;
         const std::optional<double> time = m_decoder->next(
-            m_image,
             [&](double t) {
                 before = m_seen;
                 m_seen = t;
                 return m_exact ? t >= *m_exact - tolerance : t + m_frameDuration > m_from + tolerance;
             },
-            &change);
+            [this](const PictureChange& c) -> BgraImage& { return m_pictures.next(c); }, change);
         if (!time) {
             finishSegment(out);
             if (m_segment + 1 < m_segments.size()) {
@@ -154,7 +153,7 @@ private:
         }
     }
 
-    // The picture now in `m_image`, at source time `time` in segment `s`, becomes the one held until the next
+    // The latest picture, at source time `time` in segment `s`, becomes the one held until the next
     // one's time is known; the one held before is handed out.
     void hold(const PlaybackComposition::Segment& s, double time, std::vector<PlayerFrame>& out) {
         const double at = s.compositionStart + std::max(0.0, time - s.sourceStart);
@@ -163,32 +162,13 @@ private:
             handOut(out);
         }
         PlayerFrame frame;
-        // A picture the same as the one before (a screen at rest) shares its image instead of a copy.
-        frame.image = m_carry.none() && m_picture ? m_picture : copyOfPicture();
-        m_picture = frame.image;
+        // A picture the same as the one before (a screen at rest) shares its image.
+        frame.image = m_pictures.latest();
         frame.time = at;
         frame.change = std::move(m_carry);
         frame.generation = m_generation;
         m_held = std::move(frame);
         m_carry = PictureChange::nowhere();
-    }
-
-    // `m_image` copied into an image no one holds any more, or a new one. A 1080p picture is 8 MB: fresh
-    // memory for each of sixty a second costs more in page faults than the copy itself.
-    std::shared_ptr<const BgraImage> copyOfPicture() {
-        for (std::shared_ptr<BgraImage>& image : m_pool) {
-            if (image.use_count() == 1) {
-                // Whoever held it last let go on another thread: see its reads through before writing.
-                std::atomic_thread_fence(std::memory_order_acquire);
-                *image = m_image;
-                return image;
-            }
-        }
-        auto image = std::make_shared<BgraImage>(m_image);
-        if (m_pool.size() < poolSize) {
-            m_pool.push_back(image);
-        }
-        return image;
     }
 
     void finishSegment(std::vector<PlayerFrame>& out) {
@@ -215,11 +195,7 @@ private:
     double m_duration = 0;
     std::unique_ptr<VideoDecoder> m_decoder;
     double m_frameDuration = 1.0 / 30;
-    BgraImage m_image; // the decoder's working picture: only its changed areas are converted each time
-    // Images for the frames handed out, reused once nobody holds them: the queue's, the one held back, the
-    // canvas's and a few in between.
-    static constexpr std::size_t poolSize = 12;
-    std::vector<std::shared_ptr<BgraImage>> m_pool;
+    PicturePool m_pictures; // the pictures converted, the latest one last
 
     std::uint64_t m_generation = 0;
     double m_target = 0; // the time sought: frames ending by then are not handed out
@@ -227,8 +203,7 @@ private:
     double m_from = 0;   // source time: the first picture wanted shows at it
     bool m_fresh = true; // no picture taken since `m_from` was set
     double m_seen = -std::numeric_limits<double>::infinity(); // the last frame decoded since a seek
-    std::optional<double> m_exact; // the source time of the picture showing at `m_from`, once known
-    std::shared_ptr<const BgraImage> m_picture; // the image of the latest frame made from `m_image`
+    std::optional<double> m_exact;     // the source time of the picture showing at `m_from`, once known
     std::optional<PlayerFrame> m_held; // the latest picture, waiting for the next one's time as its end
     PictureChange m_carry = PictureChange::everywhere(); // changes of pictures converted but not handed out
     bool m_done = true;
