@@ -34,8 +34,8 @@ The cursor is left out of the picture: the editor draws it from the telemetry.
 
 On Wayland (WAYLAND_DISPLAY set, or XDG_SESSION_TYPE=wayland) the desktop's screen-sharing dialog asks
 which screen to share, once: the answer is kept in $XDG_STATE_HOME/marlowick/ (~/.local/state/marlowick/)
-for the next takes. There the telemetry holds pointer positions where the desktop shares them, and no
-clicks or keys. Elsewhere the X display of $DISPLAY is recorded. --backend chooses either.
+for the next takes. There the telemetry holds pointer positions where the desktop shares them, and
+clicks, scrolls and keys where this user may read the input devices (membership of the input group). Elsewhere the X display of $DISPLAY is recorded. --backend chooses either.
 
 Recording runs until Ctrl-C or for N seconds, after a countdown (3 seconds unless told). The take then
 becomes a new project, with zooms placed in the dynamic style, saved as a package (by default
@@ -184,9 +184,13 @@ int runRecord(const std::vector<std::string>& args) {
         std::cerr
             << "marlowick: the desktop doesn't share the pointer's position: no pointer, clicks or keys "
                "are recorded, so zooms aren't placed.\n";
-    } else if (backend == CaptureBackend::wayland) {
-        std::cerr << "marlowick: on Wayland only pointer positions are recorded, no clicks or keys.\n";
-    } else if (telemetry != TelemetryAvailability::full) {
+    } else if (backend == CaptureBackend::wayland && telemetry == TelemetryAvailability::positionOnly) {
+        std::cerr
+            << "marlowick: only pointer positions are recorded: clicks, scrolls and keys are read from "
+               "the input devices in /dev/input, which this user can't read, so zooms follow the pointer "
+               "alone. Membership of the input group grants it (sudo usermod -aG input $USER, then log "
+               "in again).\n";
+    } else if (backend == CaptureBackend::x11 && telemetry != TelemetryAvailability::full) {
         std::cerr << "marlowick: the X server has no RECORD extension: only pointer positions are recorded, "
                      "no clicks or keys.\n";
     }

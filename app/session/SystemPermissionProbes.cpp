@@ -1,6 +1,8 @@
 #include "session/SystemPermissionProbes.h"
 
 #include "capture/CaptureError.h"
+#include "capture/EvdevInputMonitor.h"
+#include "capture/ScreenCastPortal.h"
 #include "capture/X11Connection.h"
 
 #include <QProcess>
@@ -11,6 +13,7 @@
 #include <xcb/record.h>
 #include <xcb/xcb.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <memory>
 #include <optional>
@@ -91,6 +94,57 @@ public:
 
 private:
     std::string m_display;
+};
+
+// On Wayland no client reads the screen by itself: the desktop's screen-sharing portal shares it, after a
+// dialog of its own at the first take. So the permission is there when the portal answers; whether the
+// person agrees is the portal's to ask.
+class PortalScreenRecordingProbe : public PermissionProbe {
+public:
+    explicit PortalScreenRecordingProbe(std::string busAddress)
+        : m_busAddress(std::move(busAddress)) {}
+
+    PermissionReading read() override {
+        try {
+            ScreenCastPortal portal({m_busAddress, 5});
+            portal.offersCursorMetadata();
+        } catch (const CaptureError& error) {
+            std::string reason = error.what();
+            if (!reason.empty()) {
+                reason[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(reason[0])));
+            }
+            return {PermissionState::notAsked, reason + "."};
+        }
+        return {
+            PermissionState::granted,
+            "The desktop's screen-sharing portal answers; it asks which screen to share at the first take."};
+    }
+
+private:
+    std::string m_busAddress;
+};
+
+// On Wayland the clicks and keys come from the kernel's input devices, which only their group may read.
+class InputDevicesProbe : public PermissionProbe {
+public:
+    explicit InputDevicesProbe(std::filesystem::path directory)
+        : m_directory(std::move(directory)) {}
+
+    PermissionReading read() override {
+        const std::size_t readable = EvdevInputMonitor::readableDevices(m_directory).size();
+        if (readable == 0) {
+            return {PermissionState::notAsked,
+                    "No input device in " + m_directory.string() +
+                        " can be read, so only pointer positions are recorded: join the input group "
+                        "(sudo usermod -aG input $USER, then log in again) for clicks and keys."};
+        }
+        return {PermissionState::granted,
+                readable == 1 ? "An input device can be read for clicks and keys."
+                              : std::to_string(readable) + " input devices can be read for clicks and keys."};
+    }
+
+private:
+    std::filesystem::path m_directory;
 };
 
 struct MainloopDeleter {
@@ -224,8 +278,13 @@ private:
 
 PermissionProbes systemPermissionProbes(SystemPermissionOptions options) {
     PermissionProbes probes;
-    probes.screenRecording = std::make_unique<ScreenRecordingProbe>(options.display);
-    probes.accessibility = std::make_unique<AccessibilityProbe>(options.display);
+    if (options.backend.value_or(sessionCaptureBackend()) == CaptureBackend::wayland) {
+        probes.screenRecording = std::make_unique<PortalScreenRecordingProbe>(options.busAddress);
+        probes.accessibility = std::make_unique<InputDevicesProbe>(options.inputDevices);
+    } else {
+        probes.screenRecording = std::make_unique<ScreenRecordingProbe>(options.display);
+        probes.accessibility = std::make_unique<AccessibilityProbe>(options.display);
+    }
     probes.microphone = std::make_unique<MicrophoneProbe>(options.soundServer);
     probes.speech = std::make_unique<SpeechProbe>(std::move(options.speechRoots));
     return probes;

@@ -1,5 +1,6 @@
 #include "ui/Banners.h"
 
+#include "capture/CaptureBackend.h"
 #include "session/EditorSession.h"
 
 #include <QFrame>
@@ -155,9 +156,14 @@ void Banners::followTelemetry() {
         m_telemetry->hide();
         return;
     case TelemetryAvailability::positionOnly:
-        // Without the X server's RECORD extension the capturer can only poll where the pointer is.
+        // On X11 the RECORD extension is missing, so the capturer can only poll where the pointer is; on
+        // Wayland the input devices can't be read, so the clicks and keys are missing.
         m_telemetryText->setText(
-            tr("Cursor positions only. Enable the X server's RECORD extension for click-aware auto-zoom."));
+            sessionCaptureBackend() == CaptureBackend::wayland
+                ? tr("Cursor positions only. Join the input group (then log in again) for click-aware "
+                     "auto-zoom.")
+                : tr("Cursor positions only. Enable the X server's RECORD extension for click-aware "
+                     "auto-zoom."));
         break;
     case TelemetryAvailability::none:
         m_telemetryText->setText(tr("Auto-zoom is unavailable for this capture source."));

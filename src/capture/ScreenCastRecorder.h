@@ -48,6 +48,8 @@ public:
     Size streamSize() const { return m_streamSize; }
     // The movie's size, the configuration's or the stream's.
     Size movieSize() const { return m_configuration.size; }
+    // The monotonic time, in seconds, of the movie's first picture; none before it.
+    std::optional<double> movieStart() const { return m_sink->sessionStart(); }
     // Where sound for the same movie goes.
     RecordingSink& sink() { return *m_sink; }
 

@@ -1,5 +1,6 @@
 #include "capture/WaylandScreenCapturer.h"
 
+#include "capture/EvdevInputMonitor.h"
 #include "capture/RecordingSink.h"
 #include "capture/ScreenCastRecorder.h"
 #include "capture/SoundSource.h"
@@ -12,6 +13,7 @@ struct WaylandScreenCapturer::Capture {
     std::unique_ptr<SoundSource> systemAudio;
     std::unique_ptr<SoundSource> microphone;
     std::unique_ptr<ScreenCastRecorder> recorder;
+    std::unique_ptr<EvdevInputMonitor> input; // where the pointer's positions come and a device is readable
 };
 
 WaylandScreenCapturer::WaylandScreenCapturer(Options options)
@@ -29,6 +31,7 @@ WaylandScreenCapturer::~WaylandScreenCapturer() {
         // The sound stops first; the recorder still leaves a complete movie behind.
         capture->systemAudio.reset();
         capture->microphone.reset();
+        capture->input.reset();
         capture->recorder.reset();
     }
     m_portal.close();
@@ -49,7 +52,12 @@ TelemetryAvailability WaylandScreenCapturer::telemetryAvailability() const {
             cursor = false;
         }
     }
-    return *cursor ? TelemetryAvailability::positionOnly : TelemetryAvailability::none;
+    if (!*cursor) {
+        return TelemetryAvailability::none;
+    }
+    return EvdevInputMonitor::readableDevices(m_options.inputDevices).empty()
+               ? TelemetryAvailability::positionOnly
+               : TelemetryAvailability::full;
 }
 
 void WaylandScreenCapturer::start(const CaptureConfiguration& configuration) {
@@ -112,6 +120,12 @@ void WaylandScreenCapturer::start(const CaptureConfiguration& configuration) {
         m_portal.close();
         throw;
     }
+    if (capture->recorder->hasCursorMetadata()) {
+        capture->input = std::make_unique<EvdevInputMonitor>(m_options.inputDevices);
+        if (!capture->input->start()) {
+            capture->input.reset(); // no readable device: positions only
+        }
+    }
     if (capture->systemAudio) {
         capture->systemAudio->start();
     }
@@ -144,6 +158,14 @@ Recording WaylandScreenCapturer::stop() {
         recording = c->recorder->stop();
     } catch (const CaptureError& error) {
         failure = error;
+    }
+    if (c->input) {
+        const std::vector<EvdevInputMonitor::DeviceEvent> events = c->input->stop();
+        const std::optional<double> start = c->recorder->movieStart();
+        if (recording && start) {
+            recording->inputEvents =
+                EvdevInputMonitor::placed(recording->inputEvents, events, *start, recording->duration);
+        }
     }
     m_portal.close();
     for (std::string& message : c->recorder->sink().takeWarnings()) {

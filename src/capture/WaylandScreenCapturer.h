@@ -3,6 +3,7 @@
 #include "capture/ScreenCapturer.h"
 #include "capture/ScreenCastPortal.h"
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -14,8 +15,9 @@ namespace marlowick {
 // screen-sharing portal is asked for a monitor (its dialog shows once; the restore token of the last start
 // brings the same screen back without it), and the stream it shares is recorded from PipeWire on the
 // producer's own times (see ScreenCastRecorder). The pointer's positions come from the stream's cursor
-// metadata where the desktop offers it; there is no telemetry of clicks or keys. The system's sound and the
-// microphone come through PulseAudio, which PipeWire desktops serve too.
+// metadata where the desktop offers it; clicks, scrolls and keys from the kernel's input devices where this
+// user may read them (see EvdevInputMonitor), placed where the metadata last put the pointer. The system's
+// sound and the microphone come through PulseAudio, which PipeWire desktops serve too.
 //
 // The movie is made at the configuration's `size`, or at the shared stream's own where that is empty.
 class WaylandScreenCapturer : public ScreenCapturer {
@@ -32,6 +34,8 @@ public:
         // Called with the recording stream's node before it waits for pictures: where no session manager
         // links PipeWire's nodes, the caller links it here.
         std::function<void(std::uint32_t node)> connected;
+        // Where the kernel's input devices are; those this user can't read are left alone.
+        std::filesystem::path inputDevices = "/dev/input";
     };
 
     WaylandScreenCapturer()
@@ -39,8 +43,9 @@ public:
     explicit WaylandScreenCapturer(Options options);
     ~WaylandScreenCapturer() override;
 
-    // positionOnly where the shared stream carries (or the portal offers) the pointer as metadata, none
-    // otherwise.
+    // Where the shared stream carries (or the portal offers) the pointer as metadata: full when some input
+    // device is readable too, positionOnly otherwise. none without the metadata, since clicks with no
+    // position would only mislead the zooms.
     TelemetryAvailability telemetryAvailability() const override;
     void start(const CaptureConfiguration& configuration) override;
     Recording stop() override;

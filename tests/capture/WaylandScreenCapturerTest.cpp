@@ -46,6 +46,9 @@ TEST(WaylandScreenCapturer, RecordsTheSharedScreenAndKeepsEachRestoreToken) {
     options.restoreToken = "token-0";
     options.restoreTokenChanged = [&](const std::string& token) { stored.push_back(token); };
     options.connected = [&](std::uint32_t consumer) { screen.link(consumer); };
+    // No input device this user may read: positions only, whatever the machine's own devices are.
+    writeText(dir / "event0", "not a device");
+    options.inputDevices = dir.path();
     WaylandScreenCapturer capturer(options);
     EXPECT_EQ(capturer.telemetryAvailability(), TelemetryAvailability::positionOnly);
     EXPECT_THROW(capturer.stop(), CaptureError);

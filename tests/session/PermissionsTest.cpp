@@ -1,8 +1,10 @@
 // The permissions as the onboarding sheet reads them: the object's bookkeeping over fake probes, and the
-// system's probes against a private X display and sound server, with and without what each one needs.
+// system's probes against a private X display and sound server, with and without what each one needs, and
+// on Wayland against a fake screen-sharing portal on a private session bus.
 
 #include "session/Permissions.h"
 #include "session/SystemPermissionProbes.h"
+#include "support/PortalBus.h"
 #include "support/Prerequisites.h"
 #include "support/SoundServer.h"
 #include "support/TempDir.h"
@@ -143,8 +145,8 @@ TEST(SystemPermissionProbes, ReadTheDisplayAndTheSoundServerThatAnswer) {
     const VirtualDisplay display;
     const SoundServer sound;
     MARLOWICK_REQUIRE(xvfb(display), pulseAudio(sound));
-    Permissions permissions(
-        systemPermissionProbes({display.name(), sound.server(), SpeechRoots::standard()}));
+    Permissions permissions(systemPermissionProbes(
+        {display.name(), sound.server(), SpeechRoots::standard(), CaptureBackend::x11}));
     permissions.refresh();
 
     EXPECT_EQ(permissions.state(Item::screenRecording), State::granted)
@@ -167,8 +169,9 @@ TEST(SystemPermissionProbes, SayWhatIsMissing) {
     const TempDir noModels;
     const TempDir noServer;
     {
-        Permissions permissions(systemPermissionProbes(
-            {display.name(), "unix:" + (noServer / "native").string(), SpeechRoots{{noModels.path()}}}));
+        Permissions permissions(
+            systemPermissionProbes({display.name(), "unix:" + (noServer / "native").string(),
+                                    SpeechRoots{{noModels.path()}}, CaptureBackend::x11}));
         permissions.refresh();
         EXPECT_EQ(permissions.state(Item::screenRecording), State::granted);
         EXPECT_EQ(permissions.state(Item::accessibility), State::notAsked);
@@ -179,8 +182,8 @@ TEST(SystemPermissionProbes, SayWhatIsMissing) {
     }
     {
         // No display answers at all: neither the screen nor the clicks can be read.
-        Permissions permissions(
-            systemPermissionProbes({":1023", sound.server(), SpeechRoots{{noModels.path()}}}));
+        Permissions permissions(systemPermissionProbes(
+            {":1023", sound.server(), SpeechRoots{{noModels.path()}}, CaptureBackend::x11}));
         permissions.refresh();
         EXPECT_EQ(permissions.state(Item::screenRecording), State::notAsked);
         EXPECT_NE(permissions.reading(Item::screenRecording).detail.find(":1023"), std::string::npos);
@@ -212,4 +215,77 @@ TEST(SystemPermissionProbes, AServerWithoutAMicrophoneDeniesItAndItsRequestOpens
     }
     ASSERT_TRUE(fs::exists(started)) << "the request started no mixer";
     EXPECT_EQ(readText(started), "--tab=4\n") << "it opens on the input devices";
+}
+
+TEST(SystemPermissionProbes, OnWaylandAskTheScreenSharingPortalAndTheInputDevices) {
+    PortalBus bus;
+    MARLOWICK_REQUIRE(sessionBus(bus));
+    MARLOWICK_REQUIRE(Prerequisite{bus.startPortal(),
+                                   "the fake screen-sharing portal (Python with D-Bus and GLib)",
+                                   "the Debian packages python3-dbus and python3-gi"});
+    // Files named as event devices that are none: nothing here can be read for clicks.
+    const TempDir devices;
+    writeText(devices / "event0", "not a device");
+    const auto probes = [&](const std::string& busAddress) {
+        SystemPermissionOptions options{":1023", "unix:/nonexistent", SpeechRoots{}, CaptureBackend::wayland};
+        options.busAddress = busAddress;
+        options.inputDevices = devices.path();
+        return systemPermissionProbes(options);
+    };
+    {
+        Permissions permissions(probes(bus.address()));
+        permissions.refresh();
+        EXPECT_EQ(permissions.state(Item::screenRecording), State::granted)
+            << permissions.reading(Item::screenRecording).detail;
+        EXPECT_NE(permissions.reading(Item::screenRecording).detail.find("portal"), std::string::npos);
+        EXPECT_EQ(permissions.state(Item::accessibility), State::notAsked);
+        EXPECT_NE(permissions.reading(Item::accessibility).detail.find("input group"), std::string::npos)
+            << permissions.reading(Item::accessibility).detail;
+        // Reading is asking the portal what it offers, never opening a session whose dialog would show.
+        for (const std::string& call : bus.calls()) {
+            EXPECT_EQ(call.find("CreateSession"), std::string::npos) << call;
+            EXPECT_EQ(call.find("Start"), std::string::npos) << call;
+        }
+    }
+    bus.stopPortal();
+    {
+        Permissions permissions(probes(bus.address()));
+        permissions.refresh();
+        EXPECT_EQ(permissions.state(Item::screenRecording), State::notAsked);
+        EXPECT_NE(permissions.reading(Item::screenRecording).detail.find("xdg-desktop-portal"),
+                  std::string::npos)
+            << permissions.reading(Item::screenRecording).detail;
+    }
+    {
+        const TempDir noBus;
+        Permissions permissions(probes("unix:path=" + (noBus / "bus").string()));
+        permissions.refresh();
+        EXPECT_EQ(permissions.state(Item::screenRecording), State::notAsked);
+        EXPECT_NE(permissions.reading(Item::screenRecording).detail.find("session bus"), std::string::npos)
+            << permissions.reading(Item::screenRecording).detail;
+    }
+}
+
+TEST(SystemPermissionProbes, ReadTheScreenAsTheSessionTypeChoosesTheCapture) {
+    PortalBus bus;
+    MARLOWICK_REQUIRE(sessionBus(bus));
+    MARLOWICK_REQUIRE(Prerequisite{bus.startPortal(),
+                                   "the fake screen-sharing portal (Python with D-Bus and GLib)",
+                                   "the Debian packages python3-dbus and python3-gi"});
+    const auto screenDetail = [&] {
+        SystemPermissionOptions options{":1023", "unix:/nonexistent", SpeechRoots{}};
+        options.busAddress = bus.address();
+        Permissions permissions(systemPermissionProbes(options));
+        permissions.refresh();
+        return permissions.reading(Item::screenRecording).detail;
+    };
+    {
+        const EnvironmentOverride display("WAYLAND_DISPLAY", "wayland-9");
+        EXPECT_NE(screenDetail().find("portal"), std::string::npos) << "a Wayland session asks the portal";
+    }
+    {
+        const EnvironmentOverride display("WAYLAND_DISPLAY", "");
+        const EnvironmentOverride type("XDG_SESSION_TYPE", "x11");
+        EXPECT_NE(screenDetail().find(":1023"), std::string::npos) << "an X11 session asks the display";
+    }
 }

@@ -158,8 +158,8 @@ TEST(OnboardingDialog, ShowsWhatThisSystemGrants) {
     const SoundServer sound;
     MARLOWICK_REQUIRE(xvfb(display), pulseAudio(sound));
     ASSERT_TRUE(sound.run("pactl unload-module module-remap-source"));
-    Permissions permissions(
-        systemPermissionProbes({display.name(), sound.server(), SpeechRoots::standard()}));
+    Permissions permissions(systemPermissionProbes(
+        {display.name(), sound.server(), SpeechRoots::standard(), CaptureBackend::x11}));
     ScratchSettings scratch;
     ASSERT_TRUE(OnboardingDialog::neededAtLaunch(permissions, scratch.settings));
 
