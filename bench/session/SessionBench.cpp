@@ -9,6 +9,7 @@
 
 #include "session/EditorSession.h"
 #include "support/LongTake.h"
+#include "support/OnePackage.h"
 
 #include <QCoreApplication>
 #include <QTest>
@@ -54,19 +55,6 @@ private:
     NoFrames m_output;
 };
 
-class OnePackage : public FilePanels {
-public:
-    explicit OnePackage(fs::path package)
-        : m_package(std::move(package)) {}
-    std::optional<fs::path> openPackage() override { return m_package; }
-    std::optional<fs::path> savePackage(const std::string&) override { return std::nullopt; }
-    std::optional<fs::path> chooseFile(FileKind) override { return std::nullopt; }
-    std::optional<fs::path> saveFile(const std::string&) override { return std::nullopt; }
-
-private:
-    fs::path m_package;
-};
-
 class NoCapture : public ScreenCapturer {
 public:
     TelemetryAvailability telemetryAvailability() const override { return TelemetryAvailability::none; }
@@ -107,7 +95,8 @@ int main(int argc, char** argv) {
 
     bool opened = false;
     EditorSession session(
-        std::make_unique<OnePackage>(package), [&opened] { return std::make_unique<NotingPlayer>(&opened); },
+        std::make_unique<bench::OnePackage>(package),
+        [&opened] { return std::make_unique<NotingPlayer>(&opened); },
         [] { return std::make_unique<NoCapture>(); }, nullptr);
     const Clock::time_point start = Clock::now();
     session.open();

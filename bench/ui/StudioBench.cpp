@@ -17,6 +17,7 @@
 #include "playback/PreviewPlayer.h"
 #include "session/EditorSession.h"
 #include "support/LongTake.h"
+#include "support/OnePackage.h"
 #include "ui/CanvasPreview.h"
 #include "ui/CanvasWidget.h"
 #include "ui/MainWindow.h"
@@ -54,22 +55,9 @@ double since(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-class OnePackage : public FilePanels {
-public:
-    explicit OnePackage(fs::path package)
-        : m_package(std::move(package)) {}
-    std::optional<fs::path> openPackage() override { return m_package; }
-    std::optional<fs::path> savePackage(const std::string&) override { return std::nullopt; }
-    std::optional<fs::path> chooseFile(FileKind) override { return std::nullopt; }
-    std::optional<fs::path> saveFile(const std::string&) override { return std::nullopt; }
-
-private:
-    fs::path m_package;
-};
-
 std::unique_ptr<EditorSession> makeSession(const fs::path& package) {
     return std::make_unique<EditorSession>(
-        std::make_unique<OnePackage>(package), [] { return std::make_unique<PreviewPlayer>(); },
+        std::make_unique<bench::OnePackage>(package), [] { return std::make_unique<PreviewPlayer>(); },
         [] { return std::make_unique<X11ScreenCapturer>(); }, std::make_unique<QtScreenInfo>());
 }
 

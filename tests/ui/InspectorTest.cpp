@@ -11,6 +11,7 @@
 #include "ui/InspectorScreenTab.h"
 #include "ui/InspectorSlider.h"
 #include "ui/MainWindow.h"
+#include "ui/WindowTestSupport.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -41,38 +42,6 @@ using namespace marlowick::test;
 namespace fs = std::filesystem;
 
 namespace {
-
-class FakePanels : public FilePanels {
-public:
-    std::deque<fs::path> packagesToOpen;
-    std::deque<fs::path> filesToChoose;
-    std::deque<fs::path> filesToSave;
-
-    std::optional<fs::path> openPackage() override { return next(packagesToOpen); }
-    std::optional<fs::path> savePackage(const std::string&) override { return std::nullopt; }
-    std::optional<fs::path> chooseFile(FileKind) override { return next(filesToChoose); }
-    std::optional<fs::path> saveFile(const std::string&) override { return next(filesToSave); }
-
-private:
-    static std::optional<fs::path> next(std::deque<fs::path>& queue) {
-        if (queue.empty()) {
-            return std::nullopt;
-        }
-        fs::path path = queue.front();
-        queue.pop_front();
-        return path;
-    }
-};
-
-// Runs the event loop until `done` holds or `seconds` have passed; answers whether it holds.
-bool within(double seconds, const std::function<bool()>& done) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!done() && std::chrono::steady_clock::now() < end) {
-        QApplication::processEvents();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return done();
-}
 
 // The text a control is known by: a slider's label, a button's or toggle's text, else its accessible name.
 QString labelOf(QWidget* widget) {
@@ -174,7 +143,7 @@ protected:
     }
 
     void SetUp() override {
-        auto panels = std::make_unique<FakePanels>();
+        auto panels = std::make_unique<QueuedPanels>();
         m_panels = panels.get();
         // No sound server at that address: the player's silent clock, as on a machine without sound.
         m_session = std::make_unique<EditorSession>(
@@ -209,7 +178,7 @@ protected:
     }
 
     static TempDir* s_dir;
-    FakePanels* m_panels = nullptr;
+    QueuedPanels* m_panels = nullptr;
     std::unique_ptr<EditorSession> m_session;
     std::unique_ptr<MainWindow> m_window;
     Inspector* m_inspector = nullptr;

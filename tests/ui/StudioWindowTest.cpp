@@ -16,6 +16,7 @@
 #include "ui/RecordScreen.h"
 #include "ui/RecordingAside.h"
 #include "ui/RecordingScreen.h"
+#include "ui/WindowTestSupport.h"
 
 #include <QAction>
 #include <QApplication>
@@ -40,37 +41,6 @@ using namespace marlowick::test;
 namespace fs = std::filesystem;
 
 namespace {
-
-class FakePanels : public FilePanels {
-public:
-    std::deque<fs::path> packagesToOpen;
-    std::deque<fs::path> filesToSave;
-
-    std::optional<fs::path> openPackage() override { return next(packagesToOpen); }
-    std::optional<fs::path> savePackage(const std::string&) override { return std::nullopt; }
-    std::optional<fs::path> chooseFile(FileKind) override { return std::nullopt; }
-    std::optional<fs::path> saveFile(const std::string&) override { return next(filesToSave); }
-
-private:
-    static std::optional<fs::path> next(std::deque<fs::path>& queue) {
-        if (queue.empty()) {
-            return std::nullopt;
-        }
-        fs::path path = queue.front();
-        queue.pop_front();
-        return path;
-    }
-};
-
-// Runs the event loop until `done` holds or `seconds` have passed; answers whether it holds.
-bool within(double seconds, const std::function<bool()>& done) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!done() && std::chrono::steady_clock::now() < end) {
-        QApplication::processEvents();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return done();
-}
 
 void saveScreenshot(QWidget& widget, const std::string& name) {
     fs::create_directories(MARLOWICK_SCREENSHOTS);
@@ -177,7 +147,7 @@ protected:
     static fs::path package() { return *s_dir / "Demo.marlowick"; }
 
     void SetUp() override {
-        auto panels = std::make_unique<FakePanels>();
+        auto panels = std::make_unique<QueuedPanels>();
         m_panels = panels.get();
         // No sound server at that address: the player's silent clock, as on a machine without sound.
         m_session = std::make_unique<EditorSession>(
@@ -216,7 +186,7 @@ protected:
     }
 
     static TempDir* s_dir;
-    FakePanels* m_panels = nullptr;
+    QueuedPanels* m_panels = nullptr;
     std::unique_ptr<EditorSession> m_session;
     std::unique_ptr<MainWindow> m_window;
 };

@@ -9,6 +9,7 @@
 #include "trajectory/NewRecording.h"
 #include "ui/CanvasPreview.h"
 #include "ui/MainWindow.h"
+#include "ui/WindowTestSupport.h"
 #include "ui/ZoomClock.h"
 #include "ui/ZoomEditor.h"
 #include "ui/ZoomRail.h"
@@ -39,32 +40,6 @@ using namespace marlowick::test;
 namespace fs = std::filesystem;
 
 namespace {
-
-class OpeningPanels : public FilePanels {
-public:
-    std::deque<fs::path> packagesToOpen;
-
-    std::optional<fs::path> openPackage() override {
-        if (packagesToOpen.empty()) {
-            return std::nullopt;
-        }
-        fs::path path = packagesToOpen.front();
-        packagesToOpen.pop_front();
-        return path;
-    }
-    std::optional<fs::path> savePackage(const std::string&) override { return std::nullopt; }
-    std::optional<fs::path> chooseFile(FileKind) override { return std::nullopt; }
-    std::optional<fs::path> saveFile(const std::string&) override { return std::nullopt; }
-};
-
-bool within(double seconds, const std::function<bool()>& done) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!done() && std::chrono::steady_clock::now() < end) {
-        QApplication::processEvents();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return done();
-}
 
 void saveScreenshot(QWidget& widget, const std::string& name) {
     // The layouts settle first, as they would before the person sees them.
@@ -100,7 +75,7 @@ protected:
     }
 
     void SetUp() override {
-        auto panels = std::make_unique<OpeningPanels>();
+        auto panels = std::make_unique<QueuedPanels>();
         panels->packagesToOpen.push_back(*s_dir / "Zooms.marlowick");
         // No sound server at that address: the player's silent clock, as on a machine without sound.
         m_session = std::make_unique<EditorSession>(

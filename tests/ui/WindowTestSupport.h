@@ -1,0 +1,55 @@
+#pragma once
+
+// What the window's tests share: file panels that answer from queues, and waiting on the event loop.
+
+#include "session/FilePanels.h"
+
+#include <QApplication>
+
+#include <chrono>
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace marlowick::test {
+
+// File panels that answer each question with the next path queued for it, or as cancelled when none is.
+class QueuedPanels : public FilePanels {
+public:
+    std::deque<std::filesystem::path> packagesToOpen;
+    std::deque<std::filesystem::path> packagesToSave;
+    std::deque<std::filesystem::path> filesToChoose;
+    std::deque<std::filesystem::path> filesToSave;
+
+    std::optional<std::filesystem::path> openPackage() override { return next(packagesToOpen); }
+    std::optional<std::filesystem::path> savePackage(const std::string&) override {
+        return next(packagesToSave);
+    }
+    std::optional<std::filesystem::path> chooseFile(FileKind) override { return next(filesToChoose); }
+    std::optional<std::filesystem::path> saveFile(const std::string&) override { return next(filesToSave); }
+
+private:
+    static std::optional<std::filesystem::path> next(std::deque<std::filesystem::path>& queue) {
+        if (queue.empty()) {
+            return std::nullopt;
+        }
+        std::filesystem::path path = queue.front();
+        queue.pop_front();
+        return path;
+    }
+};
+
+// Runs the event loop until `done` holds or `seconds` have passed; answers whether it holds.
+inline bool within(double seconds, const std::function<bool()>& done) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!done() && std::chrono::steady_clock::now() < end) {
+        QApplication::processEvents();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return done();
+}
+
+} // namespace marlowick::test
