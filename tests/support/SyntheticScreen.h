@@ -152,6 +152,10 @@ public:
         pw_properties* properties = pw_properties_new(nullptr, nullptr);
         pw_properties_setf(properties, PW_KEY_LINK_OUTPUT_NODE, "%u", producer);
         pw_properties_setf(properties, PW_KEY_LINK_INPUT_NODE, "%u", consumer);
+        // A second take links the producer to a new consumer: the link to the last one goes.
+        if (m_link != nullptr) {
+            pw_proxy_destroy(m_link);
+        }
         m_link = static_cast<pw_proxy*>(pw_core_create_object(m_core, "link-factory", PW_TYPE_INTERFACE_Link,
                                                               PW_VERSION_LINK, &properties->dict, 0));
         pw_properties_free(properties);
