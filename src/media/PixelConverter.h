@@ -51,7 +51,7 @@ private:
     struct Tile {
         int x;
         int y;
-        int shape; // which of a thread's contexts converts it
+        int shape; // which of a thread's contexts converts it: a tile's, or a band's across the picture
     };
     void run(const Tile* first, const Tile* end, std::size_t thread, const std::uint8_t* const from[],
              const int fromStrides[], std::uint8_t* const to[], const int toStrides[]) const;
@@ -60,8 +60,9 @@ private:
     int m_height;
     AVPixelFormat m_from;
     AVPixelFormat m_to;
-    // One context for each tile shape (whole, at the right edge, at the bottom, at the corner) for each
-    // thread: a context converts any tile of its shape, one at a time.
+    // One context for each tile shape (whole, at the right edge, at the bottom, at the corner; and a band
+    // across the picture, whole and at the bottom) for each thread: a context converts any tile of its
+    // shape, one at a time.
     std::vector<std::vector<ScaleContext>> m_contexts;
     struct Colorspace {
         const int* fromCoefficients;

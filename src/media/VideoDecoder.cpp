@@ -249,12 +249,19 @@ PictureChange pictureChange(const AVFrame& a, const AVFrame& b) {
             break;
         }
     }
+    std::int64_t changed = 0;
     for (PixelRect& area : change.areas) {
         const int x0 = std::max(0, area.x - conversionReach);
         const int y0 = std::max(0, area.y - conversionReach);
         const int x1 = std::min(width, area.x + area.width + conversionReach);
         const int y1 = std::min(height, area.y + area.height + conversionReach);
         area = {x0, y0, x1 - x0, y1 - y0};
+        changed += static_cast<std::int64_t>(area.width) * area.height;
+    }
+    // A picture changed over most of its area is converted, drawn and uploaded whole: bringing a reused
+    // image up to date first would copy the whole of it for the few places that stayed.
+    if (changed * 2 > static_cast<std::int64_t>(width) * height) {
+        return PictureChange::everywhere();
     }
     return change;
 }

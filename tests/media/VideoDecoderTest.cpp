@@ -212,7 +212,6 @@ TEST(VideoDecoder, SaysWherePicturesChangeAndConvertsOnlyThere) {
         EXPECT_TRUE(holds(found, box)) << frame;
         EXPECT_TRUE(holds({box.x - 8, box.y - 8, box.width + 16, box.height + 16}, found)) << frame;
     }
-    ASSERT_FALSE(changes[4].whole);
-    ASSERT_EQ(changes[4].areas.size(), 1u);
-    EXPECT_EQ(changes[4].areas.front(), (PixelRect{0, 0, 280, 64}));
+    // A picture that changed over most of its area is whole: it is converted whole, with no copy.
+    EXPECT_TRUE(changes[4].whole);
 }
