@@ -4,6 +4,9 @@
 // figures are the recorder's alone.
 //
 // Usage: marlowick-screencast-bench MOVIE [TIMES]
+//        marlowick-screencast-bench --node NODE MOVIE
+// The second form records a node some real desktop already shares on the PipeWire daemon of
+// $XDG_RUNTIME_DIR instead (see scripts/try-real-compositor), and prints what came of it.
 // Prints the CPU seconds (user + system), the share of one core, peak memory, the pictures sent, written
 // and dropped. With TIMES, also writes "user system peak-KiB wall" there, as /usr/bin/time -f "%U %S %M %e"
 // does, for bench/capture/capture-bench to put beside the X11 capturer's figures.
@@ -69,14 +72,61 @@ bool readAll(int fd, void* data, std::size_t size) {
     _exit(writeAll(out, &sent, sizeof sent) ? 0 : 1);
 }
 
+// Records the node `node` that some other program shares, for `duration` seconds, and prints the stream's
+// size, whether the pointer came as metadata, the pictures written and the pointer's positions.
+int recordNode(std::uint32_t node, const char* movie, double duration) {
+    CaptureConfiguration configuration;
+    configuration.outputURL = movie;
+    configuration.frameRate = frameRate;
+    ScreenCastRecorder::Options options;
+    options.minimumFreeBytes = 0;
+    options.connected = [](std::uint32_t consumer) { std::printf("our stream: node %u\n", consumer); };
+    try {
+        ScreenCastRecorder recorder({-1, {}}, node, configuration, options);
+        const Size size = recorder.streamSize();
+        std::printf("stream: %gx%g, cursor metadata %s, encoder %s\n", size.width, size.height,
+                    recorder.hasCursorMetadata() ? "yes" : "no", recorder.sink().encoderName().c_str());
+        std::fflush(stdout);
+        std::this_thread::sleep_for(std::chrono::duration<double>(duration));
+        const std::optional<CaptureError> interruption = recorder.interruption();
+        const Recording recording = recorder.stop();
+        const CaptureStatistics statistics = recorder.statistics();
+        std::printf("pictures: %lld written, %lld dropped in %.2f s of movie (%.1f fps)\n",
+                    static_cast<long long>(statistics.framesWritten),
+                    static_cast<long long>(statistics.framesDropped), recording.duration,
+                    recording.duration > 0
+                        ? static_cast<double>(statistics.framesWritten) / recording.duration
+                        : 0.0);
+        std::printf("pointer positions: %zu", recording.inputEvents.size());
+        if (!recording.inputEvents.empty()) {
+            const InputEvent& first = recording.inputEvents.front();
+            const InputEvent& last = recording.inputEvents.back();
+            std::printf(", first (%.0f, %.0f) at %.2f s, last (%.0f, %.0f) at %.2f s", first.location.x,
+                        first.location.y, first.time, last.location.x, last.location.y, last.time);
+        }
+        std::printf("\n");
+        if (interruption) {
+            std::printf("interrupted: %s\n", interruption->what());
+        }
+    } catch (const CaptureError& error) {
+        std::cerr << "marlowick-screencast-bench: " << error.what() << "\n";
+        return 1;
+    }
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    const char* variable = std::getenv("MARLOWICK_BENCH_SECONDS");
+    if (argc == 4 && std::string(argv[1]) == "--node") {
+        return recordNode(static_cast<std::uint32_t>(std::stoul(argv[2])), argv[3],
+                          variable != nullptr ? std::atof(variable) : 5.0);
+    }
     if (argc < 2) {
         std::cerr << "usage: marlowick-screencast-bench MOVIE [TIMES]\n";
         return 2;
     }
-    const char* variable = std::getenv("MARLOWICK_BENCH_SECONDS");
     const double duration = variable != nullptr ? std::atof(variable) : 60.0;
 
     const PipeWireDaemon daemon;

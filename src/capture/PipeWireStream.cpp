@@ -18,8 +18,9 @@ namespace marlowick {
 
 namespace {
 
-// Room for the cursor's metadata with a bitmap of up to 256 × 256 pixels: the producer fills the bitmap
-// too, and refuses metadata too small for its cursor.
+// Room for the cursor's metadata with a bitmap of 64 × 64 up to 1024 × 1024 pixels: the producer fills the
+// bitmap too and asks for room of its own choosing (a desktop asked for 384 × 384), and metadata whose size
+// the two sides don't both allow is left out of the buffers altogether.
 constexpr std::uint32_t cursorMetaSize(std::uint32_t side) {
     return static_cast<std::uint32_t>(sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap)) + side * side * 4;
 }
@@ -155,7 +156,7 @@ void PipeWireStream::State::formatChanged(const spa_pod* param) {
     const spa_pod* params[] = {
         bufferParams(b),
         metaParam(b, SPA_META_Header, sizeof(spa_meta_header), 0),
-        metaParam(b, SPA_META_Cursor, cursorMetaSize(64), cursorMetaSize(256)),
+        metaParam(b, SPA_META_Cursor, cursorMetaSize(64), cursorMetaSize(1024)),
     };
     pw_stream_update_params(stream, params, 3);
     pw_thread_loop_signal(loop, false);
@@ -320,7 +321,9 @@ PipeWireStream::PipeWireStream(Remote remote, std::uint32_t targetNode, Handler 
     pw_properties* properties =
         pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY, "Capture", PW_KEY_MEDIA_ROLE,
                           "Screen", PW_KEY_NODE_NAME, "marlowick-screen", nullptr);
-    pw_properties_setf(properties, PW_KEY_TARGET_OBJECT, "%u", targetNode);
+    // By the node's id, as the portal gives it: a session manager reads a number in "target.object" as
+    // the node's serial, which differs from its id once the daemon has made and dropped a few objects.
+    pw_properties_setf(properties, "node.target", "%u", targetNode);
     s->stream = pw_stream_new(s->core, "marlowick-screen", properties);
     if (s->stream == nullptr) {
         const std::string why = std::string("PipeWire refused the stream (") + std::strerror(errno) + ")";

@@ -168,6 +168,32 @@ TEST(ScreenCastRecorder, RedFirstPixelsAndAnotherMovieSizeAreConverted) {
     }
 }
 
+// A producer makes room in the metadata for the largest cursor picture it may send, as it likes (a desktop
+// here asks for 384 pixels square); metadata whose size the consumer doesn't allow is dropped from the
+// buffers without a word, and the take would have no pointer.
+TEST(ScreenCastRecorder, ThePointerComesWhateverRoomTheProducerMakesForItsPicture) {
+    const PipeWireDaemon daemon;
+    MARLOWICK_REQUIRE(pipeWire(daemon));
+    for (const int side : {64, 384, 1024}) {
+        SCOPED_TRACE(side);
+        const TempDir dir;
+        SyntheticScreen::Options options;
+        options.cursorSide = side;
+        SyntheticScreen screen(daemon.connect(), options);
+        ScreenCastRecorder recorder({daemon.connect(), {}}, screen.nodeId(), configurationIn(dir),
+                                    linkedBy(screen));
+        EXPECT_TRUE(recorder.hasCursorMetadata());
+        ASSERT_TRUE(screen.waitForPictures(screen.sent().size() + 10));
+        const Recording recording = recorder.stop();
+        ASSERT_FALSE(recording.inputEvents.empty());
+        const std::vector<SyntheticScreen::Sent> sent = screen.sent();
+        const Point last = recording.inputEvents.back().location;
+        EXPECT_TRUE(std::any_of(sent.begin(), sent.end(),
+                                [&](const SyntheticScreen::Sent& s) { return s.cursor == last; }))
+            << last.x << "," << last.y;
+    }
+}
+
 TEST(ScreenCastRecorder, AProducerThatStopsEndsTheTakeWithWhatWasRecorded) {
     const PipeWireDaemon daemon;
     MARLOWICK_REQUIRE(pipeWire(daemon));

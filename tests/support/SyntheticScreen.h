@@ -37,6 +37,7 @@ public:
         int frameRate = 60;
         spa_video_format format = SPA_VIDEO_FORMAT_BGRx;
         bool cursorMetadata = true;
+        int cursorSide = 64; // of the largest cursor bitmap the metadata makes room for, in pixels
     };
 
     // A picture as it was sent.
@@ -194,8 +195,9 @@ public:
     }
 
 private:
-    static std::uint32_t cursorMetaSize() {
-        return static_cast<std::uint32_t>(sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap) + 64 * 64 * 4);
+    std::uint32_t cursorMetaSize() const {
+        return static_cast<std::uint32_t>(sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap) +
+                                          m_options.cursorSide * m_options.cursorSide * 4);
     }
 
     static const spa_pod* meta(spa_pod_builder& b, spa_meta_type type, std::uint32_t size) {
