@@ -37,8 +37,10 @@ CaptureError callFailed(const sd_bus_error& error, int result, const std::string
         return unavailable("no screen-sharing portal answers on the session bus; install xdg-desktop-portal "
                            "and the desktop's portal backend (xdg-desktop-portal-gnome, -kde or -wlr)");
     }
+    // A portal without a screen-sharing backend answers a property read of its interface with InvalidArgs.
     if (name == SD_BUS_ERROR_UNKNOWN_METHOD || name == SD_BUS_ERROR_UNKNOWN_INTERFACE ||
-        name == SD_BUS_ERROR_UNKNOWN_OBJECT) {
+        name == SD_BUS_ERROR_UNKNOWN_OBJECT || name == SD_BUS_ERROR_UNKNOWN_PROPERTY ||
+        (name == SD_BUS_ERROR_INVALID_ARGS && call == "version")) {
         return unavailable("the desktop's portal offers no screen sharing; install its portal backend "
                            "(xdg-desktop-portal-gnome, -kde or -wlr)");
     }

@@ -120,6 +120,16 @@ TEST(ScreenCastPortal, NoPortalOrNoBusIsCaptureUnavailableNamingWhatIsMissing) {
         EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
         EXPECT_NE(std::string(error.what()).find("xdg-desktop-portal"), std::string::npos) << error.what();
     }
+    // A portal whose desktop has no screen-sharing backend names the backends to install.
+    ASSERT_TRUE(bus.startPortal({"--no-screencast"}));
+    try {
+        ScreenCastPortal({bus.address(), 10}).open("");
+        ADD_FAILURE() << "a portal without screen sharing shared the screen";
+    } catch (const CaptureError& error) {
+        EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
+        EXPECT_NE(std::string(error.what()).find("xdg-desktop-portal-gnome"), std::string::npos)
+            << error.what();
+    }
     try {
         ScreenCastPortal({"unix:path=/nonexistent/bus", 10}).open("");
         ADD_FAILURE() << "no bus, and yet the screen was shared";

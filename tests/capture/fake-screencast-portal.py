@@ -5,7 +5,7 @@
 # can check the calls and their order.
 #
 # Usage: fake-screencast-portal.py LOG [--cursor-modes N] [--version N] [--cancel METHOD] [--node N]
-#                                      [--pipewire SOCKET]
+#                                      [--pipewire SOCKET] [--no-screencast]
 # --cancel answers METHOD as a cancelled dialog; --pipewire hands out connections to SOCKET (else to
 # /dev/null). Each start gives a new restore token, "token-1", "token-2", …
 
@@ -30,6 +30,7 @@ arguments.add_argument("--version", type=int, default=4)
 arguments.add_argument("--cancel", default="")
 arguments.add_argument("--node", type=int, default=57)
 arguments.add_argument("--pipewire", default="")
+arguments.add_argument("--no-screencast", action="store_true")
 options = arguments.parse_args()
 
 
@@ -125,7 +126,7 @@ class Portal(dbus.service.Object):
     def Get(self, interface, name):
         values = {"AvailableSourceTypes": dbus.UInt32(1 | 2), "AvailableCursorModes": dbus.UInt32(options.cursor_modes),
                   "version": dbus.UInt32(options.version)}
-        if interface != SCREENCAST or name not in values:
+        if interface != SCREENCAST or name not in values or options.no_screencast:
             raise dbus.exceptions.DBusException("no such property", name="org.freedesktop.DBus.Error.InvalidArgs")
         return values[name]
 
