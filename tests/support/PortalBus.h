@@ -24,6 +24,17 @@ namespace marlowick::test {
 class PortalBus {
 public:
     PortalBus() {
+        // The bus of its own starts no service installed on the machine: an installed desktop portal
+        // would otherwise answer in place of the fake one once it stops.
+        const std::filesystem::path config = m_directory / "bus.conf";
+        std::ofstream(config)
+            << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
+               " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+               "<busconfig><type>session</type><listen>unix:tmpdir=/tmp</listen>"
+               "<auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\" "
+               "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/></policy>"
+               "</busconfig>\n";
+        const std::string configOption = "--config-file=" + config.string();
         int out[2];
         if (pipe(out) != 0) {
             return;
@@ -34,7 +45,7 @@ public:
             dup2(out[1], STDOUT_FILENO);
             ::close(out[0]);
             std::freopen("/dev/null", "w", stderr); // it can't raise its descriptor limit here, and says so
-            execlp("dbus-daemon", "dbus-daemon", "--session", "--nofork", "--print-address=1",
+            execlp("dbus-daemon", "dbus-daemon", configOption.c_str(), "--nofork", "--print-address=1",
                    static_cast<char*>(nullptr));
             _exit(127);
         }
