@@ -31,6 +31,10 @@ struct X11ScreenCapturer::Capture {
 X11ScreenCapturer::X11ScreenCapturer(Options options)
     : m_options(std::move(options)) {}
 
+X11ScreenCapturer::X11ScreenCapturer(Options options, std::shared_ptr<X11Connection> connection)
+    : m_options(std::move(options))
+    , m_connection(std::move(connection)) {}
+
 X11ScreenCapturer::~X11ScreenCapturer() {
     std::unique_ptr<Capture> capture;
     {
@@ -96,6 +100,10 @@ Size X11ScreenCapturer::screenSize(const std::string& display) {
     return sizeOf(X11Connection(display));
 }
 
+Size X11ScreenCapturer::screenSize(const X11Connection& connection) {
+    return sizeOf(connection);
+}
+
 void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
     {
         std::lock_guard lock(m_lock);
@@ -107,7 +115,8 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
     capture->configuration = configuration;
     // One connection for the picture, the screen's size and the input monitor; only the monitor's tap
     // opens a second.
-    const auto connection = std::make_shared<X11Connection>(m_options.display);
+    const std::shared_ptr<X11Connection> connection =
+        m_connection ? m_connection : std::make_shared<X11Connection>(m_options.display);
     capture->grabber = std::make_unique<X11FrameGrabber>(connection);
     const Size screen = sizeOf(*connection);
 

@@ -247,10 +247,21 @@ TEST(X11ScreenCapturer, AMissingMicrophoneFailsBeforeAnythingIsWritten) {
 }
 
 TEST(X11ScreenCapturer, ATakeOutlivesARecorderKilledPartWay) {
-    const VirtualDisplay display;
+    const TempDir dir;
+    const VirtualDisplay display(true, dir / "audit.log");
     const SoundServer sound;
     MARLOWICK_REQUIRE(xvfb(display), pulseAudio(sound));
-    const TempDir dir;
+    // The connections a process opened to the display, as the server's audit names their process.
+    const auto connectionsOf = [&](pid_t process) {
+        std::ifstream log(dir / "audit.log");
+        const std::string mark = "pid=" + std::to_string(process) + " ";
+        std::size_t count = 0;
+        for (std::string line; std::getline(log, line);) {
+            count +=
+                line.find(" connected from") != std::string::npos && line.find(mark) != std::string::npos;
+        }
+        return count;
+    };
     const pid_t recorder = fork();
     if (recorder == 0) {
         setenv("DISPLAY", display.name().c_str(), 1);
@@ -278,6 +289,9 @@ TEST(X11ScreenCapturer, ATakeOutlivesARecorderKilledPartWay) {
     const double killed = now();
     kill(recorder, SIGKILL);
     waitpid(recorder, nullptr, 0);
+    // The recorder opened the display twice: once for the screen's size, the pictures and the tap's
+    // requests, once for the tap's stream of events.
+    EXPECT_EQ(connectionsOf(recorder), 2u) << readText(dir / "audit.log");
 
     const std::vector<double> times = frameTimes(take);
     ASSERT_FALSE(times.empty());
