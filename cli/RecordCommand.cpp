@@ -5,6 +5,7 @@
 
 #include "capture/CaptureBackend.h"
 #include "capture/WaylandScreenCapturer.h"
+#include "capture/X11Connection.h"
 #include "capture/X11ScreenCapturer.h"
 #include "model/FileOps.h"
 #include "model/MarlowickDocument.h"
@@ -138,13 +139,16 @@ int runRecord(const std::vector<std::string>& args) {
         encoderName = [w = wayland.get()] { return w->encoderName(); };
         capturer = std::move(wayland);
     } else {
+        // The connection that measures the screen is the one the take records through.
+        std::shared_ptr<X11Connection> display;
         try {
-            configuration.size = X11ScreenCapturer::screenSize();
+            display = std::make_shared<X11Connection>();
+            configuration.size = X11ScreenCapturer::screenSize(*display);
         } catch (const CaptureError& error) {
             report(describe(error));
             return exitFailure;
         }
-        auto x11 = std::make_unique<X11ScreenCapturer>();
+        auto x11 = std::make_unique<X11ScreenCapturer>(X11ScreenCapturer::Options{}, display);
         encoderName = [x = x11.get()] { return x->encoderName(); };
         capturer = std::move(x11);
     }

@@ -3,13 +3,13 @@
 #include "capture/CaptureError.h"
 #include "capture/EvdevInputMonitor.h"
 #include "capture/ScreenCastPortal.h"
+#include "capture/SoundSource.h"
 #include "capture/X11Connection.h"
 
 #include <QProcess>
 #include <QStandardPaths>
 #include <QStringList>
 
-#include <pulse/pulseaudio.h>
 #include <xcb/record.h>
 #include <xcb/xcb.h>
 
@@ -32,30 +32,39 @@ std::string displayName(const std::string& display) {
     return variable != nullptr && *variable != '\0' ? variable : "(none: DISPLAY is not set)";
 }
 
-// A connection to the display, or none and the reason.
-std::unique_ptr<X11Connection> connectTo(const std::string& display, std::string& reason) {
-    try {
-        return std::make_unique<X11Connection>(display);
-    } catch (const CaptureError&) {
-        reason = "No X display answers at " + displayName(display) + ".";
-        return nullptr;
-    }
-}
-
-class ScreenRecordingProbe : public PermissionProbe {
+// A question asked of the X display: where no display answers, every such probe says so alike.
+class X11Probe : public PermissionProbe {
 public:
-    explicit ScreenRecordingProbe(std::string display)
+    explicit X11Probe(std::string display)
         : m_display(std::move(display)) {}
 
-    PermissionReading read() override {
-        std::string reason;
-        const std::unique_ptr<X11Connection> connection = connectTo(m_display, reason);
-        if (!connection) {
-            return {PermissionState::notAsked, reason};
+    PermissionReading read() final {
+        std::unique_ptr<X11Connection> connection;
+        try {
+            connection = std::make_unique<X11Connection>(m_display);
+        } catch (const CaptureError&) {
+            return {PermissionState::notAsked, "No X display answers at " + displayName(m_display) + "."};
         }
+        return readDisplay(*connection);
+    }
+
+protected:
+    virtual PermissionReading readDisplay(const X11Connection& connection) = 0;
+    const std::string& display() const { return m_display; }
+
+private:
+    std::string m_display;
+};
+
+class ScreenRecordingProbe : public X11Probe {
+public:
+    using X11Probe::X11Probe;
+
+protected:
+    PermissionReading readDisplay(const X11Connection& connection) override {
         // One pixel of the root window, read the way the capture reads whole frames.
-        xcb_connection_t* c = connection->get();
-        const xcb_screen_t& screen = connection->screen();
+        xcb_connection_t* c = connection.get();
+        const xcb_screen_t& screen = connection.screen();
         xcb_generic_error_t* error = nullptr;
         xcb_get_image_reply_t* image = xcb_get_image_reply(
             c, xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, screen.root, 0, 0, 1, 1, ~0U), &error);
@@ -64,36 +73,25 @@ public:
         std::free(error);
         if (!readable) {
             return {PermissionState::notAsked,
-                    "The X display " + displayName(m_display) + " doesn't let its screen be read."};
+                    "The X display " + displayName(display()) + " doesn't let its screen be read."};
         }
-        return {PermissionState::granted, "The X display " + displayName(m_display) + " can be recorded."};
+        return {PermissionState::granted, "The X display " + displayName(display()) + " can be recorded."};
     }
-
-private:
-    std::string m_display;
 };
 
-class AccessibilityProbe : public PermissionProbe {
+class AccessibilityProbe : public X11Probe {
 public:
-    explicit AccessibilityProbe(std::string display)
-        : m_display(std::move(display)) {}
+    using X11Probe::X11Probe;
 
-    PermissionReading read() override {
-        std::string reason;
-        const std::unique_ptr<X11Connection> connection = connectTo(m_display, reason);
-        if (!connection) {
-            return {PermissionState::notAsked, reason};
-        }
-        const xcb_query_extension_reply_t* record = xcb_get_extension_data(connection->get(), &xcb_record_id);
+protected:
+    PermissionReading readDisplay(const X11Connection& connection) override {
+        const xcb_query_extension_reply_t* record = xcb_get_extension_data(connection.get(), &xcb_record_id);
         if (record == nullptr || record->present == 0) {
             return {PermissionState::notAsked,
                     "The X server offers no RECORD extension, so only pointer positions are read."};
         }
         return {PermissionState::granted, "The X server's RECORD extension reports clicks and keys."};
     }
-
-private:
-    std::string m_display;
 };
 
 // On Wayland no client reads the screen by itself: the desktop's screen-sharing portal shares it, after a
@@ -147,75 +145,13 @@ private:
     std::filesystem::path m_directory;
 };
 
-struct MainloopDeleter {
-    void operator()(pa_mainloop* loop) const { pa_mainloop_free(loop); }
-};
-struct ContextDeleter {
-    void operator()(pa_context* context) const {
-        pa_context_disconnect(context);
-        pa_context_unref(context);
-    }
-};
-
-// The sound server's sources, split into microphones and monitors of outputs; none when no server
-// answers. A private loop, iterated until the one answer is in.
-struct SourceCount {
-    int microphones = 0;
-    int monitors = 0;
-};
-
-std::optional<SourceCount> countSources(const std::string& server) {
-    const std::unique_ptr<pa_mainloop, MainloopDeleter> loop(pa_mainloop_new());
-    const std::unique_ptr<pa_context, ContextDeleter> context(
-        pa_context_new(pa_mainloop_get_api(loop.get()), "Marlowick"));
-    if (!context || pa_context_connect(context.get(), server.empty() ? nullptr : server.c_str(),
-                                       PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
-        return std::nullopt;
-    }
-    for (;;) {
-        const pa_context_state_t state = pa_context_get_state(context.get());
-        if (state == PA_CONTEXT_READY) {
-            break;
-        }
-        if (!PA_CONTEXT_IS_GOOD(state) || pa_mainloop_iterate(loop.get(), 1, nullptr) < 0) {
-            return std::nullopt;
-        }
-    }
-    struct Answer {
-        bool done = false;
-        SourceCount count;
-    } answer;
-    pa_operation* operation = pa_context_get_source_info_list(
-        context.get(),
-        [](pa_context*, const pa_source_info* info, int end, void* data) {
-            auto* a = static_cast<Answer*>(data);
-            if (end != 0 || info == nullptr) {
-                a->done = true;
-                return;
-            }
-            ++(info->monitor_of_sink != PA_INVALID_INDEX ? a->count.monitors : a->count.microphones);
-        },
-        &answer);
-    if (operation == nullptr) {
-        return std::nullopt;
-    }
-    while (!answer.done && pa_operation_get_state(operation) == PA_OPERATION_RUNNING &&
-           pa_mainloop_iterate(loop.get(), 1, nullptr) >= 0) {
-    }
-    pa_operation_unref(operation);
-    if (!answer.done) {
-        return std::nullopt;
-    }
-    return answer.count;
-}
-
 class MicrophoneProbe : public PermissionProbe {
 public:
     explicit MicrophoneProbe(std::string server)
         : m_server(std::move(server)) {}
 
     PermissionReading read() override {
-        const std::optional<SourceCount> sources = countSources(m_server);
+        const std::optional<SoundSource::SourceCount> sources = SoundSource::countSources(m_server);
         if (!sources) {
             return {PermissionState::notAsked, "No sound server answers."};
         }

@@ -118,6 +118,26 @@ public:
         return answer.info;
     }
 
+    std::optional<SoundSource::SourceCount> sourceCount() {
+        struct Answer {
+            bool done = false;
+            SoundSource::SourceCount count;
+        } answer;
+        wait(pa_context_get_source_info_list(
+                 m_context.get(),
+                 [](pa_context*, const pa_source_info* info, int end, void* data) {
+                     auto* a = static_cast<Answer*>(data);
+                     if (end != 0 || info == nullptr) {
+                         a->done = true;
+                         return;
+                     }
+                     ++(info->monitor_of_sink != PA_INVALID_INDEX ? a->count.monitors : a->count.microphones);
+                 },
+                 &answer),
+             answer.done);
+        return answer.done ? std::optional(answer.count) : std::nullopt;
+    }
+
 private:
     void wait(pa_operation* operation, const bool& done) {
         if (operation == nullptr) {
@@ -192,6 +212,14 @@ SoundSource::SoundSource(Kind kind, std::string server, Deliver deliver, Warn wa
         throw CaptureError(CaptureError::Kind::captureUnavailable,
                            std::string("the system's sound can't be recorded: ") + pa_strerror(error));
     }
+}
+
+std::optional<SoundSource::SourceCount> SoundSource::countSources(const std::string& server) {
+    Introspection introspection(server);
+    if (!introspection.connected()) {
+        return std::nullopt;
+    }
+    return introspection.sourceCount();
 }
 
 SoundSource::~SoundSource() {

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -39,6 +40,15 @@ public:
 
     // The source's device name as the server knows it.
     const std::string& device() const { return m_device; }
+
+    // The sound server's sources, apart into microphones and monitors of outputs.
+    struct SourceCount {
+        int microphones = 0;
+        int monitors = 0;
+    };
+    // Asks the server at `server` (as for the constructor) for its sources, from any thread; none when no
+    // server answers.
+    static std::optional<SourceCount> countSources(const std::string& server);
 
 private:
     struct Stream;

@@ -1,17 +1,16 @@
 #include "capture/WaylandScreenCapturer.h"
 
+#include "capture/CaptureSounds.h"
 #include "capture/EvdevInputMonitor.h"
 #include "capture/RecordingSink.h"
 #include "capture/ScreenCastRecorder.h"
-#include "capture/SoundSource.h"
 
 #include <unistd.h>
 
 namespace marlowick {
 
 struct WaylandScreenCapturer::Capture {
-    std::unique_ptr<SoundSource> systemAudio;
-    std::unique_ptr<SoundSource> microphone;
+    std::optional<CaptureSounds> sounds;
     std::unique_ptr<ScreenCastRecorder> recorder;
     std::unique_ptr<EvdevInputMonitor> input; // where the pointer's positions come and a device is readable
 };
@@ -29,8 +28,7 @@ WaylandScreenCapturer::~WaylandScreenCapturer() {
     }
     if (capture) {
         // The sound stops first; the recorder still leaves a complete movie behind.
-        capture->systemAudio.reset();
-        capture->microphone.reset();
+        capture->sounds.reset();
         capture->input.reset();
         capture->recorder.reset();
     }
@@ -84,27 +82,9 @@ void WaylandScreenCapturer::start(const CaptureConfiguration& configuration) {
     Capture* c = capture.get();
     bool handedOver = false; // the recorder's stream owns the connection from then on
     try {
-        if (configuration.capturesMicrophone) {
-            capture->microphone = std::make_unique<SoundSource>(
-                SoundSource::Kind::microphone, m_options.soundServer,
-                [c](const float* samples, int frames, double time) {
-                    c->recorder->sink().appendAudio(RecordingSink::Output::microphone, samples, frames, time);
-                },
-                [this](const std::string& message) { warn(message); });
-        }
-        if (configuration.capturesAudio) {
-            try {
-                capture->systemAudio = std::make_unique<SoundSource>(
-                    SoundSource::Kind::systemAudio, m_options.soundServer,
-                    [c](const float* samples, int frames, double time) {
-                        c->recorder->sink().appendAudio(RecordingSink::Output::audio, samples, frames, time);
-                    },
-                    [this](const std::string& message) { warn(message); });
-            } catch (const CaptureError& error) {
-                // The track is still made, silent: the system's sound is a nicety, the picture is the take.
-                warn(std::string(error.what()) + "; the take has no system sound.");
-            }
-        }
+        capture->sounds.emplace(
+            configuration, m_options.soundServer, [c]() -> RecordingSink& { return c->recorder->sink(); },
+            [this](const std::string& message) { warn(message); });
         ScreenCastRecorder::Options recorderOptions;
         recorderOptions.minimumFreeBytes = m_options.minimumFreeBytes;
         recorderOptions.allowHardware = m_options.allowHardware;
@@ -126,12 +106,7 @@ void WaylandScreenCapturer::start(const CaptureConfiguration& configuration) {
             capture->input.reset(); // no readable device: positions only
         }
     }
-    if (capture->systemAudio) {
-        capture->systemAudio->start();
-    }
-    if (capture->microphone) {
-        capture->microphone->start();
-    }
+    capture->sounds->start();
     std::lock_guard lock(m_lock);
     m_cursorMetadata = capture->recorder->hasCursorMetadata();
     m_capture = std::move(capture);
@@ -146,12 +121,7 @@ Recording WaylandScreenCapturer::stop() {
         }
         c = m_capture.get();
     }
-    if (c->systemAudio) {
-        c->systemAudio->stop();
-    }
-    if (c->microphone) {
-        c->microphone->stop();
-    }
+    c->sounds->stop();
     std::optional<Recording> recording;
     std::optional<CaptureError> failure;
     try {

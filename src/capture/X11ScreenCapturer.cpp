@@ -1,9 +1,9 @@
 #include "capture/X11ScreenCapturer.h"
 
+#include "capture/CaptureSounds.h"
 #include "capture/InputMonitor.h"
 #include "capture/MonotonicClock.h"
 #include "capture/RecordingSink.h"
-#include "capture/SoundSource.h"
 #include "capture/X11Connection.h"
 #include "capture/X11FrameGrabber.h"
 
@@ -21,8 +21,7 @@ struct X11ScreenCapturer::Capture {
     CaptureConfiguration configuration;
     std::unique_ptr<RecordingSink> sink;
     std::unique_ptr<X11FrameGrabber> grabber;
-    std::unique_ptr<SoundSource> systemAudio;
-    std::unique_ptr<SoundSource> microphone;
+    std::optional<CaptureSounds> sounds;
     std::unique_ptr<InputMonitor> monitor;
     Point pointsToPixels{1, 1};
     std::optional<CaptureError> grabFailure; // guarded by the capturer's m_lock
@@ -31,6 +30,10 @@ struct X11ScreenCapturer::Capture {
 
 X11ScreenCapturer::X11ScreenCapturer(Options options)
     : m_options(std::move(options)) {}
+
+X11ScreenCapturer::X11ScreenCapturer(Options options, std::shared_ptr<X11Connection> connection)
+    : m_options(std::move(options))
+    , m_connection(std::move(connection)) {}
 
 X11ScreenCapturer::~X11ScreenCapturer() {
     std::unique_ptr<Capture> capture;
@@ -41,8 +44,7 @@ X11ScreenCapturer::~X11ScreenCapturer() {
     if (capture) {
         // An abandoned capture still leaves a complete movie behind.
         capture->grabbing = {};
-        capture->systemAudio.reset();
-        capture->microphone.reset();
+        capture->sounds.reset();
         if (capture->monitor) {
             capture->monitor->stop();
         }
@@ -98,6 +100,10 @@ Size X11ScreenCapturer::screenSize(const std::string& display) {
     return sizeOf(X11Connection(display));
 }
 
+Size X11ScreenCapturer::screenSize(const X11Connection& connection) {
+    return sizeOf(connection);
+}
+
 void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
     {
         std::lock_guard lock(m_lock);
@@ -109,34 +115,17 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
     capture->configuration = configuration;
     // One connection for the picture, the screen's size and the input monitor; only the monitor's tap
     // opens a second.
-    const auto connection = std::make_shared<X11Connection>(m_options.display);
+    const std::shared_ptr<X11Connection> connection =
+        m_connection ? m_connection : std::make_shared<X11Connection>(m_options.display);
     capture->grabber = std::make_unique<X11FrameGrabber>(connection);
     const Size screen = sizeOf(*connection);
 
     // The sound streams open before the take starts, so that their first pieces come in time; they
     // deliver only once started, when the sink exists.
     Capture* c = capture.get();
-    if (configuration.capturesMicrophone) {
-        capture->microphone = std::make_unique<SoundSource>(
-            SoundSource::Kind::microphone, m_options.soundServer,
-            [c](const float* samples, int frames, double time) {
-                c->sink->appendAudio(RecordingSink::Output::microphone, samples, frames, time);
-            },
-            [this](const std::string& message) { warn(message); });
-    }
-    if (configuration.capturesAudio) {
-        try {
-            capture->systemAudio = std::make_unique<SoundSource>(
-                SoundSource::Kind::systemAudio, m_options.soundServer,
-                [c](const float* samples, int frames, double time) {
-                    c->sink->appendAudio(RecordingSink::Output::audio, samples, frames, time);
-                },
-                [this](const std::string& message) { warn(message); });
-        } catch (const CaptureError& error) {
-            // The track is still made, silent: the system's sound is a nicety, the picture is the take.
-            warn(std::string(error.what()) + "; the take has no system sound.");
-        }
-    }
+    capture->sounds.emplace(
+        configuration, m_options.soundServer, [c]() -> RecordingSink& { return *c->sink; },
+        [this](const std::string& message) { warn(message); });
 
     RecordingSink::Options sinkOptions;
     sinkOptions.minimumFreeBytes = m_options.minimumFreeBytes;
@@ -175,12 +164,7 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
             }
         }
     });
-    if (capture->systemAudio) {
-        capture->systemAudio->start();
-    }
-    if (capture->microphone) {
-        capture->microphone->start();
-    }
+    capture->sounds->start();
     capture->monitor = std::make_unique<InputMonitor>(connection, m_options.allowTap);
     capture->monitor->start();
     capture->pointsToPixels = {screen.width > 0 ? configuration.size.width / screen.width : 1.0,
@@ -199,12 +183,7 @@ Recording X11ScreenCapturer::stop() {
         c = m_capture.get();
     }
     c->grabbing = {};
-    if (c->systemAudio) {
-        c->systemAudio->stop();
-    }
-    if (c->microphone) {
-        c->microphone->stop();
-    }
+    c->sounds->stop();
     std::vector<InputEvent> events = c->monitor->stop();
     const double duration = c->sink->finish();
     for (std::string& message : c->sink->takeWarnings()) {

@@ -9,6 +9,8 @@
 
 namespace marlowick {
 
+class X11Connection;
+
 // The capturer on an X11 desktop: the root window of the display's default screen, read through MIT-SHM
 // on a thread of its own at the configured rate (the server leaves the cursor out); the system's sound
 // from the default sink's monitor and the microphone from the default source, through PulseAudio; the
@@ -29,6 +31,9 @@ public:
     X11ScreenCapturer()
         : X11ScreenCapturer(Options{}) {}
     explicit X11ScreenCapturer(Options options);
+    // On a display the caller has open already, which each capture shares instead of opening
+    // `options.display` again.
+    X11ScreenCapturer(Options options, std::shared_ptr<X11Connection> connection);
     ~X11ScreenCapturer() override;
 
     // While capturing, what the running capture records (from the thread that starts and stops it);
@@ -52,14 +57,17 @@ public:
     // The size of the display's screen in pixels, as RandR reports it (the root window's where the server
     // has no RandR). Throws CaptureError (noDisplayAvailable) when no display answers.
     static Size screenSize(const std::string& display = {});
+    // The same, of a display already open.
+    static Size screenSize(const X11Connection& connection);
 
 private:
     struct Capture;
     void warn(const std::string& message);
 
     Options m_options;
-    mutable std::mutex m_lock;          // guards the fields below
-    std::unique_ptr<Capture> m_capture; // present while capturing
+    std::shared_ptr<X11Connection> m_connection; // as given; none opens the display at each start
+    mutable std::mutex m_lock;                   // guards the fields below
+    std::unique_ptr<Capture> m_capture;          // present while capturing
     std::vector<std::string> m_warnings;
     CaptureStatistics m_lastStatistics; // of the capture that ended last
     std::optional<double> m_lastMovieStart;

@@ -247,9 +247,23 @@ std::string stagingName(const fs::path& target, const std::string& id) {
 
 } // namespace
 
+fs::path writtenThrough(const fs::path& path) {
+    fs::path resolved = path;
+    // As many links as the kernel itself follows before it calls the chain a loop.
+    for (int links = 0; fs::is_symlink(resolved); ++links) {
+        if (links == 40) {
+            throw fs::filesystem_error("follow links", path,
+                                       std::make_error_code(std::errc::too_many_symbolic_link_levels));
+        }
+        const fs::path next = fs::read_symlink(resolved);
+        resolved = next.is_absolute() ? next : resolved.parent_path() / next;
+    }
+    return resolved;
+}
+
 StagedOutput::StagedOutput(const fs::path& target)
-    : m_target(target)
-    , m_staging(target.parent_path() / stagingName(target, Uuid::random().toString())) {}
+    : m_target(writtenThrough(target))
+    , m_staging(m_target.parent_path() / stagingName(m_target, Uuid::random().toString())) {}
 
 void StagedOutput::commit() {
     // The bytes reach the disk before the name does, so a power cut never leaves an empty target where
@@ -270,7 +284,12 @@ void StagedOutput::commit() {
     }
 }
 
-void removeStagedOutputs(const fs::path& target) {
+void removeStagedOutputs(const fs::path& linkOrTarget) {
+    fs::path target = linkOrTarget;
+    try {
+        target = writtenThrough(linkOrTarget);
+    } catch (const fs::filesystem_error&) {
+    }
     // A staging name of this target, with its ID as a run of '?' to be matched by any characters.
     const std::string id(Uuid::random().toString().size(), '?');
     const std::string pattern = stagingName(target, id);

@@ -136,9 +136,14 @@ private:
     fs::path m_path;
 };
 
+// Where a write to `path` lands: `path` itself, or where its chain of symbolic links ends (a file that
+// need not exist yet). Throws filesystem_error for a chain that loops.
+fs::path writtenThrough(const fs::path& path);
+
 // Output that takes the place of its target only once it is whole. The work writes `staging()`, a hidden
 // name beside the target with the target's extension, and `commit` renames it over the target; until then
-// whatever the target held is untouched, and the staging file is removed however the scope ends.
+// whatever the target held is untouched, and the staging file is removed however the scope ends. A target
+// that is a symbolic link stays one: the output takes the place of the file it leads to.
 class StagedOutput {
 public:
     explicit StagedOutput(const fs::path& target);

@@ -103,7 +103,8 @@ MarlowickDocument MarlowickDocument::read(const fs::path& package) {
         // The identity is kept even for a damaged file, so that an unchanged save keeps its bytes.
         document.m_telemetrySource = fileops::identityOf(eventsPath);
         // A damaged file is an error, not an empty list: the next edit made from no events (the zooms
-        // directed again, say) would quietly throw away everything the take recorded.
+        // directed again, say) would quietly throw away everything the take recorded. One that can't be
+        // read at all isn't damaged: the system's reason (a permission, a folder in its place) goes out.
         std::error_code error;
         if (fs::exists(eventsPath, error)) {
             auto events = readTelemetryFile(eventsPath);

@@ -44,9 +44,9 @@ public:
 
     // Opens the package at `package`. Throws DocumentError for a directory without "Document.json", a
     // version above the current one, or a movie that can't be found inside the package; CodingError
-    // for a "Document.json" that isn't a valid project; filesystem_error when it can't be read. An
-    // events file that is missing opens as empty telemetry; one that is there but can't be read as events
-    // throws DocumentError (telemetryDamaged).
+    // for a "Document.json" that isn't a valid project; filesystem_error when it or the events file can't
+    // be read. An events file that is missing opens as empty telemetry; one that is read but doesn't hold
+    // events throws DocumentError (telemetryDamaged).
     static MarlowickDocument read(const std::filesystem::path& package);
 
     // The package that holds `path`, following `..` and symbolic links, or none. What lies inside a

@@ -354,12 +354,9 @@ private:
 } // namespace
 
 std::optional<std::vector<InputEvent>> readTelemetryFile(const std::filesystem::path& path) {
-    try {
-        const fileops::MappedFile file(path);
-        return EventsReader(file.bytes()).read();
-    } catch (const std::filesystem::filesystem_error&) {
-        return std::nullopt; // unreadable counts as no telemetry
-    }
+    // A file that can't be read is no damaged file: the caller says what the system refused.
+    const fileops::MappedFile file(path);
+    return EventsReader(file.bytes()).read();
 }
 
 } // namespace marlowick

@@ -18,8 +18,9 @@ namespace marlowick {
 // the same double. Throws CodingError for a number that isn't finite, filesystem_error when writing fails.
 void writeTelemetryFile(const std::filesystem::path& path, const std::vector<InputEvent>& events);
 
-// The events of the file; none if it can't be read or isn't a JSON array of events. Keys may come in any
-// order and unknown keys are ignored; a missing or null key, or an unknown kind, spoils the whole file.
+// The events of the file; none if it isn't a JSON array of events. Keys may come in any order and unknown
+// keys are ignored; a missing or null key, or an unknown kind, spoils the whole file. Throws
+// filesystem_error when the file can't be read (no permission, a folder in its place).
 std::optional<std::vector<InputEvent>> readTelemetryFile(const std::filesystem::path& path);
 
 } // namespace marlowick

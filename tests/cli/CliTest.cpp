@@ -418,9 +418,14 @@ TEST_F(Cli, ExportWritesTheMovieAndCtrlCStopsItCleanly) {
     EXPECT_NE(r.out.find("(60 frames"), std::string::npos) << r.out;
     EXPECT_EQ(readText(dir / "short.srt"), "1\n00:00:00,200 --> 00:00:00,600\nHello\n\n"
                                            "2\n00:00:01,200 --> 00:00:01,800\nBye.\n\n");
+    // An output that is a symbolic link is written through: the link stays, its file is the movie.
+    fs::create_directory(dir / "published");
+    fs::create_symlink(fs::path("published") / "web-final.mp4", dir / "web.mp4");
     r = run({"export", package.string(), "--preset", "free-720p", "-o", (dir / "web.mp4").string(),
              "--subtitles", "vtt"});
     ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(fs::is_symlink(dir / "web.mp4"));
+    EXPECT_EQ(VideoDecoder(dir / "published" / "web-final.mp4").width(), 1280);
     EXPECT_EQ(readText(dir / "web.vtt").substr(0, 8), "WEBVTT\n\n");
     EXPECT_FALSE(fs::exists(dir / "web.srt"));
     EXPECT_NE(r.err.find("60/60 frames"), std::string::npos) << r.err;

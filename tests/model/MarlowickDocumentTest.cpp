@@ -180,7 +180,7 @@ TEST_F(Package, ReadRefusesAMovieThatIsMissingOrOutsideThePackage) {
     }
 }
 
-TEST_F(Package, MissingTelemetryOpensEmptyAndDamagedTelemetryIsRefused) {
+TEST_F(Package, MissingTelemetryOpensEmptyAndDamagedOrUnreadableTelemetryIsRefused) {
     saved();
     const fs::path events = target / "Telemetry" / "events.json";
     const std::vector<std::string> damaged{
@@ -209,6 +209,15 @@ TEST_F(Package, MissingTelemetryOpensEmptyAndDamagedTelemetryIsRefused) {
             EXPECT_EQ(e.kind(), DocumentError::Kind::telemetryDamaged) << text;
             EXPECT_STREQ(e.what(), "Telemetry/events.json");
         }
+    }
+    // A file that can't be read at all is no damaged one: the system's reason is what the person reads.
+    fs::remove(events);
+    fs::create_directory(events);
+    try {
+        MarlowickDocument::read(target);
+        ADD_FAILURE() << "read a folder as events";
+    } catch (const fs::filesystem_error& e) {
+        EXPECT_EQ(e.path1(), events);
     }
     fs::remove(events);
     EXPECT_TRUE(MarlowickDocument::read(target).telemetry().empty());

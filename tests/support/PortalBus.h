@@ -24,11 +24,13 @@ namespace marlowick::test {
 class PortalBus {
 public:
     PortalBus() {
-        // A bus of our own making that starts no service by name: with the standard session configuration
-        // it would start whatever portal the machine has installed, in place of the fake one or of none.
+        // The bus of its own starts no service installed on the machine: an installed desktop portal
+        // would otherwise answer in place of the fake one once it stops.
         const std::filesystem::path config = m_directory / "bus.conf";
         std::ofstream(config)
-            << "<busconfig><type>session</type><listen>unix:tmpdir=/tmp</listen>"
+            << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
+               " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+               "<busconfig><type>session</type><listen>unix:tmpdir=/tmp</listen>"
                "<auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\" "
                "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/></policy>"
                "</busconfig>\n";

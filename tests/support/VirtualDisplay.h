@@ -17,10 +17,11 @@ namespace marlowick::test {
 // A private Xvfb on the first free display number, stopped at the end. It runs with -noreset: by default
 // an X server resets when its last client leaves, and the connection after the readiness check would
 // find it half way through, without its extensions. With `record` false the server runs without the
-// RECORD extension.
+// RECORD extension. With an `audit` file the server writes a line there for each client that connects
+// ("client N connected from local host").
 class VirtualDisplay {
 public:
-    explicit VirtualDisplay(bool record = true) {
+    explicit VirtualDisplay(bool record = true, const std::filesystem::path& audit = {}) {
         for (int n = 90; n < 140; ++n) {
             if (std::filesystem::exists("/tmp/.X11-unix/X" + std::to_string(n)) ||
                 std::filesystem::exists("/tmp/.X" + std::to_string(n) + "-lock")) {
@@ -29,10 +30,10 @@ public:
             m_name = ":" + std::to_string(n);
             m_server = fork();
             if (m_server == 0) {
-                std::freopen("/dev/null", "w", stderr);
+                std::freopen(audit.empty() ? "/dev/null" : audit.c_str(), "w", stderr);
                 execlp("Xvfb", "Xvfb", m_name.c_str(), "-screen", "0", "1280x720x24", "-nolisten", "tcp",
-                       "-noreset", record ? "+extension" : "-extension", "RECORD",
-                       static_cast<char*>(nullptr));
+                       "-noreset", record ? "+extension" : "-extension", "RECORD", "-audit",
+                       audit.empty() ? "0" : "4", static_cast<char*>(nullptr));
                 _exit(127);
             }
             // Up to about five seconds for the server to answer; each failed connection has already been
