@@ -3,10 +3,12 @@
 // stream into a movie for MARLOWICK_BENCH_SECONDS (60 by default). The producer runs apart so that the
 // figures are the recorder's alone.
 //
-// Usage: marlowick-screencast-bench MOVIE [TIMES]
+// Usage: marlowick-screencast-bench [--dmabuf] MOVIE [TIMES]
 //        marlowick-screencast-bench --node NODE MOVIE
-// The second form records a node some real desktop already shares on the PipeWire daemon of
-// $XDG_RUNTIME_DIR instead (see scripts/try-real-compositor), and prints what came of it.
+// With --dmabuf the producer hands out its pictures as linear DMA-BUFs (memory files announced as such)
+// instead of shared memory that PipeWire allocates. The second form records a node some real desktop
+// already shares on the PipeWire daemon of $XDG_RUNTIME_DIR instead (see scripts/try-real-compositor), and
+// prints what came of it.
 // Prints the CPU seconds (user + system), the share of one core, peak memory, the pictures sent, written
 // and dropped. With TIMES, also writes "user system peak-KiB wall" there, as /usr/bin/time -f "%U %S %M %e"
 // does, for bench/capture/capture-bench to put beside the X11 capturer's figures.
@@ -24,6 +26,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <string>
 #include <thread>
 
 using namespace marlowick;
@@ -49,8 +52,9 @@ bool readAll(int fd, void* data, std::size_t size) {
 
 // The producer's side, in the child: shares the synthetic screen, tells its node, links it to the node it
 // is told, and produces until the parent closes its end; then tells how many pictures it sent.
-[[noreturn]] void produce(const PipeWireDaemon& daemon, int in, int out) {
+[[noreturn]] void produce(const PipeWireDaemon& daemon, bool dmaBuf, int in, int out) {
     SyntheticScreen::Options options;
+    options.dmaBuf = dmaBuf;
     options.width = width;
     options.height = height;
     options.frameRate = frameRate;
@@ -123,8 +127,13 @@ int main(int argc, char** argv) {
         return recordNode(static_cast<std::uint32_t>(std::stoul(argv[2])), argv[3],
                           variable != nullptr ? std::atof(variable) : 5.0);
     }
+    const bool dmaBuf = argc > 1 && std::string(argv[1]) == "--dmabuf";
+    if (dmaBuf) {
+        --argc;
+        ++argv;
+    }
     if (argc < 2) {
-        std::cerr << "usage: marlowick-screencast-bench MOVIE [TIMES]\n";
+        std::cerr << "usage: marlowick-screencast-bench [--dmabuf] MOVIE [TIMES]\n";
         return 2;
     }
     const double duration = variable != nullptr ? std::atof(variable) : 60.0;
@@ -145,7 +154,7 @@ int main(int argc, char** argv) {
     if (producer == 0) {
         ::close(toChild[1]);
         ::close(fromChild[0]);
-        produce(daemon, toChild[0], fromChild[1]);
+        produce(daemon, dmaBuf, toChild[0], fromChild[1]);
     }
     ::close(toChild[0]);
     ::close(fromChild[1]);
@@ -193,10 +202,16 @@ int main(int argc, char** argv) {
 
     const double user = seconds(after.ru_utime) - seconds(before.ru_utime);
     const double system = seconds(after.ru_stime) - seconds(before.ru_stime);
-    std::printf("%gs of a %dx%d screen shared at %d fps through PipeWire, recorded with %s (%u cores)\n",
-                duration, width, height, frameRate, encoder.c_str(), std::thread::hardware_concurrency());
+    std::printf(
+        "%gs of a %dx%d screen shared at %d fps through PipeWire in %s, recorded with %s (%u cores)\n",
+        duration, width, height, frameRate, dmaBuf ? "linear DMA-BUFs" : "shared memory", encoder.c_str(),
+        std::thread::hardware_concurrency());
     std::printf("recorder: %.1f CPU s (%.1f user, %.1f system), %.0f%% of a core, peak %ld MB\n",
                 user + system, user, system, 100 * (user + system) / wall, after.ru_maxrss / 1024);
+    std::printf("recorder: %.2f CPU ms per picture written\n",
+                statistics.framesWritten > 0
+                    ? 1000 * (user + system) / static_cast<double>(statistics.framesWritten)
+                    : 0.0);
     std::printf("pictures: %lld sent, %lld written, %lld dropped (%lld after the first second)\n",
                 static_cast<long long>(sent), static_cast<long long>(statistics.framesWritten),
                 static_cast<long long>(statistics.framesDropped),

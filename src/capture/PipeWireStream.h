@@ -11,11 +11,18 @@
 namespace marlowick {
 
 // A video stream taken from a PipeWire node: the screen as a desktop's screen-sharing service offers it.
-// The stream asks for 32-bit pixels in shared memory (B, G, R, X or A, or R, G, B, X or A, in memory) and
-// hands each picture on as B, G, R, X, row 0 at the top, with the time PipeWire gave it: the producer's
+// The stream asks for 32-bit pixels (B, G, R, X or A, or R, G, B, X or A, in memory) in DMA-BUFs of the
+// linear layout first, then in shared memory, and hands each picture on as B, G, R, X, row 0 at the top,
+// with the time PipeWire gave it: the producer's
 // presentation stamp where the buffer carries one, else the start of the graph's cycle, both on the
 // monotonic clock in nanoseconds. Where the buffers carry cursor metadata, each new pointer position is
 // handed on too, in pixels of the stream's pictures.
+//
+// A DMA-BUF is mapped for reading once, when PipeWire adds the buffer, and each picture is read between
+// the buffer's cache synchronisation calls. Only the linear layout is offered: a tiled one needs the GPU to
+// import it (EGL's DMA-BUF import with modifiers), and the software renderer this is built and tested on
+// has no such import. A producer that gives its pictures only in layouts this can't read ends the stream
+// at once (captureUnavailable), the text saying what the stream reads.
 //
 // The stream is linked to its node by the desktop's session manager (it asks for the node as its target);
 // on a daemon with no manager, something else must link the two (see `nodeId`).

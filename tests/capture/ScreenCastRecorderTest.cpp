@@ -256,3 +256,93 @@ TEST(ScreenCastRecorder, StreamsThatCantBeHadAreCaptureUnavailable) {
     EXPECT_GT(recorder.statistics().framesWritten, 10);
     EXPECT_TRUE(recording.inputEvents.empty());
 }
+
+TEST(ScreenCastRecorder, LinearDmaBufsAreRecordedAsSharedMemoryIs) {
+    const PipeWireDaemon daemon;
+    MARLOWICK_REQUIRE(pipeWire(daemon));
+    // The producer offers DMA-BUFs alone: one linear layout, then a choice of a tiled one and the linear
+    // one, which the link narrows to the linear one and the producer then fixes; red-first pixels the
+    // second time.
+    constexpr std::uint64_t tiled = (1ull << 56) | 1; // DRM's X-tiled layout of Intel's GPUs
+    for (const bool choice : {false, true}) {
+        SCOPED_TRACE(choice ? "a choice of layouts, RGBx" : "linear, BGRx");
+        const TempDir dir;
+        SyntheticScreen::Options options;
+        options.dmaBuf = true;
+        if (choice) {
+            options.modifiers = {tiled, 0};
+            options.format = SPA_VIDEO_FORMAT_RGBx;
+        }
+        SyntheticScreen screen(daemon.connect(), options);
+        ScreenCastRecorder recorder({daemon.connect(), {}}, screen.nodeId(), configurationIn(dir),
+                                    linkedBy(screen));
+        EXPECT_GT(screen.dmaBuffers(), 0);
+        EXPECT_TRUE(recorder.hasCursorMetadata());
+        ASSERT_TRUE(screen.waitForPictures(screen.sent().size() + 60));
+        const Recording recording = recorder.stop();
+        EXPECT_FALSE(recorder.interruption());
+        const std::vector<SyntheticScreen::Sent> sent = screen.sent();
+        std::map<int, SyntheticScreen::Sent> byNumber;
+        for (const SyntheticScreen::Sent& s : sent) {
+            byNumber[s.number] = s;
+        }
+
+        // The pictures in order on the producer's stamps, their pixels the right way round.
+        const std::vector<DecodedFrame> frames = decode(dir / "take.mov", 1.0);
+        ASSERT_GE(frames.size(), 40u);
+        ASSERT_TRUE(byNumber.contains(frames.front().number));
+        const std::uint64_t firstPts = byNumber[frames.front().number].pts;
+        int previous = -1;
+        for (const DecodedFrame& frame : frames) {
+            ASSERT_TRUE(byNumber.contains(frame.number)) << frame.time;
+            EXPECT_GT(frame.number, previous);
+            previous = frame.number;
+            EXPECT_NEAR(frame.time, static_cast<double>(byNumber[frame.number].pts - firstPts) / 1e9, 0.0005)
+                << frame.number;
+        }
+        const DecodedFrame& last = frames.back();
+        const Point corner = SyntheticScreen::squareOf(last.number);
+        const std::uint8_t* inside =
+            last.image.row(static_cast<int>(corner.y + 16)) + 4 * static_cast<int>(corner.x + 16);
+        EXPECT_GT(inside[2], 200);
+        if (choice) {
+            EXPECT_LT(inside[0], 60); // red
+        } else {
+            EXPECT_GT(inside[0], 200); // white
+        }
+        const std::uint8_t* field = last.image.row(last.image.height - 4) + 4 * 4;
+        EXPECT_GT(field[0], 60);
+        EXPECT_LT(field[2], 40);
+
+        // The pointer from the same buffers' metadata, at its pictures' times.
+        ASSERT_FALSE(recording.inputEvents.empty());
+        for (const InputEvent& event : recording.inputEvents) {
+            const auto found = std::find_if(sent.begin(), sent.end(), [&](const SyntheticScreen::Sent& s) {
+                return std::abs(static_cast<double>(s.pts - firstPts) / 1e9 - event.time) < 0.0005;
+            });
+            ASSERT_NE(found, sent.end()) << event.time;
+            EXPECT_EQ(event.location, found->cursor) << event.time;
+        }
+    }
+}
+
+TEST(ScreenCastRecorder, DmaBufsOfALayoutThatCantBeReadAreCaptureUnavailable) {
+    const PipeWireDaemon daemon;
+    MARLOWICK_REQUIRE(pipeWire(daemon));
+    const TempDir dir;
+    SyntheticScreen::Options options;
+    options.dmaBuf = true;
+    options.modifiers = {(1ull << 56) | 2}; // Intel's Y-tiled layout, and nothing else
+    SyntheticScreen screen(daemon.connect(), options);
+    ScreenCastRecorder::Options recorderOptions = linkedBy(screen);
+    recorderOptions.formatTimeout = 5;
+    try {
+        ScreenCastRecorder recorder({daemon.connect(), {}}, screen.nodeId(), configurationIn(dir),
+                                    recorderOptions);
+        ADD_FAILURE() << "a recorder started on pictures it can't read";
+    } catch (const CaptureError& error) {
+        EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
+        EXPECT_NE(std::string(error.what()).find("no picture format"), std::string::npos) << error.what();
+    }
+    EXPECT_EQ(screen.dmaBuffers(), 0);
+}

@@ -13,10 +13,13 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <sys/mman.h>
 #include <thread>
 #include <time.h>
+#include <unistd.h>
 #include <vector>
 
 namespace marlowick::test {
@@ -29,6 +32,10 @@ namespace marlowick::test {
 //
 // The square is white, or red for the formats with red first in memory, so that a consumer that reads the
 // channels the wrong way round shows it blue.
+//
+// The pictures go in shared memory that PipeWire allocates, or, offering only the DMA-BUF format, in
+// buffers the producer allocates itself and hands out as DMA-BUFs: memory files, which map as a linear
+// DMA-BUF does but refuse its cache synchronisation.
 class SyntheticScreen {
 public:
     struct Options {
@@ -38,6 +45,10 @@ public:
         spa_video_format format = SPA_VIDEO_FORMAT_BGRx;
         bool cursorMetadata = true;
         int cursorSide = 64; // of the largest cursor bitmap the metadata makes room for, in pixels
+        bool dmaBuf = false;
+        // The DMA-BUF layouts offered: one is fixed; several are left open, and the producer fixes the first
+        // that the link keeps. The buffers are linear whatever is named.
+        std::vector<std::uint64_t> modifiers{0}; // DRM's linear layout
     };
 
     // A picture as it was sent.
@@ -83,10 +94,16 @@ public:
             };
             e.param_changed = [](void* data, std::uint32_t id, const spa_pod* param) {
                 if (id == SPA_PARAM_Format && param != nullptr) {
-                    static_cast<SyntheticScreen*>(data)->formatAgreed();
+                    static_cast<SyntheticScreen*>(data)->formatAgreed(param);
                 }
             };
             e.process = [](void* data) { static_cast<SyntheticScreen*>(data)->produce(); };
+            e.add_buffer = [](void* data, pw_buffer* buffer) {
+                static_cast<SyntheticScreen*>(data)->allocate(buffer);
+            };
+            e.remove_buffer = [](void* data, pw_buffer* buffer) {
+                static_cast<SyntheticScreen*>(data)->release(buffer);
+            };
             return e;
         }();
         pw_stream_add_listener(m_stream, &m_listener, &events, this);
@@ -94,15 +111,12 @@ public:
         std::uint8_t memory[512];
         spa_pod_builder b{};
         spa_pod_builder_init(&b, memory, sizeof memory);
-        spa_video_info_raw info{};
-        info.format = m_options.format;
-        info.size = {static_cast<std::uint32_t>(m_options.width),
-                     static_cast<std::uint32_t>(m_options.height)};
-        info.framerate = {static_cast<std::uint32_t>(m_options.frameRate), 1};
-        const spa_pod* params[] = {spa_format_video_raw_build(&b, SPA_PARAM_EnumFormat, &info)};
-        pw_stream_connect(m_stream, PW_DIRECTION_OUTPUT, PW_ID_ANY,
-                          static_cast<pw_stream_flags>(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_MAP_BUFFERS),
-                          params, 1);
+        const spa_pod* params[] = {enumFormat(b)};
+        const int allocates = m_options.dmaBuf ? PW_STREAM_FLAG_ALLOC_BUFFERS : 0;
+        pw_stream_connect(
+            m_stream, PW_DIRECTION_OUTPUT, PW_ID_ANY,
+            static_cast<pw_stream_flags>(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_MAP_BUFFERS | allocates),
+            params, 1);
 
         m_timer = pw_loop_add_timer(
             pw_thread_loop_get_loop(m_loop),
@@ -175,6 +189,14 @@ public:
         pw_thread_loop_unlock(m_loop);
     }
 
+    // How many DMA-BUFs the producer has handed to PipeWire.
+    int dmaBuffers() {
+        pw_thread_loop_lock(m_loop);
+        const int count = m_dmaBuffers;
+        pw_thread_loop_unlock(m_loop);
+        return count;
+    }
+
     std::vector<Sent> sent() {
         std::lock_guard lock(m_lock);
         return m_sent;
@@ -210,10 +232,96 @@ private:
         return static_cast<const spa_pod*>(spa_pod_builder_pop(&b, &object));
     }
 
-    void formatAgreed() {
+    const spa_pod* enumFormat(spa_pod_builder& b) const {
+        spa_pod_frame object{};
+        spa_pod_frame choice{};
+        spa_pod_builder_push_object(&b, &object, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat);
+        spa_pod_builder_prop(&b, SPA_FORMAT_mediaType, 0);
+        spa_pod_builder_id(&b, SPA_MEDIA_TYPE_video);
+        spa_pod_builder_prop(&b, SPA_FORMAT_mediaSubtype, 0);
+        spa_pod_builder_id(&b, SPA_MEDIA_SUBTYPE_raw);
+        spa_pod_builder_prop(&b, SPA_FORMAT_VIDEO_format, 0);
+        spa_pod_builder_id(&b, m_options.format);
+        if (m_options.dmaBuf) {
+            const std::vector<std::uint64_t> modifiers =
+                m_fixedModifier ? std::vector<std::uint64_t>{*m_fixedModifier} : m_options.modifiers;
+            if (modifiers.size() == 1) {
+                spa_pod_builder_prop(&b, SPA_FORMAT_VIDEO_modifier, SPA_POD_PROP_FLAG_MANDATORY);
+                spa_pod_builder_long(&b, static_cast<std::int64_t>(modifiers.front()));
+            } else {
+                spa_pod_builder_prop(&b, SPA_FORMAT_VIDEO_modifier,
+                                     SPA_POD_PROP_FLAG_MANDATORY | SPA_POD_PROP_FLAG_DONT_FIXATE);
+                spa_pod_builder_push_choice(&b, &choice, SPA_CHOICE_Enum, 0);
+                spa_pod_builder_long(&b, static_cast<std::int64_t>(modifiers.front()));
+                for (const std::uint64_t modifier : modifiers) {
+                    spa_pod_builder_long(&b, static_cast<std::int64_t>(modifier));
+                }
+                spa_pod_builder_pop(&b, &choice);
+            }
+        }
+        spa_pod_builder_prop(&b, SPA_FORMAT_VIDEO_size, 0);
+        spa_pod_builder_rectangle(&b, static_cast<std::uint32_t>(m_options.width),
+                                  static_cast<std::uint32_t>(m_options.height));
+        spa_pod_builder_prop(&b, SPA_FORMAT_VIDEO_framerate, 0);
+        spa_pod_builder_fraction(&b, static_cast<std::uint32_t>(m_options.frameRate), 1);
+        return static_cast<const spa_pod*>(spa_pod_builder_pop(&b, &object));
+    }
+
+    // The producer's own buffers, where it hands out DMA-BUFs: a memory file each, mapped for drawing.
+    void allocate(pw_buffer* buffer) {
+        spa_data& data = buffer->buffer->datas[0];
+        if (!m_options.dmaBuf || (data.type & (1u << SPA_DATA_DmaBuf)) == 0) {
+            return;
+        }
+        const std::uint32_t size = static_cast<std::uint32_t>(m_options.width * m_options.height * 4);
+        const int fd = memfd_create("synthetic-screen", MFD_CLOEXEC);
+        void* mapped = fd >= 0 && ftruncate(fd, size) == 0
+                           ? mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0)
+                           : MAP_FAILED;
+        if (mapped == MAP_FAILED) {
+            if (fd >= 0) {
+                ::close(fd);
+            }
+            return;
+        }
+        data.type = SPA_DATA_DmaBuf;
+        data.flags = SPA_DATA_FLAG_READWRITE;
+        data.fd = fd;
+        data.mapoffset = 0;
+        data.maxsize = size;
+        data.data = mapped;
+        m_dmaBuffers += 1;
+    }
+
+    void release(pw_buffer* buffer) {
+        spa_data& data = buffer->buffer->datas[0];
+        if (data.type == SPA_DATA_DmaBuf && data.data != nullptr) {
+            munmap(data.data, data.maxsize);
+            ::close(static_cast<int>(data.fd));
+            data.data = nullptr;
+            data.fd = -1;
+        }
+    }
+
+    void formatAgreed(const spa_pod* format) {
         std::uint8_t memory[512];
         spa_pod_builder b{};
         spa_pod_builder_init(&b, memory, sizeof memory);
+        // A layout left open is the allocator's to fix, as a GPU's producer does after a trial allocation:
+        // it offers the format again with the first layout of the choice alone, and the format comes back
+        // fixed.
+        if (const spa_pod_prop* modifier = spa_pod_find_prop(format, nullptr, SPA_FORMAT_VIDEO_modifier)) {
+            std::uint32_t count = 0;
+            std::uint32_t choice = SPA_CHOICE_None;
+            const spa_pod* values = spa_pod_get_values(&modifier->value, &count, &choice);
+            if (choice != SPA_CHOICE_None && count > 0 && values->type == SPA_TYPE_Long && !m_fixedModifier) {
+                m_fixedModifier =
+                    static_cast<std::uint64_t>(*static_cast<const std::int64_t*>(SPA_POD_BODY_CONST(values)));
+                const spa_pod* params[] = {enumFormat(b)};
+                pw_stream_update_params(m_stream, params, 1);
+                return;
+            }
+        }
         spa_pod_frame object{};
         spa_pod_builder_push_object(&b, &object, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers);
         spa_pod_builder_prop(&b, SPA_PARAM_BUFFERS_buffers, 0);
@@ -224,6 +332,13 @@ private:
         spa_pod_builder_int(&b, m_options.width * m_options.height * 4);
         spa_pod_builder_prop(&b, SPA_PARAM_BUFFERS_stride, 0);
         spa_pod_builder_int(&b, m_options.width * 4);
+        if (m_options.dmaBuf) {
+            spa_pod_frame choice{};
+            spa_pod_builder_prop(&b, SPA_PARAM_BUFFERS_dataType, 0);
+            spa_pod_builder_push_choice(&b, &choice, SPA_CHOICE_Flags, 0);
+            spa_pod_builder_int(&b, 1 << SPA_DATA_DmaBuf);
+            spa_pod_builder_pop(&b, &choice);
+        }
         std::vector<const spa_pod*> params{static_cast<const spa_pod*>(spa_pod_builder_pop(&b, &object))};
         params.push_back(meta(b, SPA_META_Header, sizeof(spa_meta_header)));
         if (m_options.cursorMetadata) {
@@ -313,8 +428,10 @@ private:
     pw_proxy* m_link = nullptr;
     spa_hook m_listener{};
     spa_source* m_timer = nullptr;
-    bool m_streaming = false; // the loop's thread, or under its lock
-    int m_next = 0;           // the loop's thread only
+    bool m_streaming = false;                     // the loop's thread, or under its lock
+    int m_dmaBuffers = 0;                         // the loop's thread, or under its lock
+    std::optional<std::uint64_t> m_fixedModifier; // the loop's thread only
+    int m_next = 0;                               // the loop's thread only
     std::uint64_t m_firstPts = 0;
     std::mutex m_lock; // guards m_sent
     std::vector<Sent> m_sent;
