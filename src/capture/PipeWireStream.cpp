@@ -625,8 +625,9 @@ PipeWireStream::PipeWireStream(Remote remote, std::uint32_t targetNode, Handler 
     spa_pod_builder b{};
     spa_pod_builder_init(&b, memory, sizeof memory);
     const std::vector<std::uint64_t> modifiers(std::begin(readableModifiers), std::end(readableModifiers));
-    // DMA-BUF first, which the producer then prefers; shared memory where it has no DMA-BUF to give.
-    const spa_pod* params[] = {enumFormat(b, &modifiers), enumFormat(b)};
+    // The link takes the first of these the producer can give: shared memory, and DMA-BUF where it has
+    // nothing else, since a picture in a GPU's memory is slow for the processor to read.
+    const spa_pod* params[] = {enumFormat(b), enumFormat(b, &modifiers)};
     const int connected = pw_stream_connect(
         s->stream, PW_DIRECTION_INPUT, PW_ID_ANY,
         static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS), params, 2);

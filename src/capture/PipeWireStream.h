@@ -11,11 +11,12 @@
 namespace marlowick {
 
 // A video stream taken from a PipeWire node: the screen as a desktop's screen-sharing service offers it.
-// The stream asks for 32-bit pixels (B, G, R, X or A, or R, G, B, X or A, in memory) in DMA-BUFs of the
-// linear layout first, then in shared memory, and hands each picture on as B, G, R, X, row 0 at the top,
-// with the time PipeWire gave it: the producer's
-// presentation stamp where the buffer carries one, else the start of the graph's cycle, both on the
-// monotonic clock in nanoseconds. Where the buffers carry cursor metadata, each new pointer position is
+// The stream asks for 32-bit pixels (B, G, R, X or A, or R, G, B, X or A, in memory) in shared memory
+// first, then in DMA-BUFs of the linear layout, and hands each picture on as B, G, R, X, row 0 at the top,
+// with the time PipeWire gave it: the producer's presentation stamp where the buffer carries one, else the
+// start of the graph's cycle, both on the monotonic clock in nanoseconds. Shared memory comes first because
+// the pictures are read by the processor: a linear DMA-BUF in a discrete GPU's memory reads many times
+// slower than memory the producer filled. A producer that has only DMA-BUFs to give gets the second. Where the buffers carry cursor metadata, each new pointer position is
 // handed on too, in pixels of the stream's pictures.
 //
 // A DMA-BUF is mapped for reading once, when PipeWire adds the buffer, and each picture is read between
