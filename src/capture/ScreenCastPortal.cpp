@@ -6,11 +6,13 @@
 #include <systemd/sd-bus.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
 #include <optional>
+#include <thread>
 #include <unistd.h>
 
 namespace marlowick {
@@ -123,9 +125,10 @@ void readOptions(sd_bus_message* m, const std::function<bool(const std::string& 
 struct ScreenCastPortal::State {
     Options options;
     sd_bus* bus = nullptr;
-    std::string sender;  // our unique name as request paths spell it, "1_42"
-    std::string session; // the open session's handle, empty when none
-    int token = 0;       // numbers the requests' handle tokens
+    std::string sender;        // our unique name as request paths spell it, "1_42"
+    std::string session;       // the open session's handle, empty when none
+    int token = 0;             // numbers the requests' handle tokens
+    bool requestEnded = false; // the last request was ended by the portal, neither answered nor cancelled
 
     ~State() { sd_bus_flush_close_unref(bus); }
 
@@ -248,6 +251,7 @@ struct ScreenCastPortal::State {
         if (code == 1) {
             throw CaptureError(CaptureError::Kind::permissionDenied);
         }
+        requestEnded = code != 0;
         if (code != 0) {
             throw unavailable(std::string("the desktop's screen sharing could not ") +
                               (std::strcmp(method, "Start") == 0 ? "start" : "set up") +
@@ -279,23 +283,35 @@ ScreenCastPortal::Share ScreenCastPortal::open(const std::string& restoreToken) 
     Share share;
     share.cursorMetadata = (cursorModes & cursorMetadata) != 0;
 
-    {
-        Message created = s.request(
-            "CreateSession", [](sd_bus_message*) {},
-            [](OptionsWriter& options) { options.add("session_handle_token", std::string("marlowick")); });
-        readOptions(created.m, [&](const std::string& key) {
-            if (key != "session_handle") {
-                return false;
+    // A portal backend that the bus starts for this very call may not offer screen sharing yet, and the
+    // portal then ends the request: asked again a moment later, it is ready.
+    for (int attempt = 0; s.session.empty(); ++attempt) {
+        s.requestEnded = false;
+        try {
+            Message created = s.request(
+                "CreateSession", [](sd_bus_message*) {},
+                [](OptionsWriter& options) {
+                    options.add("session_handle_token", std::string("marlowick"));
+                });
+            readOptions(created.m, [&](const std::string& key) {
+                if (key != "session_handle") {
+                    return false;
+                }
+                const char* handle = nullptr;
+                check(sd_bus_message_enter_container(created.m, 'v', "s"), "read");
+                check(sd_bus_message_read_basic(created.m, 's', &handle), "read");
+                check(sd_bus_message_exit_container(created.m), "read");
+                s.session = handle;
+                return true;
+            });
+            if (s.session.empty()) {
+                throw unavailable("the screen-sharing portal made no session");
             }
-            const char* handle = nullptr;
-            check(sd_bus_message_enter_container(created.m, 'v', "s"), "read");
-            check(sd_bus_message_read_basic(created.m, 's', &handle), "read");
-            check(sd_bus_message_exit_container(created.m), "read");
-            s.session = handle;
-            return true;
-        });
-        if (s.session.empty()) {
-            throw unavailable("the screen-sharing portal made no session");
+        } catch (const CaptureError&) {
+            if (attempt > 0 || !s.requestEnded) {
+                throw;
+            }
+            std::this_thread::sleep_for(std::chrono::seconds(1));
         }
     }
     try {

@@ -42,8 +42,9 @@ public:
 
     // Runs the flow with the token of the last start (empty for none). Throws CaptureError:
     // permissionDenied when the dialog is cancelled or sharing refused, captureUnavailable when there is no
-    // session bus, no portal or no screen sharing on it, naming what is missing. The session stays open
-    // until `close`, and sharing with it.
+    // session bus, no portal or no screen sharing on it, naming what is missing. A session the portal
+    // ends unasked (a backend the bus is still starting) is asked for once more, a second later; a dialog's
+    // request never is. The session stays open until `close`, and sharing with it.
     Share open(const std::string& restoreToken);
     // Whether the portal offers the pointer as metadata, asked without a dialog. Throws CaptureError
     // (captureUnavailable) as `open` does.

@@ -90,6 +90,27 @@ TEST(ScreenCastPortal, HidesThePointerWhereNoMetadataIsOfferedAndPersistsOnlyWhe
     EXPECT_FALSE(selected.contains("restore_token"));
 }
 
+TEST(ScreenCastPortal, ASessionTheStartingBackendEndsIsAskedForOnceMore) {
+    PortalBus bus;
+    MARLOWICK_REQUIRE(sessionBus(bus));
+    MARLOWICK_REQUIRE(fakePortal(bus.startPortal({"--end-first", "CreateSession"})));
+    ScreenCastPortal portal({bus.address(), 10});
+    EXPECT_NO_THROW(portal.open(""));
+    const std::vector<std::string> names = methods(parsed(bus.calls()));
+    EXPECT_EQ(std::count(names.begin(), names.end(), "CreateSession"), 2);
+    EXPECT_EQ(std::count(names.begin(), names.end(), "OpenPipeWireRemote"), 1);
+    // A dialog's request that the portal ends is not asked again: it would show the dialog twice.
+    MARLOWICK_REQUIRE(fakePortal(bus.startPortal({"--end-first", "SelectSources"})));
+    ScreenCastPortal again({bus.address(), 10});
+    try {
+        again.open("");
+        ADD_FAILURE() << "an ended request shared the screen";
+    } catch (const CaptureError& error) {
+        EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
+        EXPECT_NE(std::string(error.what()).find("could not set up"), std::string::npos) << error.what();
+    }
+}
+
 TEST(ScreenCastPortal, ACancelledDialogIsPermissionDeniedAndClosesTheSession) {
     PortalBus bus;
     MARLOWICK_REQUIRE(sessionBus(bus));

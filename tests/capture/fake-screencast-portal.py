@@ -5,7 +5,7 @@
 # can check the calls and their order.
 #
 # Usage: fake-screencast-portal.py LOG [--cursor-modes N] [--version N] [--cancel METHOD] [--node N]
-#                                      [--pipewire SOCKET] [--no-screencast]
+#                                      [--pipewire SOCKET] [--no-screencast] [--end-first METHOD]
 # --cancel answers METHOD as a cancelled dialog; --pipewire hands out connections to SOCKET (else to
 # /dev/null). Each start gives a new restore token, "token-1", "token-2", …
 
@@ -31,6 +31,7 @@ arguments.add_argument("--cancel", default="")
 arguments.add_argument("--node", type=int, default=57)
 arguments.add_argument("--pipewire", default="")
 arguments.add_argument("--no-screencast", action="store_true")
+arguments.add_argument("--end-first", default="")
 options = arguments.parse_args()
 
 
@@ -71,12 +72,18 @@ class Portal(dbus.service.Object):
         self.bus = bus
         self.starts = 0
         self.sessions = []
+        self.ended = set()
 
     def answer(self, method, sender, request_options, results):
         token = str(request_options.get("handle_token", "t"))
         path = "%s/request/%s/%s" % (PATH, sender[1:].replace(".", "_"), token)
         request = Request(self.bus, path)
         code = 1 if options.cancel == method else 0
+        if options.end_first == method and method not in self.ended:
+            self.ended.add(method)
+            code = 2
+            if method == "CreateSession":  # the portal drops a session its backend couldn't make
+                self.sessions.pop().remove_from_connection()
         # After the call's own reply, as the real portal does once the dialog is answered.
         GLib.timeout_add(20, lambda: (request.Response(dbus.UInt32(code), results if code == 0 else {}),
                                       request.remove_from_connection(), False)[-1])
