@@ -65,6 +65,19 @@ protected:
     static std::size_t lineCount(const std::string& text) {
         return std::count(text.begin(), text.end(), '\n');
     }
+
+    // Runs `args`, which must end with `status` and say `said` in one line.
+    void expectRefused(const std::vector<std::string>& args, int status, const std::string& said) {
+        const Result r = run(args);
+        EXPECT_EQ(r.status, status) << said << ": " << r.err;
+        EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+        EXPECT_NE(r.err.find(said), std::string::npos) << r.err;
+    }
+
+    static void ffmpeg(const std::string& arguments, const fs::path& path) {
+        const std::string command = "ffmpeg -v error " + arguments + " " + quoted(path.string());
+        ASSERT_EQ(std::system(command.c_str()), 0) << command;
+    }
 };
 
 } // namespace
@@ -142,44 +155,32 @@ TEST_F(Cli, ResaveBringsAnOldPackageUpToDate) {
 
 TEST_F(Cli, FailuresAreOneLineAndTouchNothing) {
     fs::create_directories(dir / "Empty.marlowick");
-    Result r = run({"info", (dir / "Empty.marlowick").string()});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(lineCount(r.err), 1u);
-    EXPECT_NE(r.err.find((dir / "Empty.marlowick").string() + ": not a Marlowick package"), std::string::npos)
-        << r.err;
+    expectRefused({"info", (dir / "Empty.marlowick").string()}, 1,
+                  (dir / "Empty.marlowick").string() + ": not a Marlowick package");
 
     const fs::path package = samplePackage();
     Json doc = Json::parse(readText(package / "Document.json"));
     doc["formatVersion"] = 9;
     writeText(package / "Document.json", doc.dump());
-    r = run({"info", package.string()});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("format version 9"), std::string::npos) << r.err;
+    expectRefused({"info", package.string()}, 1, "format version 9");
 
     doc["formatVersion"] = 3;
     doc["project"]["canvas"]["ratio"] = {{"square", Json::object()}, {"classic", Json::object()}};
     writeText(package / "Document.json", doc.dump());
-    r = run({"resave", package.string(), (dir / "Out.marlowick").string()});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(lineCount(r.err), 1u);
-    EXPECT_NE(r.err.find("Document.json is damaged: project.canvas.ratio: Invalid number of keys found"),
-              std::string::npos)
-        << r.err;
+    expectRefused({"resave", package.string(), (dir / "Out.marlowick").string()}, 1,
+                  "Document.json is damaged: project.canvas.ratio: Invalid number of keys found");
     EXPECT_FALSE(fs::exists(dir / "Out.marlowick"));
 
     // Saving over something that isn't a package leaves it alone.
     const fs::path good = dir / "Good.marlowick";
     MarlowickDocument(sampleProject(movie), {}).write(good);
     writeText(dir / "Folder" / "keep.txt", "keep");
-    r = run({"resave", good.string(), (dir / "Folder").string()});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("is not a Marlowick package; it was left as it is"), std::string::npos) << r.err;
+    expectRefused({"resave", good.string(), (dir / "Folder").string()}, 1,
+                  "is not a Marlowick package; it was left as it is");
     EXPECT_EQ(readText(dir / "Folder" / "keep.txt"), "keep");
 
     fs::remove(good / "Media" / "take-3.mov");
-    r = run({"info", good.string()});
-    EXPECT_NE(r.err.find("the movie Media/take-3.mov is missing from the package"), std::string::npos)
-        << r.err;
+    expectRefused({"info", good.string()}, 1, "the movie Media/take-3.mov is missing from the package");
 }
 
 TEST_F(Cli, ZoomRedirectsFromTheTelemetryKeepingEditedBeats) {
@@ -218,10 +219,7 @@ TEST_F(Cli, ZoomRedirectsFromTheTelemetryKeepingEditedBeats) {
 
 TEST_F(Cli, FrameDrawsTheFinishedPicture) {
     const fs::path clip = dir / "clip.mov";
-    ASSERT_EQ(std::system(("ffmpeg -v error -f lavfi -i testsrc2=size=128x72:rate=10 -t 1 -pix_fmt yuv420p " +
-                           quoted(clip.string()))
-                              .c_str()),
-              0);
+    ffmpeg("-f lavfi -i testsrc2=size=128x72:rate=10 -t 1 -pix_fmt yuv420p", clip);
     Project p = sampleProject(clip);
     p.source.size = {128, 72};
     p.source.frameRate = 10;
@@ -279,10 +277,7 @@ TEST_F(Cli, BadOptionValuesAreRefusedInOneLineNamingTheOptionAndTheValue) {
          "--subtitles takes srt, vtt or none, got 'ass'"},
     };
     for (const auto& c : cases) {
-        const Result r = run(c.args);
-        EXPECT_EQ(r.status, 2) << c.args[0] << ": " << r.err;
-        EXPECT_EQ(lineCount(r.err), 1u) << r.err;
-        EXPECT_NE(r.err.find(c.said), std::string::npos) << r.err;
+        expectRefused(c.args, 2, c.said);
     }
     EXPECT_FALSE(fs::exists(png));
     EXPECT_FALSE(fs::exists(fresh));
@@ -314,10 +309,7 @@ TEST_F(Cli, WritingCommandsRefuseTargetsThatWouldLoseSomething) {
         {{"frame", p, "--at", "1", "-o", (dir / "x.jpg").string()}, "name it " + (dir / "x.png").string()},
     };
     for (const auto& c : cases) {
-        const Result r = run(c.args);
-        EXPECT_EQ(r.status, 2) << r.err;
-        EXPECT_EQ(lineCount(r.err), 1u) << r.err;
-        EXPECT_NE(r.err.find(c.said), std::string::npos) << r.err;
+        expectRefused(c.args, 2, c.said);
     }
     EXPECT_EQ(readText(package / "Document.json"), document);
     EXPECT_TRUE(fs::is_empty(folder));
@@ -327,13 +319,12 @@ TEST_F(Cli, WritingCommandsRefuseTargetsThatWouldLoseSomething) {
 TEST_F(Cli, SilenceFindsThePauseAndMixRendersTheCutSound) {
     const fs::path clip = dir / "talk.mov";
     // Video, a quiet system track, and a voice with a pause from 1 s to 2.5 s.
-    const std::string make =
-        "ffmpeg -v error -f lavfi -i testsrc2=size=64x48:rate=10 -f lavfi -i "
-        "sine=frequency=200:sample_rate=48000 "
-        "-f lavfi -i \"aevalsrc='if(between(t,1,2.5),0,0.5*sin(2*PI*440*t))':s=48000:d=3.5\" -t 3.5 "
-        "-map 0 -map 1 -map 2 -filter:a:0 volume=0.1 -c:v libx264 -c:a aac " +
-        quoted(clip.string());
-    ASSERT_EQ(std::system(make.c_str()), 0);
+    ffmpeg(
+        "-f lavfi -i testsrc2=size=64x48:rate=10 -f lavfi -i sine=frequency=200:sample_rate=48000 -f lavfi "
+        "-i "
+        "\"aevalsrc='if(between(t,1,2.5),0,0.5*sin(2*PI*440*t))':s=48000:d=3.5\" -t 3.5 -map 0 -map 1 -map 2 "
+        "-filter:a:0 volume=0.1 -c:v libx264 -c:a aac",
+        clip);
     Project p = sampleProject(clip);
     p.source.duration = 3.5;
     p.source.capturedMicrophone = true;
@@ -393,11 +384,8 @@ TEST_F(Cli, PresetsMarkThoseThatSuitTheProject) {
 
 TEST_F(Cli, ExportWritesTheMovieAndCtrlCStopsItCleanly) {
     const fs::path clip = dir / "long.mov";
-    ASSERT_EQ(std::system(("ffmpeg -v error -f lavfi -i testsrc2=size=320x180:rate=30 -t 20 -c:v libx264 "
-                           "-preset ultrafast -pix_fmt yuv420p " +
-                           quoted(clip.string()))
-                              .c_str()),
-              0);
+    ffmpeg("-f lavfi -i testsrc2=size=320x180:rate=30 -t 20 -c:v libx264 -preset ultrafast -pix_fmt yuv420p",
+           clip);
     Project p = sampleProject(clip);
     p.source.size = {320, 180};
     p.source.frameRate = 30;
@@ -434,9 +422,8 @@ TEST_F(Cli, ExportWritesTheMovieAndCtrlCStopsItCleanly) {
     EXPECT_EQ(exported.height(), 720);
 
     EXPECT_EQ(run({"export", package.string(), "-o", finished.string()}).status, 2);
-    const Result alpha = run({"export", package.string(), "--preset", "hevc-alpha", "-o", finished.string()});
-    EXPECT_EQ(alpha.status, 1);
-    EXPECT_NE(alpha.err.find("(prores-4444-alpha) keeps the transparency"), std::string::npos) << alpha.err;
+    expectRefused({"export", package.string(), "--preset", "hevc-alpha", "-o", finished.string()}, 1,
+                  "(prores-4444-alpha) keeps the transparency");
 
     // Ctrl-C part way through the whole take: the process ends with 130 and leaves no file.
     p.manualCuts.clear();
@@ -598,10 +585,7 @@ TEST_F(Cli, SetAppliesKeysTogetherOrNotAtAll) {
     const auto refused = [&](const std::vector<std::string>& settings, const std::string& why) {
         std::vector<std::string> args{"set", package.string()};
         args.insert(args.end(), settings.begin(), settings.end());
-        const Result refusal = run(args);
-        EXPECT_EQ(refusal.status, 2) << why;
-        EXPECT_EQ(lineCount(refusal.err), 1u) << refusal.err;
-        EXPECT_NE(refusal.err.find(why), std::string::npos) << refusal.err;
+        expectRefused(args, 2, why);
         EXPECT_EQ(readText(package / "Document.json"), document) << why;
         EXPECT_EQ(readText(package / "Telemetry" / "events.json"), events) << why;
     };
@@ -629,11 +613,9 @@ TEST_F(Cli, SetAppliesKeysTogetherOrNotAtAll) {
 
 TEST_F(Cli, ImportMakesAProjectFromAMovieMadeElsewhere) {
     const fs::path cast = dir / "cast.mp4";
-    ASSERT_EQ(std::system(("ffmpeg -v error -f lavfi -i testsrc2=size=320x240:rate=24 -f lavfi -i sine -t 2 "
-                           "-c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac " +
-                           quoted(cast.string()))
-                              .c_str()),
-              0);
+    ffmpeg("-f lavfi -i testsrc2=size=320x240:rate=24 -f lavfi -i sine -t 2 -c:v libx264 -preset ultrafast "
+           "-pix_fmt yuv420p -c:a aac",
+           cast);
     const fs::path package = dir / "Cast.marlowick";
     Result r = run({"import", cast.string(), "-o", package.string()});
     ASSERT_EQ(r.status, 0) << r.err;
@@ -650,23 +632,23 @@ TEST_F(Cli, ImportMakesAProjectFromAMovieMadeElsewhere) {
     EXPECT_TRUE(fs::exists(cast));
 
     const fs::path sound = dir / "voice.m4a";
-    ASSERT_EQ(std::system(("ffmpeg -v error -f lavfi -i sine -t 1 " + quoted(sound.string())).c_str()), 0);
+    ffmpeg("-f lavfi -i sine -t 1", sound);
     const struct {
         std::vector<std::string> args;
+        int status;
         std::string said;
     } refused[] = {
         {{"import", sound.string(), "-o", (dir / "Voice.marlowick").string()},
+         1,
          "that file has no video track"},
-        {{"import", cast.string(), "-o", package.string()}, "already exists; import makes a new package"},
+        {{"import", cast.string(), "-o", package.string()}, 1, "already exists; import makes a new package"},
         {{"import", (dir / "gone.mp4").string(), "-o", (dir / "Gone.marlowick").string()},
+         1,
          "gone.mp4: no such file or folder"},
-        {{"import", cast.string(), "-o", (package / "Inner.marlowick").string()}, "lies inside a package"},
+        {{"import", cast.string(), "-o", (package / "Inner.marlowick").string()}, 2, "lies inside a package"},
     };
     for (const auto& c : refused) {
-        r = run(c.args);
-        EXPECT_NE(r.status, 0) << c.said;
-        EXPECT_EQ(lineCount(r.err), 1u) << r.err;
-        EXPECT_NE(r.err.find(c.said), std::string::npos) << r.err;
+        expectRefused(c.args, c.status, c.said);
     }
     EXPECT_FALSE(fs::exists(dir / "Voice.marlowick") || fs::exists(package / "Inner.marlowick"));
 }

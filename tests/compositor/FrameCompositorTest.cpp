@@ -94,14 +94,6 @@ TEST(FrameCompositor, SolidAndGradientBackgrounds) {
     EXPECT_EQ(gradient.at(159, 85)[2], 255);
 }
 
-TEST(FrameCompositor, TheZoomedWindowSamplesTheBeatsSide) {
-    Project p = project(bare(0));
-    p.camera.beats = {ZoomBeat(Uuid::random(), 0, 5, {0.75, 0.5}, 2, 0, 0, Easing::linear, false)};
-    const Image zoomed = draw(p, 1);
-    EXPECT_EQ(zoomed.at(10, 45), (Pixel{255, 0, 0, 255})); // all blue: the window is on the right half
-    EXPECT_EQ(zoomed.at(150, 45), (Pixel{255, 0, 0, 255}));
-}
-
 namespace {
 
 // A 64×36 recording in which every column and every row has a colour of its own: blue climbs 4 a column
