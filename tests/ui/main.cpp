@@ -14,9 +14,10 @@
 
 namespace {
 
-// Mesa's software driver keeps a few small allocations made while Qt composes a window, and is unloaded
-// before the leak checker reports: its leak would then come from a module without a name, which no
-// suppression can match. Kept loaded to the end, it is reported, and suppressed, under its own name.
+// Mesa's software driver holds a few small allocations, made while Qt composes a window, from its own
+// globals, and is unloaded before the leak checker looks: with the globals gone, those allocations read as
+// leaked, from a module without a name that no suppression can match. Kept loaded to the end, the driver
+// still holds them, as any process does at its exit.
 void keepGlDriverLoaded() {
     std::vector<std::string> drivers;
     dl_iterate_phdr(
