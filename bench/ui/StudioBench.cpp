@@ -85,7 +85,7 @@ int firstFrame(int argc, char** argv) {
         return 1;
     }
     CanvasWidget* canvas = window.editor()->canvas();
-    QObject::connect(canvas, &QOpenGLWidget::frameSwapped, &app, [canvas] {
+    QObject::connect(canvas, &CanvasWidget::frameSwapped, &app, [canvas] {
         if (canvas->shownFrame()) {
             std::printf("first frame\n");
             std::fflush(stdout);
@@ -151,7 +151,7 @@ bool measureFrameRate(const fs::path& package) {
     double movingTime = 0;
     double stillTime = 0;
     std::optional<Clock::time_point> last;
-    QObject::connect(&canvas, &QOpenGLWidget::frameSwapped, &canvas, [&] {
+    QObject::connect(&canvas, &CanvasWidget::frameSwapped, &canvas, [&] {
         const Clock::time_point now = Clock::now();
         const double t = playback->currentTime();
         const bool moves = !(camera.transformAt(t) == camera.transformAt(t - 1.0 / 60));
