@@ -23,6 +23,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QSystemTrayIcon>
 #include <QTest>
 #include <gtest/gtest.h>
 #include <xcb/xcb.h>
@@ -82,10 +83,23 @@ std::optional<BgraImage> exportedStill(const Project& project, const std::vector
         .get();
 }
 
-// Holds a capturer's stop until it is let go, and counts the stops asked for.
+// Whether `window` is mapped and all its ancestors are: whether it can be in a picture of the screen.
+bool isViewable(xcb_connection_t* connection, xcb_window_t window) {
+    xcb_get_window_attributes_reply_t* reply =
+        xcb_get_window_attributes_reply(connection, xcb_get_window_attributes(connection, window), nullptr);
+    const bool viewable = reply != nullptr && reply->map_state == XCB_MAP_STATE_VIEWABLE;
+    std::free(reply);
+    return viewable;
+}
+
+// Holds a capturer's stop until it is let go, and counts the stops asked for. Where `window` is set, a start
+// notes whether the X server showed that window at that moment, as a capture's first frame would.
 struct StopGate {
     std::atomic<bool> held = false;
     std::atomic<int> stops = 0;
+    std::atomic<xcb_window_t> window = 0;
+    std::atomic<int> starts = 0;
+    std::atomic<bool> windowShownAtStart = false;
 };
 
 // A capturer that records nothing: a start succeeds, and a stop yields the walking take of `movie` once
@@ -98,6 +112,11 @@ public:
         , m_gate(std::move(gate)) {}
     TelemetryAvailability telemetryAvailability() const override { return m_availability; }
     void start(const CaptureConfiguration&) override {
+        if (m_gate->window != 0) {
+            const X11Connection display;
+            m_gate->windowShownAtStart = isViewable(display.get(), m_gate->window);
+        }
+        ++m_gate->starts;
         if (m_running) {
             throw CaptureError(CaptureErrorKind::alreadyRecording);
         }
@@ -447,14 +466,21 @@ public:
         sync();
     }
 
-    // Whether `window` is mapped and all its ancestors are: whether it can be in a picture of the screen.
-    bool isViewable(WId window) {
-        xcb_get_window_attributes_reply_t* reply = xcb_get_window_attributes_reply(
-            m_display.get(), xcb_get_window_attributes(m_display.get(), static_cast<xcb_window_t>(window)),
-            nullptr);
-        const bool viewable = reply != nullptr && reply->map_state == XCB_MAP_STATE_VIEWABLE;
-        std::free(reply);
-        return viewable;
+    bool isViewable(WId window) { return ::isViewable(m_display.get(), static_cast<xcb_window_t>(window)); }
+
+    // Holds Ctrl+`keysym` on the root window until `release`.
+    void grab(std::uint32_t keysym) {
+        for (const std::uint8_t code : GlobalShortcut::keycodes(keysym)) {
+            xcb_grab_key(m_display.get(), 1, m_root, XCB_MOD_MASK_CONTROL, code, XCB_GRAB_MODE_ASYNC,
+                         XCB_GRAB_MODE_ASYNC);
+        }
+        sync();
+    }
+    void release(std::uint32_t keysym) {
+        for (const std::uint8_t code : GlobalShortcut::keycodes(keysym)) {
+            xcb_ungrab_key(m_display.get(), code, m_root, XCB_MOD_MASK_CONTROL);
+        }
+        sync();
     }
 
 private:
@@ -478,8 +504,12 @@ TEST_F(ShellWindowTest, ATakeTakesTheWindowOutOfThePictureAndCtrlPeriodAnywhereS
     EXPECT_TRUE(other.canGrab(periodKeysym));
     EXPECT_TRUE(m_window->recordingScreen()->hiddenLine()->isHidden());
 
+    // The capture starts only once the window has left the screen.
+    m_gate->window = static_cast<xcb_window_t>(m_window->winId());
     m_window->startRecordingAction()->trigger();
     ASSERT_TRUE(within(10, [&] { return m_session->phase().kind() == SessionPhase::Kind::recording; }));
+    EXPECT_EQ(m_gate->starts, 1);
+    EXPECT_FALSE(m_gate->windowShownAtStart);
     EXPECT_EQ(m_window->currentScreen(), m_window->recordingScreen());
     EXPECT_TRUE(m_window->recordingAside()->isAside());
     EXPECT_FALSE(m_window->isVisible());
@@ -516,6 +546,27 @@ TEST_F(ShellWindowTest, ATakeTakesTheWindowOutOfThePictureAndCtrlPeriodAnywhereS
     EXPECT_FALSE(m_window->recordingAside()->isAside());
     EXPECT_TRUE(m_window->recordingScreen()->hiddenLine()->isHidden());
     EXPECT_TRUE(other.canGrab(periodKeysym));
+}
+
+TEST_F(ShellWindowTest, WithNothingElseToStopTheTakeTheWindowStaysAndTheTakeStartsAtOnce) {
+    // Another program holds Ctrl+. and the display has no tray: only the window's Stop button is left.
+    OtherClient other;
+    other.grab(periodKeysym);
+    ASSERT_FALSE(QSystemTrayIcon::isSystemTrayAvailable());
+    m_gate->window = static_cast<xcb_window_t>(m_window->winId());
+    m_window->startRecordingAction()->trigger();
+    ASSERT_TRUE(within(10, [&] { return m_session->phase().kind() == SessionPhase::Kind::recording; }));
+    EXPECT_EQ(m_gate->starts, 1);
+    EXPECT_TRUE(m_gate->windowShownAtStart);
+    EXPECT_FALSE(m_window->recordingAside()->isAside());
+    EXPECT_FALSE(m_window->recordingAside()->holdsShortcut());
+    EXPECT_TRUE(m_window->isVisible());
+    EXPECT_TRUE(m_window->recordingScreen()->hiddenLine()->isHidden());
+
+    m_window->stopRecordingAction()->trigger();
+    ASSERT_TRUE(within(20, [&] { return m_session->phase().kind() == SessionPhase::Kind::editing; }));
+    EXPECT_TRUE(m_window->isVisible());
+    other.release(periodKeysym);
 }
 
 TEST_F(ShellWindowTest, CutMarksTakeTheKeysIAndOOnlyOutsideTextFields) {
