@@ -23,6 +23,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScreen>
 #include <QSystemTrayIcon>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -46,7 +47,12 @@ namespace {
 void saveScreenshot(QWidget& widget, const std::string& name) {
     fs::create_directories(MARLOWICK_SCREENSHOTS);
     const QString path = QString::fromStdString((fs::path(MARLOWICK_SCREENSHOTS) / (name + ".png")).string());
-    EXPECT_TRUE(widget.grab().save(path)) << path.toStdString();
+    // A window on screen is read from the X server, so that the canvas's own native window is in it, once
+    // the frame its last change asked for is drawn.
+    QTest::qWait(50);
+    const QPixmap picture =
+        widget.isWindow() && widget.isVisible() ? widget.screen()->grabWindow(widget.winId()) : widget.grab();
+    EXPECT_TRUE(picture.save(path)) << path.toStdString();
 }
 
 // Whether pixel (x, y) of a canvas of `width` × `height` lies clear of its rounded corners of `radius`.
@@ -468,6 +474,23 @@ public:
 
     bool isViewable(WId window) { return ::isViewable(m_display.get(), static_cast<xcb_window_t>(window)); }
 
+    // Moves the pointer to (x, y) on the screen and clicks the left button there, through XTEST.
+    void click(int x, int y) {
+        xcb_test_fake_input(m_display.get(), XCB_MOTION_NOTIFY, 0, XCB_CURRENT_TIME, m_root,
+                            static_cast<std::int16_t>(x), static_cast<std::int16_t>(y), 0);
+        fake(XCB_BUTTON_PRESS, 1);
+        fake(XCB_BUTTON_RELEASE, 1);
+        sync();
+    }
+
+    // Presses `keysym` without a modifier and lets go.
+    void press(std::uint32_t keysym) {
+        const std::uint8_t key = GlobalShortcut::keycodes(keysym).at(0);
+        fake(XCB_KEY_PRESS, key);
+        fake(XCB_KEY_RELEASE, key);
+        sync();
+    }
+
     // Holds Ctrl+`keysym` on the root window until `release`.
     void grab(std::uint32_t keysym) {
         for (const std::uint8_t code : GlobalShortcut::keycodes(keysym)) {
@@ -596,4 +619,65 @@ TEST_F(ShellWindowTest, CutMarksTakeTheKeysIAndOOnlyOutsideTextFields) {
     EXPECT_NEAR(*m_session->selectionStart(), 1.5, 1e-6);
     EXPECT_NEAR(*m_session->selectionEnd(), 2.5, 1e-6);
     EXPECT_EQ(field->text().toStdString(), "io");
+}
+
+TEST_F(ShellWindowTest, TheScreenShowsTheCanvasAsDrawnAndAPausedUnchangedCanvasDrawsNothing) {
+    openPackage();
+    showPausedAt(1.25);
+    CanvasWidget* canvas = m_window->editor()->canvas();
+    int swapped = 0;
+    QObject::connect(canvas, &CanvasWidget::frameSwapped, canvas, [&] { ++swapped; });
+
+    // What the X server shows where the canvas lies is the canvas's picture, its corners included.
+    const QImage drawn = canvas->grabFramebuffer().convertToFormat(QImage::Format_RGB32);
+    ASSERT_FALSE(drawn.isNull());
+    ASSERT_TRUE(within(5, [&] { return swapped > 0; }));
+    const QPoint origin = canvas->mapToGlobal(QPoint(0, 0));
+    const QImage shown = canvas->screen()
+                             ->grabWindow(0, origin.x(), origin.y(), canvas->width(), canvas->height())
+                             .toImage()
+                             .convertToFormat(QImage::Format_RGB32);
+    ASSERT_EQ(shown.size(), drawn.size());
+    int largest = 0;
+    for (int y = 0; y < drawn.height(); ++y) {
+        for (int x = 0; x < drawn.width(); ++x) {
+            const QRgb a = drawn.pixel(x, y);
+            const QRgb b = shown.pixel(x, y);
+            largest = std::max({largest, std::abs(qRed(a) - qRed(b)), std::abs(qGreen(a) - qGreen(b)),
+                                std::abs(qBlue(a) - qBlue(b))});
+        }
+    }
+    EXPECT_EQ(largest, 0);
+
+    // Paused, with nothing changed, it puts no frame on screen; a changed setting puts one.
+    within(0.3, [] { return false; });
+    swapped = 0;
+    within(0.5, [] { return false; });
+    EXPECT_EQ(swapped, 0);
+    m_session->editProject(
+        [](Project& project) { project.canvas.background = Background::solid("#2EA043"); });
+    ASSERT_TRUE(within(5, [&] { return swapped > 0; }));
+    const QPoint corner = canvas->mapToGlobal(QPoint(12, 12));
+    const auto cornerShown = [&] {
+        return canvas->screen()
+            ->grabWindow(0, corner.x(), corner.y(), 1, 1)
+            .toImage()
+            .pixelColor(0, 0)
+            .name();
+    };
+    EXPECT_TRUE(within(5, [&] { return cornerShown() == "#2ea043"; })) << cornerShown().toStdString();
+}
+
+TEST_F(ShellWindowTest, AClickOnTheCanvasPutsTheFocusInThePreviewWhereTheSpaceBarPlays) {
+    openPackage();
+    showPausedAt(1.0);
+    CanvasWidget* canvas = m_window->editor()->canvas();
+    OtherClient other;
+    const QPoint middle = canvas->mapToGlobal(canvas->rect().center());
+    other.click(middle.x(), middle.y());
+    ASSERT_TRUE(within(5, [&] { return QApplication::focusWidget() == m_window->editor(); }));
+    constexpr std::uint32_t spaceKeysym = 0x20;
+    other.press(spaceKeysym);
+    EXPECT_TRUE(within(5, [&] { return m_session->playback()->isPlaying(); }));
+    m_session->playback()->pause();
 }
