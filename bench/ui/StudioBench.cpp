@@ -3,7 +3,8 @@
 //
 // 1. Frames drawn a second while a 1080p60 take plays in a 960x540 canvas, counted apart for the frames
 //    where the camera moves and those where it holds still. The sample take gets a beat every 2 s, so
-//    that about half its length has the camera ramping in or out.
+//    that about half its length has the camera ramping in or out. Then the same in the editor's window,
+//    where the transport, the rail and the inspector stand around a canvas of about the same size.
 // 2. Time from starting the window on a 10-minute take until its first composited frame is on screen,
 //    with the project's sound processed (the default of a new recording) and with the recording's own
 //    sound. Each start is a fresh process of this program, timed from its launch by the parent.
@@ -109,8 +110,9 @@ double timeToFirstFrame(const std::string& self, const fs::path& package) {
     return pclose(child) == 0 && reported ? seconds : -1;
 }
 
-// Plays the whole of `package` in a 960x540 canvas and prints the frames drawn a second.
-bool measureFrameRate(const fs::path& package) {
+// Plays the whole of `package` in a 960x540 canvas, or in the editor's window, and prints the frames drawn
+// a second.
+bool measureFrameRate(const fs::path& package, bool inWindow) {
     const std::unique_ptr<EditorSession> session = makeSession(package);
     session->open();
     if (!session->document()) {
@@ -127,11 +129,21 @@ bool measureFrameRate(const fs::path& package) {
         }
     });
     const MarlowickDocument& document = *session->document();
-    CanvasWidget canvas;
-    canvas.setFixedSize(960, 540);
-    canvas.setPlayback(session->playback());
-    canvas.setTimeline(OutputTimeline(document.project, document.telemetry()));
-    canvas.show();
+    // The canvas on its own, or in the editor's window with the transport, the rail and the inspector.
+    std::unique_ptr<CanvasWidget> bare;
+    std::unique_ptr<MainWindow> window;
+    if (inWindow) {
+        window = std::make_unique<MainWindow>(*session);
+        window->resize(1362, 794);
+        window->show();
+    } else {
+        bare = std::make_unique<CanvasWidget>();
+        bare->setFixedSize(960, 540);
+        bare->setPlayback(session->playback());
+        bare->setTimeline(OutputTimeline(document.project, document.telemetry()));
+        bare->show();
+    }
+    CanvasWidget& canvas = window ? *window->editor()->canvas() : *bare;
     const CameraSolver camera{document.project.camera};
     PlaybackEngine* playback = session->playback();
     // The take plays with its processed sound once that is rendered: the player is loaded again then.
@@ -177,8 +189,9 @@ bool measureFrameRate(const fs::path& package) {
         return false;
     }
     const double processor = processorSeconds() - processorBefore;
-    std::printf("Frames drawn a second at 960x540 while playing: camera moving %.1f (%d frames), holding "
+    std::printf("Frames drawn a second at %dx%d %s while playing: camera moving %.1f (%d frames), holding "
                 "still %.1f (%d frames); processor time %.1f ms a frame drawn, decoding included\n",
+                canvas.width(), canvas.height(), inWindow ? "in the editor's window" : "on its own",
                 movingTime > 0 ? moving / movingTime : 0.0, moving, stillTime > 0 ? still / stillTime : 0.0,
                 still, moving + still > 0 ? processor * 1000 / (moving + still) : 0.0);
     std::fflush(stdout);
@@ -194,7 +207,7 @@ int main(int argc, char** argv) {
     if (argc > 2 && std::string(argv[1]) == "--play") {
         setUpApplication();
         QApplication app(argc, argv);
-        return measureFrameRate(argv[2]) ? 0 : 1;
+        return measureFrameRate(argv[2], false) && measureFrameRate(argv[2], true) ? 0 : 1;
     }
     const double seconds = argc > 1 ? std::atof(argv[1]) : 20;
     const fs::path dir = fs::temp_directory_path() / ("marlowick-studio-bench-" + Uuid::random().toString());
@@ -209,7 +222,8 @@ int main(int argc, char** argv) {
         const std::string make = std::string("'") + MARLOWICK_CLI + "' sample '" + sample.string() +
                                  "' --size 1920x1080 --rate 60 --seconds " + std::to_string(seconds) +
                                  " >/dev/null 2>&1";
-        if (std::system(make.c_str()) != 0 || !measureFrameRate(sample)) {
+        if (std::system(make.c_str()) != 0 || !measureFrameRate(sample, false) ||
+            !measureFrameRate(sample, true)) {
             status = 1;
         }
     }
