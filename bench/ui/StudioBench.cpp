@@ -30,11 +30,15 @@
 #include <QTest>
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
 #include <string>
 
 using namespace marlowick;
@@ -50,6 +54,70 @@ double processorSeconds() {
     getrusage(RUSAGE_SELF, &usage);
     return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+// Processor seconds of each thread of this process now, with its name, by thread id.
+struct ThreadTime {
+    std::string name;
+    double seconds = 0;
+};
+std::map<long, ThreadTime> threadTimes() {
+    std::map<long, ThreadTime> times;
+    const double tick = static_cast<double>(sysconf(_SC_CLK_TCK));
+    std::error_code error;
+    for (const fs::directory_entry& task : fs::directory_iterator("/proc/self/task", error)) {
+        std::ifstream commFile(task.path() / "comm");
+        std::ifstream statFile(task.path() / "stat");
+        std::string name;
+        std::string stat;
+        std::getline(commFile, name);
+        std::getline(statFile, stat);
+        // The fields after the name, which ends at the last parenthesis: utime and stime are the 12th and
+        // 13th of them.
+        const std::size_t close = stat.rfind(')');
+        if (close == std::string::npos) {
+            continue;
+        }
+        std::istringstream fields(stat.substr(close + 2));
+        std::string field;
+        double user = 0;
+        double system = 0;
+        for (int i = 1; i <= 13 && fields >> field; ++i) {
+            if (i == 12) {
+                user = std::atof(field.c_str());
+            } else if (i == 13) {
+                system = std::atof(field.c_str());
+            }
+        }
+        times[std::atol(task.path().filename().c_str())] = {name, (user + system) / tick};
+    }
+    return times;
+}
+
+// Where the processor time between two readings went, in ms a frame drawn: the main thread (Qt, the GL
+// commands, taking the player's pictures), the GL rasteriser's threads (llvmpipe), and the others (the
+// player's decoding and conversion, Qt's pools).
+std::string threadSplit(const std::map<long, ThreadTime>& before, const std::map<long, ThreadTime>& after,
+                        int frames) {
+    double main = 0;
+    double rasteriser = 0;
+    double others = 0;
+    for (const auto& [id, time] : after) {
+        const auto earlier = before.find(id);
+        const double spent = time.seconds - (earlier != before.end() ? earlier->second.seconds : 0);
+        if (id == static_cast<long>(getpid())) {
+            main += spent;
+        } else if (time.name.rfind("llvmpipe", 0) == 0) {
+            rasteriser += spent;
+        } else {
+            others += spent;
+        }
+    }
+    const double perFrame = frames > 0 ? 1000.0 / frames : 0;
+    char text[160];
+    std::snprintf(text, sizeof text, "main thread %.1f, GL rasteriser %.1f, player and others %.1f",
+                  main * perFrame, rasteriser * perFrame, others * perFrame);
+    return text;
 }
 
 double since(Clock::time_point start) {
@@ -175,6 +243,7 @@ bool measureFrameRate(const fs::path& package, bool inWindow) {
         last = now;
     });
     const double processorBefore = processorSeconds();
+    const std::map<long, ThreadTime> threadsBefore = threadTimes();
     playback->play();
     const double length = playback->duration();
     if (!QTest::qWaitFor([&] { return playback->isPlaying(); }, 10000)) {
@@ -189,11 +258,13 @@ bool measureFrameRate(const fs::path& package, bool inWindow) {
         return false;
     }
     const double processor = processorSeconds() - processorBefore;
+    const std::string split = threadSplit(threadsBefore, threadTimes(), moving + still);
     std::printf("Frames drawn a second at %dx%d %s while playing: camera moving %.1f (%d frames), holding "
                 "still %.1f (%d frames); processor time %.1f ms a frame drawn, decoding included\n",
                 canvas.width(), canvas.height(), inWindow ? "in the editor's window" : "on its own",
                 movingTime > 0 ? moving / movingTime : 0.0, moving, stillTime > 0 ? still / stillTime : 0.0,
                 still, moving + still > 0 ? processor * 1000 / (moving + still) : 0.0);
+    std::printf("  of which, in ms a frame drawn: %s\n", split.c_str());
     std::fflush(stdout);
     return true;
 }
