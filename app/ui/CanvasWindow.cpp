@@ -3,6 +3,8 @@
 #include "session/PlaybackEngine.h"
 #include "ui/CanvasFinish.h"
 
+#include <QCoreApplication>
+#include <QEvent>
 #include <QOpenGLContext>
 #include <QSurfaceFormat>
 
@@ -75,7 +77,12 @@ void CanvasWindow::refresh() {
                   (output != nullptr && output->hasNewFrame(t));
     }
     if (differs) {
+        // The frame is drawn now, on this tick. update() alone would ask the platform for a frame, which
+        // comes a whole refresh interval later: on a tick that finds it still pending, the next one is lost,
+        // and the canvas draws at half the rate.
         update();
+        QEvent request(QEvent::UpdateRequest);
+        QCoreApplication::sendEvent(this, &request);
     }
 }
 
