@@ -5,10 +5,13 @@
 
 #include <QCoreApplication>
 #include <QEvent>
+#include <QGuiApplication>
+#include <QOffscreenSurface>
 #include <QOpenGLContext>
 #include <QSurfaceFormat>
 
 #include <cmath>
+#include <string>
 #include <utility>
 
 namespace marlowick {
@@ -19,15 +22,45 @@ namespace {
 constexpr double cornerRadius = 8;
 constexpr double checkerSquare = 10;
 
-} // namespace
-
-CanvasWindow::CanvasWindow()
-    : QOpenGLWindow(QOpenGLWindow::PartialUpdateBlit) {
-    // The compositor's program is GLSL 3.30 for a core profile.
+// The compositor's program is GLSL 3.30 for a core profile.
+QSurfaceFormat canvasFormat() {
     QSurfaceFormat format = QSurfaceFormat::defaultFormat();
     format.setVersion(3, 3);
     format.setProfile(QSurfaceFormat::CoreProfile);
-    setFormat(format);
+    return format;
+}
+
+// Whether a window's own framebuffer still holds the last frame when the next one is drawn, so that the
+// canvas can draw into it straight. Mesa's software rasterisers on X keep one back buffer and copy it to
+// the window at each swap, so they do; there the framebuffer object that otherwise keeps the frame would
+// cost a copy of the whole canvas a frame, a third of the rasteriser's time. A GPU's swap chain hands out
+// buffers whose contents are undefined, and there that copy is next to free.
+bool windowKeepsFrames() {
+    static const bool keeps = [] {
+        if (QGuiApplication::platformName() != "xcb") {
+            return false;
+        }
+        QOffscreenSurface surface;
+        surface.setFormat(canvasFormat());
+        surface.create();
+        QOpenGLContext context;
+        context.setFormat(canvasFormat());
+        if (!context.create() || !context.makeCurrent(&surface)) {
+            return false;
+        }
+        const auto* renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
+        const std::string name = renderer != nullptr ? renderer : "";
+        context.doneCurrent();
+        return name.find("llvmpipe") != std::string::npos || name.find("softpipe") != std::string::npos;
+    }();
+    return keeps;
+}
+
+} // namespace
+
+CanvasWindow::CanvasWindow()
+    : QOpenGLWindow(windowKeepsFrames() ? QOpenGLWindow::NoPartialUpdate : QOpenGLWindow::PartialUpdateBlit) {
+    setFormat(canvasFormat());
     // Clicks go to the widget under the window, which passes the focus to the preview as any widget would.
     setFlags(flags() | Qt::WindowTransparentForInput | Qt::WindowDoesNotAcceptFocus);
 

@@ -21,7 +21,9 @@ class VideoOutput;
 // The native window the canvas draws in, embedded in the editor by CanvasWidget. It has a GL context of
 // its own and swaps only its own area: a GL widget would make Qt compose the whole top-level window with
 // GL on every frame, which on a software renderer costs as much as drawing the canvas. Its contents are
-// kept between frames in a framebuffer object, so that a frame draws only where it differs from the last.
+// kept from one frame to the next, so that a frame draws only where it differs from the last: in the
+// window's own framebuffer where the software rasteriser keeps it between swaps, else in a framebuffer
+// object copied to the window at each frame.
 //
 // A 60 Hz timer looks at each tick whether anything would draw differently (the engine's time, a new
 // picture from the player, the project, the size) and draws only then: a paused, unchanged canvas draws

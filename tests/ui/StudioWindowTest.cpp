@@ -681,3 +681,37 @@ TEST_F(ShellWindowTest, AClickOnTheCanvasPutsTheFocusInThePreviewWhereTheSpaceBa
     EXPECT_TRUE(within(5, [&] { return m_session->playback()->isPlaying(); }));
     m_session->playback()->pause();
 }
+
+TEST_F(ShellWindowTest, AfterPlayingThePausedScreenIsTheExportedFrame) {
+    // Played, the canvas draws each frame only where it differs from the last, over what the screen kept:
+    // once paused, the screen holds the exported frame of that moment all the same.
+    openPackage();
+    showPausedAt(0.5);
+    CanvasWidget* canvas = m_window->editor()->canvas();
+    PlaybackEngine* playback = m_session->playback();
+    playback->play();
+    ASSERT_TRUE(within(10, [&] { return playback->currentTime() > 1.6; }));
+    playback->pause();
+    int swapped = 0;
+    QObject::connect(canvas, &CanvasWidget::frameSwapped, canvas, [&] { ++swapped; });
+    // Until the canvas has drawn the paused moment's picture and stopped drawing.
+    ASSERT_TRUE(within(10, [&] {
+        const auto& frame = canvas->shownFrame();
+        const double time = playback->currentTime();
+        return !playback->isPlaying() && frame && frame->time <= time && time < frame->endTime;
+    }));
+    ASSERT_TRUE(within(10, [&] {
+        const int before = swapped;
+        within(0.3, [] { return false; });
+        return swapped == before;
+    }));
+
+    const QPoint origin = canvas->mapToGlobal(QPoint(0, 0));
+    const QImage shown =
+        canvas->screen()->grabWindow(0, origin.x(), origin.y(), canvas->width(), canvas->height()).toImage();
+    const MarlowickDocument& document = *m_session->document();
+    const auto still = exportedStill(document.project, document.telemetry(), playback->currentTime(),
+                                     shown.width(), shown.height());
+    ASSERT_TRUE(still.has_value());
+    EXPECT_LE(largestDifference(shown, *still), 2);
+}
