@@ -22,6 +22,7 @@
 #include <QApplication>
 #include <QLabel>
 #include <QLineEdit>
+#include <QProcess>
 #include <QPushButton>
 #include <QScreen>
 #include <QSystemTrayIcon>
@@ -714,4 +715,34 @@ TEST_F(ShellWindowTest, AfterPlayingThePausedScreenIsTheExportedFrame) {
                                      shown.width(), shown.height());
     ASSERT_TRUE(still.has_value());
     EXPECT_LE(largestDifference(shown, *still), 2);
+}
+
+TEST_F(ShellWindowTest, UnderAWindowManagerTheTakeStartsMinimisedAndTheWindowComesBackAfter) {
+    // A window manager on the private display, killed with the process at the end of the test.
+    QProcess manager;
+    manager.start("openbox", {"--sm-disable"});
+    ASSERT_TRUE(manager.waitForStarted(10000)) << manager.errorString().toStdString();
+    ASSERT_TRUE(within(10, [] { return RecordingAside::windowManagerRuns(); }));
+    OtherClient other;
+    const auto window = static_cast<xcb_window_t>(m_window->winId());
+    ASSERT_TRUE(within(5, [&] { return other.isViewable(window); }));
+
+    m_gate->window = window;
+    m_window->startRecordingAction()->trigger();
+    ASSERT_TRUE(within(10, [&] { return m_session->phase().kind() == SessionPhase::Kind::recording; }));
+    EXPECT_EQ(m_gate->starts, 1);
+    EXPECT_FALSE(m_gate->windowShownAtStart);
+    EXPECT_TRUE(m_window->isMinimized());
+    EXPECT_TRUE(m_window->recordingAside()->isAside());
+    EXPECT_FALSE(other.isViewable(window));
+    EXPECT_FALSE(m_window->recordingScreen()->hiddenLine()->isHidden());
+
+    m_window->stopRecordingAction()->trigger();
+    ASSERT_TRUE(within(20, [&] { return m_session->phase().kind() == SessionPhase::Kind::editing; }));
+    EXPECT_TRUE(within(5, [&] { return other.isViewable(window) && !m_window->isMinimized(); }));
+    EXPECT_FALSE(m_window->recordingAside()->isAside());
+
+    manager.terminate();
+    EXPECT_TRUE(manager.waitForFinished(10000));
+    EXPECT_TRUE(within(10, [] { return !RecordingAside::windowManagerRuns(); }));
 }
