@@ -107,6 +107,8 @@ struct StopGate {
     std::atomic<xcb_window_t> window = 0;
     std::atomic<int> starts = 0;
     std::atomic<bool> windowShownAtStart = false;
+    // A start is refused, as a desktop that won't share the screen refuses it.
+    std::atomic<bool> refuseStart = false;
 };
 
 // A capturer that records nothing: a start succeeds, and a stop yields the walking take of `movie` once
@@ -124,6 +126,9 @@ public:
             m_gate->windowShownAtStart = isViewable(display.get(), m_gate->window);
         }
         ++m_gate->starts;
+        if (m_gate->refuseStart) {
+            throw CaptureError(CaptureErrorKind::permissionDenied);
+        }
         if (m_running) {
             throw CaptureError(CaptureErrorKind::alreadyRecording);
         }
@@ -591,6 +596,21 @@ TEST_F(ShellWindowTest, WithNothingElseToStopTheTakeTheWindowStaysAndTheTakeStar
     ASSERT_TRUE(within(20, [&] { return m_session->phase().kind() == SessionPhase::Kind::editing; }));
     EXPECT_TRUE(m_window->isVisible());
     other.release(periodKeysym);
+}
+
+TEST_F(ShellWindowTest, ARefusedStartBringsTheWindowBackWithTheError) {
+    OtherClient other;
+    m_gate->refuseStart = true;
+    m_window->startRecordingAction()->trigger();
+    ASSERT_TRUE(within(10, [&] { return m_session->lastError().has_value(); }));
+    EXPECT_EQ(m_gate->starts, 1);
+    EXPECT_EQ(m_session->phase().kind(), SessionPhase::Kind::idle);
+    EXPECT_EQ(m_window->currentScreen(), m_window->recordScreen());
+    EXPECT_TRUE(m_window->isVisible());
+    EXPECT_TRUE(within(5, [&] { return other.isViewable(m_window->winId()); }));
+    EXPECT_FALSE(m_window->recordingAside()->isAside());
+    // The key is the display's again.
+    EXPECT_TRUE(other.canGrab(periodKeysym));
 }
 
 TEST_F(ShellWindowTest, CutMarksTakeTheKeysIAndOOnlyOutsideTextFields) {
