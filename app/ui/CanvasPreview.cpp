@@ -12,6 +12,7 @@
 #include <QLabel>
 #include <QSignalBlocker>
 #include <QSlider>
+#include <QStyle>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -116,6 +117,7 @@ CanvasPreview::CanvasPreview(EditorSession& session, QWidget* parent)
         m_play->setIcon(QIcon::fromTheme(playing ? "media-playback-pause" : "media-playback-start"));
         m_play->setToolTip(playing ? tr("Pause (Space)") : tr("Play (Space)"));
         m_play->setAccessibleName(playing ? tr("Pause") : tr("Play"));
+        followPlayhead();
     });
     connect(&session, &EditorSession::documentChanged, this, &CanvasPreview::followDocument);
     followDocument();
@@ -135,12 +137,29 @@ void CanvasPreview::followDocument() {
 }
 
 void CanvasPreview::followPlayhead() {
+    // While the player plays this comes at the display's rate: each control is drawn again only when
+    // what it shows changes.
     const PlaybackEngine* playback = m_session.playback();
     const double length = std::max(playback->duration(), 0.1);
-    m_time->setText(QString::fromStdString(timecode(playback->currentTime())));
-    m_duration->setText(QString::fromStdString(timecode(playback->duration())));
+    const auto setText = [](QLabel* label, const std::string& text) {
+        const QString shown = QString::fromStdString(text);
+        if (label->text() != shown) {
+            label->setText(shown);
+        }
+    };
+    setText(m_time, timecode(playback->currentTime()));
+    setText(m_duration, timecode(playback->duration()));
+    const int value = static_cast<int>(std::lround(playback->currentTime() / length * playheadSteps));
+    // Playing, the slider moves when its handle would move by a pixel; paused, it takes the exact value.
+    const auto pixel = [this](int at) {
+        return QStyle::sliderPositionFromValue(m_playhead->minimum(), m_playhead->maximum(), at,
+                                               m_playhead->width());
+    };
+    if (playback->isPlaying() && pixel(value) == pixel(m_playhead->value())) {
+        return;
+    }
     const QSignalBlocker quiet(m_playhead);
-    m_playhead->setValue(static_cast<int>(std::lround(playback->currentTime() / length * playheadSteps)));
+    m_playhead->setValue(value);
 }
 
 void CanvasPreview::togglePlaying() {

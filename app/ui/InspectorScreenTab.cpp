@@ -159,7 +159,7 @@ void InspectorScreenTab::buildRecording() {
     QPushButton* replace =
         addButton(rows, tr("Replace with a Video File…"), tr("Swap in an existing movie and keep the edit"));
     QPushButton* open = addButton(rows, tr("Open Another Project…"));
-    connect(retake, &QPushButton::clicked, &m_session, &EditorSession::startRetake);
+    connect(retake, &QPushButton::clicked, this, &InspectorScreenTab::retakeRequested);
     connect(replace, &QPushButton::clicked, &m_session, &EditorSession::replaceRecordingFromFile);
     connect(open, &QPushButton::clicked, &m_session, &EditorSession::open);
     follow([this, length, source] {

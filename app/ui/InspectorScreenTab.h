@@ -26,6 +26,8 @@ public:
 signals:
     // The person asked for the list of zooms.
     void zoomsRequested();
+    // The person asked to record the take again; the window starts it once it is out of the picture.
+    void retakeRequested();
 
 private:
     void buildFormat();

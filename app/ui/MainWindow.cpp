@@ -5,6 +5,7 @@
 #include "ui/CanvasPreview.h"
 #include "ui/ExportScreen.h"
 #include "ui/Inspector.h"
+#include "ui/InspectorScreenTab.h"
 #include "ui/RecordScreen.h"
 #include "ui/RecordingAside.h"
 #include "ui/RecordingScreen.h"
@@ -96,6 +97,15 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
     edit->addAction(cutOut);
     edit->addAction(removeSelection);
 
+    connect(m_inspector->screenTab(), &InspectorScreenTab::retakeRequested, this,
+            [this] { startTake(true); });
+    // A start that failed leaves the phase where it was: the window comes back with the error.
+    connect(&session, &EditorSession::lastErrorChanged, this, [this] {
+        if (m_session.lastError() && !m_aside->isWaiting() &&
+            m_session.phase().kind() != SessionPhase::Kind::recording) {
+            m_aside->end();
+        }
+    });
     connect(&session, &EditorSession::phaseChanged, this, &MainWindow::followPhase);
     connect(&session, &EditorSession::documentChanged, this, &MainWindow::fillExportMenu);
     connect(session.playback(), &PlaybackEngine::isPlayingChanged, this, &MainWindow::followPlaying);
@@ -110,7 +120,7 @@ void MainWindow::buildCommands() {
     m_startRecording->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R));
     m_startRecording->setIconText(tr("Record"));
     m_startRecording->setToolTip(tr("Start recording (Ctrl+Shift+R)"));
-    connect(m_startRecording, &QAction::triggered, &m_session, &EditorSession::startRecording);
+    connect(m_startRecording, &QAction::triggered, this, [this] { startTake(false); });
     m_stopRecording = new QAction(QIcon::fromTheme("media-playback-stop"), tr("Stop Recording"), this);
     m_stopRecording->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Period));
     m_stopRecording->setToolTip(tr("Stop recording (Ctrl+.)"));
@@ -219,9 +229,20 @@ void MainWindow::followPhase() {
     m_banners->followTelemetry();
     if (recording) {
         m_aside->begin();
-    } else {
+    } else if (!m_aside->isWaiting()) {
         m_aside->end();
     }
+}
+
+void MainWindow::startTake(bool retake) {
+    // The window leaves the screen first, so that the take's first frames don't show it.
+    m_aside->beginThen([this, retake] {
+        if (retake) {
+            m_session.startRetake();
+        } else {
+            m_session.startRecording();
+        }
+    });
 }
 
 void MainWindow::followPlaying(bool playing) {

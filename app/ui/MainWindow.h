@@ -49,6 +49,8 @@ private:
     void buildCommands();
     void buildToolbar();
     void followPhase();
+    // Starts a take, or a retake of the open project, once the window is out of the picture.
+    void startTake(bool retake);
     void followPlaying(bool playing);
     void fillExportMenu();
 

@@ -9,11 +9,13 @@
 #include <QMenu>
 #include <QSystemTrayIcon>
 #include <QWidget>
+#include <QWindow>
 
 #include <xcb/xcb.h>
 
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 namespace marlowick {
 
@@ -22,6 +24,9 @@ namespace {
 // XK_period and ControlMask.
 constexpr std::uint32_t periodKeysym = 0x2e;
 constexpr std::uint16_t controlModifier = XCB_MOD_MASK_CONTROL;
+// How long a start waits at most for the window to leave the screen, and how often it looks.
+constexpr qint64 longestWaitMs = 500;
+constexpr int pollMs = 10;
 
 } // namespace
 
@@ -32,6 +37,8 @@ RecordingAside::RecordingAside(QWidget& window, QAction& stopRecording, QObject*
     , m_shortcut(new GlobalShortcut(periodKeysym, controlModifier, this)) {
     connect(m_shortcut, &GlobalShortcut::activated, &m_stopRecording, &QAction::trigger);
     m_window.installEventFilter(this);
+    m_poll.setInterval(pollMs);
+    connect(&m_poll, &QTimer::timeout, this, &RecordingAside::pollStart);
 }
 
 RecordingAside::~RecordingAside() {
@@ -86,7 +93,54 @@ void RecordingAside::begin() {
     emit asideChanged(isAside());
 }
 
+void RecordingAside::beginThen(std::function<void()> start) {
+    if (m_start) {
+        return;
+    }
+    begin();
+    if (!m_steppedAside) {
+        start();
+        return;
+    }
+    m_start = std::move(start);
+    m_waited.start();
+    m_poll.start();
+    pollStart();
+}
+
+bool RecordingAside::isOffScreen() const {
+    if (!m_window.isVisible() && !m_window.testAttribute(Qt::WA_WState_Created)) {
+        return true;
+    }
+    const auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    xcb_connection_t* connection = x11 ? x11->connection() : nullptr;
+    if (connection == nullptr) {
+        const QWindow* handle = m_window.windowHandle();
+        return handle == nullptr || !handle->isExposed();
+    }
+    // The reply comes after the server has handled every request sent before it, the unmap among them.
+    const auto window = static_cast<xcb_window_t>(m_window.winId());
+    const std::unique_ptr<xcb_get_window_attributes_reply_t, decltype(&std::free)> attributes(
+        xcb_get_window_attributes_reply(connection, xcb_get_window_attributes(connection, window), nullptr),
+        &std::free);
+    return !attributes || attributes->map_state != XCB_MAP_STATE_VIEWABLE;
+}
+
+void RecordingAside::pollStart() {
+    if (!m_start) {
+        m_poll.stop();
+        return;
+    }
+    if (!isOffScreen() && m_waited.elapsed() < longestWaitMs) {
+        return;
+    }
+    m_poll.stop();
+    std::exchange(m_start, nullptr)();
+}
+
 void RecordingAside::end() {
+    m_start = nullptr;
+    m_poll.stop();
     if (!m_running) {
         return;
     }

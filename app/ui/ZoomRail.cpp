@@ -124,8 +124,18 @@ void ZoomRail::setDuration(double seconds) {
 }
 
 void ZoomRail::setTime(double seconds) {
+    // While the player plays this comes at the display's rate: only the strips the playhead leaves and
+    // enters are drawn again, and nothing where it stays on the same pixels.
+    const auto strip = [this](double time) {
+        const int x = static_cast<int>(std::floor(width() * fraction(time)));
+        return QRect(x - 2, 0, 5, height());
+    };
+    const QRect before = strip(m_time);
     m_time = seconds;
-    update();
+    const QRect after = strip(m_time);
+    if (after != before) {
+        update(before.united(after));
+    }
 }
 
 void ZoomRail::setSelection(std::optional<Uuid> id) {

@@ -3,7 +3,8 @@
 //
 // 1. Frames drawn a second while a 1080p60 take plays in a 960x540 canvas, counted apart for the frames
 //    where the camera moves and those where it holds still. The sample take gets a beat every 2 s, so
-//    that about half its length has the camera ramping in or out.
+//    that about half its length has the camera ramping in or out. Then the same in the editor's window,
+//    where the transport, the rail and the inspector stand around a canvas of about the same size.
 // 2. Time from starting the window on a 10-minute take until its first composited frame is on screen,
 //    with the project's sound processed (the default of a new recording) and with the recording's own
 //    sound. Each start is a fresh process of this program, timed from its launch by the parent.
@@ -29,11 +30,15 @@
 #include <QTest>
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
 #include <string>
 
 using namespace marlowick;
@@ -49,6 +54,70 @@ double processorSeconds() {
     getrusage(RUSAGE_SELF, &usage);
     return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+// Processor seconds of each thread of this process now, with its name, by thread id.
+struct ThreadTime {
+    std::string name;
+    double seconds = 0;
+};
+std::map<long, ThreadTime> threadTimes() {
+    std::map<long, ThreadTime> times;
+    const double tick = static_cast<double>(sysconf(_SC_CLK_TCK));
+    std::error_code error;
+    for (const fs::directory_entry& task : fs::directory_iterator("/proc/self/task", error)) {
+        std::ifstream commFile(task.path() / "comm");
+        std::ifstream statFile(task.path() / "stat");
+        std::string name;
+        std::string stat;
+        std::getline(commFile, name);
+        std::getline(statFile, stat);
+        // The fields after the name, which ends at the last parenthesis: utime and stime are the 12th and
+        // 13th of them.
+        const std::size_t close = stat.rfind(')');
+        if (close == std::string::npos) {
+            continue;
+        }
+        std::istringstream fields(stat.substr(close + 2));
+        std::string field;
+        double user = 0;
+        double system = 0;
+        for (int i = 1; i <= 13 && fields >> field; ++i) {
+            if (i == 12) {
+                user = std::atof(field.c_str());
+            } else if (i == 13) {
+                system = std::atof(field.c_str());
+            }
+        }
+        times[std::atol(task.path().filename().c_str())] = {name, (user + system) / tick};
+    }
+    return times;
+}
+
+// Where the processor time between two readings went, in ms a frame drawn: the main thread (Qt, the GL
+// commands, taking the player's pictures), the GL rasteriser's threads (llvmpipe), and the others (the
+// player's decoding and conversion, Qt's pools).
+std::string threadSplit(const std::map<long, ThreadTime>& before, const std::map<long, ThreadTime>& after,
+                        int frames) {
+    double main = 0;
+    double rasteriser = 0;
+    double others = 0;
+    for (const auto& [id, time] : after) {
+        const auto earlier = before.find(id);
+        const double spent = time.seconds - (earlier != before.end() ? earlier->second.seconds : 0);
+        if (id == static_cast<long>(getpid())) {
+            main += spent;
+        } else if (time.name.rfind("llvmpipe", 0) == 0) {
+            rasteriser += spent;
+        } else {
+            others += spent;
+        }
+    }
+    const double perFrame = frames > 0 ? 1000.0 / frames : 0;
+    char text[160];
+    std::snprintf(text, sizeof text, "main thread %.1f, GL rasteriser %.1f, player and others %.1f",
+                  main * perFrame, rasteriser * perFrame, others * perFrame);
+    return text;
 }
 
 double since(Clock::time_point start) {
@@ -85,7 +154,7 @@ int firstFrame(int argc, char** argv) {
         return 1;
     }
     CanvasWidget* canvas = window.editor()->canvas();
-    QObject::connect(canvas, &QOpenGLWidget::frameSwapped, &app, [canvas] {
+    QObject::connect(canvas, &CanvasWidget::frameSwapped, &app, [canvas] {
         if (canvas->shownFrame()) {
             std::printf("first frame\n");
             std::fflush(stdout);
@@ -109,8 +178,9 @@ double timeToFirstFrame(const std::string& self, const fs::path& package) {
     return pclose(child) == 0 && reported ? seconds : -1;
 }
 
-// Plays the whole of `package` in a 960x540 canvas and prints the frames drawn a second.
-bool measureFrameRate(const fs::path& package) {
+// Plays the whole of `package` in a 960x540 canvas, or in the editor's window, and prints the frames drawn
+// a second.
+bool measureFrameRate(const fs::path& package, bool inWindow) {
     const std::unique_ptr<EditorSession> session = makeSession(package);
     session->open();
     if (!session->document()) {
@@ -127,11 +197,21 @@ bool measureFrameRate(const fs::path& package) {
         }
     });
     const MarlowickDocument& document = *session->document();
-    CanvasWidget canvas;
-    canvas.setFixedSize(960, 540);
-    canvas.setPlayback(session->playback());
-    canvas.setTimeline(OutputTimeline(document.project, document.telemetry()));
-    canvas.show();
+    // The canvas on its own, or in the editor's window with the transport, the rail and the inspector.
+    std::unique_ptr<CanvasWidget> bare;
+    std::unique_ptr<MainWindow> window;
+    if (inWindow) {
+        window = std::make_unique<MainWindow>(*session);
+        window->resize(1362, 794);
+        window->show();
+    } else {
+        bare = std::make_unique<CanvasWidget>();
+        bare->setFixedSize(960, 540);
+        bare->setPlayback(session->playback());
+        bare->setTimeline(OutputTimeline(document.project, document.telemetry()));
+        bare->show();
+    }
+    CanvasWidget& canvas = window ? *window->editor()->canvas() : *bare;
     const CameraSolver camera{document.project.camera};
     PlaybackEngine* playback = session->playback();
     // The take plays with its processed sound once that is rendered: the player is loaded again then.
@@ -151,7 +231,7 @@ bool measureFrameRate(const fs::path& package) {
     double movingTime = 0;
     double stillTime = 0;
     std::optional<Clock::time_point> last;
-    QObject::connect(&canvas, &QOpenGLWidget::frameSwapped, &canvas, [&] {
+    QObject::connect(&canvas, &CanvasWidget::frameSwapped, &canvas, [&] {
         const Clock::time_point now = Clock::now();
         const double t = playback->currentTime();
         const bool moves = !(camera.transformAt(t) == camera.transformAt(t - 1.0 / 60));
@@ -163,6 +243,7 @@ bool measureFrameRate(const fs::path& package) {
         last = now;
     });
     const double processorBefore = processorSeconds();
+    const std::map<long, ThreadTime> threadsBefore = threadTimes();
     playback->play();
     const double length = playback->duration();
     if (!QTest::qWaitFor([&] { return playback->isPlaying(); }, 10000)) {
@@ -177,10 +258,13 @@ bool measureFrameRate(const fs::path& package) {
         return false;
     }
     const double processor = processorSeconds() - processorBefore;
-    std::printf("Frames drawn a second at 960x540 while playing: camera moving %.1f (%d frames), holding "
+    const std::string split = threadSplit(threadsBefore, threadTimes(), moving + still);
+    std::printf("Frames drawn a second at %dx%d %s while playing: camera moving %.1f (%d frames), holding "
                 "still %.1f (%d frames); processor time %.1f ms a frame drawn, decoding included\n",
+                canvas.width(), canvas.height(), inWindow ? "in the editor's window" : "on its own",
                 movingTime > 0 ? moving / movingTime : 0.0, moving, stillTime > 0 ? still / stillTime : 0.0,
                 still, moving + still > 0 ? processor * 1000 / (moving + still) : 0.0);
+    std::printf("  of which, in ms a frame drawn: %s\n", split.c_str());
     std::fflush(stdout);
     return true;
 }
@@ -194,7 +278,7 @@ int main(int argc, char** argv) {
     if (argc > 2 && std::string(argv[1]) == "--play") {
         setUpApplication();
         QApplication app(argc, argv);
-        return measureFrameRate(argv[2]) ? 0 : 1;
+        return measureFrameRate(argv[2], false) && measureFrameRate(argv[2], true) ? 0 : 1;
     }
     const double seconds = argc > 1 ? std::atof(argv[1]) : 20;
     const fs::path dir = fs::temp_directory_path() / ("marlowick-studio-bench-" + Uuid::random().toString());
@@ -209,7 +293,8 @@ int main(int argc, char** argv) {
         const std::string make = std::string("'") + MARLOWICK_CLI + "' sample '" + sample.string() +
                                  "' --size 1920x1080 --rate 60 --seconds " + std::to_string(seconds) +
                                  " >/dev/null 2>&1";
-        if (std::system(make.c_str()) != 0 || !measureFrameRate(sample)) {
+        if (std::system(make.c_str()) != 0 || !measureFrameRate(sample, false) ||
+            !measureFrameRate(sample, true)) {
             status = 1;
         }
     }

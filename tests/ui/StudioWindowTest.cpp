@@ -22,7 +22,10 @@
 #include <QApplication>
 #include <QLabel>
 #include <QLineEdit>
+#include <QProcess>
 #include <QPushButton>
+#include <QScreen>
+#include <QSystemTrayIcon>
 #include <QTest>
 #include <gtest/gtest.h>
 #include <xcb/xcb.h>
@@ -45,7 +48,12 @@ namespace {
 void saveScreenshot(QWidget& widget, const std::string& name) {
     fs::create_directories(MARLOWICK_SCREENSHOTS);
     const QString path = QString::fromStdString((fs::path(MARLOWICK_SCREENSHOTS) / (name + ".png")).string());
-    EXPECT_TRUE(widget.grab().save(path)) << path.toStdString();
+    // A window on screen is read from the X server, so that the canvas's own native window is in it, once
+    // the frame its last change asked for is drawn.
+    QTest::qWait(50);
+    const QPixmap picture =
+        widget.isWindow() && widget.isVisible() ? widget.screen()->grabWindow(widget.winId()) : widget.grab();
+    EXPECT_TRUE(picture.save(path)) << path.toStdString();
 }
 
 // Whether pixel (x, y) of a canvas of `width` × `height` lies clear of its rounded corners of `radius`.
@@ -82,10 +90,25 @@ std::optional<BgraImage> exportedStill(const Project& project, const std::vector
         .get();
 }
 
-// Holds a capturer's stop until it is let go, and counts the stops asked for.
+// Whether `window` is mapped and all its ancestors are: whether it can be in a picture of the screen.
+bool isViewable(xcb_connection_t* connection, xcb_window_t window) {
+    xcb_get_window_attributes_reply_t* reply =
+        xcb_get_window_attributes_reply(connection, xcb_get_window_attributes(connection, window), nullptr);
+    const bool viewable = reply != nullptr && reply->map_state == XCB_MAP_STATE_VIEWABLE;
+    std::free(reply);
+    return viewable;
+}
+
+// Holds a capturer's stop until it is let go, and counts the stops asked for. Where `window` is set, a start
+// notes whether the X server showed that window at that moment, as a capture's first frame would.
 struct StopGate {
     std::atomic<bool> held = false;
     std::atomic<int> stops = 0;
+    std::atomic<xcb_window_t> window = 0;
+    std::atomic<int> starts = 0;
+    std::atomic<bool> windowShownAtStart = false;
+    // A start is refused, as a desktop that won't share the screen refuses it.
+    std::atomic<bool> refuseStart = false;
 };
 
 // A capturer that records nothing: a start succeeds, and a stop yields the walking take of `movie` once
@@ -98,6 +121,14 @@ public:
         , m_gate(std::move(gate)) {}
     TelemetryAvailability telemetryAvailability() const override { return m_availability; }
     void start(const CaptureConfiguration&) override {
+        if (m_gate->window != 0) {
+            const X11Connection display;
+            m_gate->windowShownAtStart = isViewable(display.get(), m_gate->window);
+        }
+        ++m_gate->starts;
+        if (m_gate->refuseStart) {
+            throw CaptureError(CaptureErrorKind::permissionDenied);
+        }
         if (m_running) {
             throw CaptureError(CaptureErrorKind::alreadyRecording);
         }
@@ -447,14 +478,38 @@ public:
         sync();
     }
 
-    // Whether `window` is mapped and all its ancestors are: whether it can be in a picture of the screen.
-    bool isViewable(WId window) {
-        xcb_get_window_attributes_reply_t* reply = xcb_get_window_attributes_reply(
-            m_display.get(), xcb_get_window_attributes(m_display.get(), static_cast<xcb_window_t>(window)),
-            nullptr);
-        const bool viewable = reply != nullptr && reply->map_state == XCB_MAP_STATE_VIEWABLE;
-        std::free(reply);
-        return viewable;
+    bool isViewable(WId window) { return ::isViewable(m_display.get(), static_cast<xcb_window_t>(window)); }
+
+    // Moves the pointer to (x, y) on the screen and clicks the left button there, through XTEST.
+    void click(int x, int y) {
+        xcb_test_fake_input(m_display.get(), XCB_MOTION_NOTIFY, 0, XCB_CURRENT_TIME, m_root,
+                            static_cast<std::int16_t>(x), static_cast<std::int16_t>(y), 0);
+        fake(XCB_BUTTON_PRESS, 1);
+        fake(XCB_BUTTON_RELEASE, 1);
+        sync();
+    }
+
+    // Presses `keysym` without a modifier and lets go.
+    void press(std::uint32_t keysym) {
+        const std::uint8_t key = GlobalShortcut::keycodes(keysym).at(0);
+        fake(XCB_KEY_PRESS, key);
+        fake(XCB_KEY_RELEASE, key);
+        sync();
+    }
+
+    // Holds Ctrl+`keysym` on the root window until `release`.
+    void grab(std::uint32_t keysym) {
+        for (const std::uint8_t code : GlobalShortcut::keycodes(keysym)) {
+            xcb_grab_key(m_display.get(), 1, m_root, XCB_MOD_MASK_CONTROL, code, XCB_GRAB_MODE_ASYNC,
+                         XCB_GRAB_MODE_ASYNC);
+        }
+        sync();
+    }
+    void release(std::uint32_t keysym) {
+        for (const std::uint8_t code : GlobalShortcut::keycodes(keysym)) {
+            xcb_ungrab_key(m_display.get(), code, m_root, XCB_MOD_MASK_CONTROL);
+        }
+        sync();
     }
 
 private:
@@ -478,8 +533,12 @@ TEST_F(ShellWindowTest, ATakeTakesTheWindowOutOfThePictureAndCtrlPeriodAnywhereS
     EXPECT_TRUE(other.canGrab(periodKeysym));
     EXPECT_TRUE(m_window->recordingScreen()->hiddenLine()->isHidden());
 
+    // The capture starts only once the window has left the screen.
+    m_gate->window = static_cast<xcb_window_t>(m_window->winId());
     m_window->startRecordingAction()->trigger();
     ASSERT_TRUE(within(10, [&] { return m_session->phase().kind() == SessionPhase::Kind::recording; }));
+    EXPECT_EQ(m_gate->starts, 1);
+    EXPECT_FALSE(m_gate->windowShownAtStart);
     EXPECT_EQ(m_window->currentScreen(), m_window->recordingScreen());
     EXPECT_TRUE(m_window->recordingAside()->isAside());
     EXPECT_FALSE(m_window->isVisible());
@@ -518,6 +577,42 @@ TEST_F(ShellWindowTest, ATakeTakesTheWindowOutOfThePictureAndCtrlPeriodAnywhereS
     EXPECT_TRUE(other.canGrab(periodKeysym));
 }
 
+TEST_F(ShellWindowTest, WithNothingElseToStopTheTakeTheWindowStaysAndTheTakeStartsAtOnce) {
+    // Another program holds Ctrl+. and the display has no tray: only the window's Stop button is left.
+    OtherClient other;
+    other.grab(periodKeysym);
+    ASSERT_FALSE(QSystemTrayIcon::isSystemTrayAvailable());
+    m_gate->window = static_cast<xcb_window_t>(m_window->winId());
+    m_window->startRecordingAction()->trigger();
+    ASSERT_TRUE(within(10, [&] { return m_session->phase().kind() == SessionPhase::Kind::recording; }));
+    EXPECT_EQ(m_gate->starts, 1);
+    EXPECT_TRUE(m_gate->windowShownAtStart);
+    EXPECT_FALSE(m_window->recordingAside()->isAside());
+    EXPECT_FALSE(m_window->recordingAside()->holdsShortcut());
+    EXPECT_TRUE(m_window->isVisible());
+    EXPECT_TRUE(m_window->recordingScreen()->hiddenLine()->isHidden());
+
+    m_window->stopRecordingAction()->trigger();
+    ASSERT_TRUE(within(20, [&] { return m_session->phase().kind() == SessionPhase::Kind::editing; }));
+    EXPECT_TRUE(m_window->isVisible());
+    other.release(periodKeysym);
+}
+
+TEST_F(ShellWindowTest, ARefusedStartBringsTheWindowBackWithTheError) {
+    OtherClient other;
+    m_gate->refuseStart = true;
+    m_window->startRecordingAction()->trigger();
+    ASSERT_TRUE(within(10, [&] { return m_session->lastError().has_value(); }));
+    EXPECT_EQ(m_gate->starts, 1);
+    EXPECT_EQ(m_session->phase().kind(), SessionPhase::Kind::idle);
+    EXPECT_EQ(m_window->currentScreen(), m_window->recordScreen());
+    EXPECT_TRUE(m_window->isVisible());
+    EXPECT_TRUE(within(5, [&] { return other.isViewable(m_window->winId()); }));
+    EXPECT_FALSE(m_window->recordingAside()->isAside());
+    // The key is the display's again.
+    EXPECT_TRUE(other.canGrab(periodKeysym));
+}
+
 TEST_F(ShellWindowTest, CutMarksTakeTheKeysIAndOOnlyOutsideTextFields) {
     openPackage();
     showPausedAt(1.5);
@@ -545,4 +640,129 @@ TEST_F(ShellWindowTest, CutMarksTakeTheKeysIAndOOnlyOutsideTextFields) {
     EXPECT_NEAR(*m_session->selectionStart(), 1.5, 1e-6);
     EXPECT_NEAR(*m_session->selectionEnd(), 2.5, 1e-6);
     EXPECT_EQ(field->text().toStdString(), "io");
+}
+
+TEST_F(ShellWindowTest, TheScreenShowsTheCanvasAsDrawnAndAPausedUnchangedCanvasDrawsNothing) {
+    openPackage();
+    showPausedAt(1.25);
+    CanvasWidget* canvas = m_window->editor()->canvas();
+    int swapped = 0;
+    QObject::connect(canvas, &CanvasWidget::frameSwapped, canvas, [&] { ++swapped; });
+
+    // What the X server shows where the canvas lies is the canvas's picture, its corners included.
+    const QImage drawn = canvas->grabFramebuffer().convertToFormat(QImage::Format_RGB32);
+    ASSERT_FALSE(drawn.isNull());
+    ASSERT_TRUE(within(5, [&] { return swapped > 0; }));
+    const QPoint origin = canvas->mapToGlobal(QPoint(0, 0));
+    const QImage shown = canvas->screen()
+                             ->grabWindow(0, origin.x(), origin.y(), canvas->width(), canvas->height())
+                             .toImage()
+                             .convertToFormat(QImage::Format_RGB32);
+    ASSERT_EQ(shown.size(), drawn.size());
+    int largest = 0;
+    for (int y = 0; y < drawn.height(); ++y) {
+        for (int x = 0; x < drawn.width(); ++x) {
+            const QRgb a = drawn.pixel(x, y);
+            const QRgb b = shown.pixel(x, y);
+            largest = std::max({largest, std::abs(qRed(a) - qRed(b)), std::abs(qGreen(a) - qGreen(b)),
+                                std::abs(qBlue(a) - qBlue(b))});
+        }
+    }
+    EXPECT_EQ(largest, 0);
+
+    // Paused, with nothing changed, it puts no frame on screen; a changed setting puts one.
+    within(0.3, [] { return false; });
+    swapped = 0;
+    within(0.5, [] { return false; });
+    EXPECT_EQ(swapped, 0);
+    m_session->editProject(
+        [](Project& project) { project.canvas.background = Background::solid("#2EA043"); });
+    ASSERT_TRUE(within(5, [&] { return swapped > 0; }));
+    const QPoint corner = canvas->mapToGlobal(QPoint(12, 12));
+    const auto cornerShown = [&] {
+        return canvas->screen()
+            ->grabWindow(0, corner.x(), corner.y(), 1, 1)
+            .toImage()
+            .pixelColor(0, 0)
+            .name();
+    };
+    EXPECT_TRUE(within(5, [&] { return cornerShown() == "#2ea043"; })) << cornerShown().toStdString();
+}
+
+TEST_F(ShellWindowTest, AClickOnTheCanvasPutsTheFocusInThePreviewWhereTheSpaceBarPlays) {
+    openPackage();
+    showPausedAt(1.0);
+    CanvasWidget* canvas = m_window->editor()->canvas();
+    OtherClient other;
+    const QPoint middle = canvas->mapToGlobal(canvas->rect().center());
+    other.click(middle.x(), middle.y());
+    ASSERT_TRUE(within(5, [&] { return QApplication::focusWidget() == m_window->editor(); }));
+    constexpr std::uint32_t spaceKeysym = 0x20;
+    other.press(spaceKeysym);
+    EXPECT_TRUE(within(5, [&] { return m_session->playback()->isPlaying(); }));
+    m_session->playback()->pause();
+}
+
+TEST_F(ShellWindowTest, AfterPlayingThePausedScreenIsTheExportedFrame) {
+    // Played, the canvas draws each frame only where it differs from the last, over what the screen kept:
+    // once paused, the screen holds the exported frame of that moment all the same.
+    openPackage();
+    showPausedAt(0.5);
+    CanvasWidget* canvas = m_window->editor()->canvas();
+    PlaybackEngine* playback = m_session->playback();
+    playback->play();
+    ASSERT_TRUE(within(10, [&] { return playback->currentTime() > 1.6; }));
+    playback->pause();
+    int swapped = 0;
+    QObject::connect(canvas, &CanvasWidget::frameSwapped, canvas, [&] { ++swapped; });
+    // Until the canvas has drawn the paused moment's picture and stopped drawing.
+    ASSERT_TRUE(within(10, [&] {
+        const auto& frame = canvas->shownFrame();
+        const double time = playback->currentTime();
+        return !playback->isPlaying() && frame && frame->time <= time && time < frame->endTime;
+    }));
+    ASSERT_TRUE(within(10, [&] {
+        const int before = swapped;
+        within(0.3, [] { return false; });
+        return swapped == before;
+    }));
+
+    const QPoint origin = canvas->mapToGlobal(QPoint(0, 0));
+    const QImage shown =
+        canvas->screen()->grabWindow(0, origin.x(), origin.y(), canvas->width(), canvas->height()).toImage();
+    const MarlowickDocument& document = *m_session->document();
+    const auto still = exportedStill(document.project, document.telemetry(), playback->currentTime(),
+                                     shown.width(), shown.height());
+    ASSERT_TRUE(still.has_value());
+    EXPECT_LE(largestDifference(shown, *still), 2);
+}
+
+TEST_F(ShellWindowTest, UnderAWindowManagerTheTakeStartsMinimisedAndTheWindowComesBackAfter) {
+    // A window manager on the private display, killed with the process at the end of the test.
+    QProcess manager;
+    manager.start("openbox", {"--sm-disable"});
+    ASSERT_TRUE(manager.waitForStarted(10000)) << manager.errorString().toStdString();
+    ASSERT_TRUE(within(10, [] { return RecordingAside::windowManagerRuns(); }));
+    OtherClient other;
+    const auto window = static_cast<xcb_window_t>(m_window->winId());
+    ASSERT_TRUE(within(5, [&] { return other.isViewable(window); }));
+
+    m_gate->window = window;
+    m_window->startRecordingAction()->trigger();
+    ASSERT_TRUE(within(10, [&] { return m_session->phase().kind() == SessionPhase::Kind::recording; }));
+    EXPECT_EQ(m_gate->starts, 1);
+    EXPECT_FALSE(m_gate->windowShownAtStart);
+    EXPECT_TRUE(m_window->isMinimized());
+    EXPECT_TRUE(m_window->recordingAside()->isAside());
+    EXPECT_FALSE(other.isViewable(window));
+    EXPECT_FALSE(m_window->recordingScreen()->hiddenLine()->isHidden());
+
+    m_window->stopRecordingAction()->trigger();
+    ASSERT_TRUE(within(20, [&] { return m_session->phase().kind() == SessionPhase::Kind::editing; }));
+    EXPECT_TRUE(within(5, [&] { return other.isViewable(window) && !m_window->isMinimized(); }));
+    EXPECT_FALSE(m_window->recordingAside()->isAside());
+
+    manager.terminate();
+    EXPECT_TRUE(manager.waitForFinished(10000));
+    EXPECT_TRUE(within(10, [] { return !RecordingAside::windowManagerRuns(); }));
 }
