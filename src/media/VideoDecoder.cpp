@@ -223,6 +223,15 @@ PictureChange pictureChange(const AVFrame& a, const AVFrame& b) {
                 right[static_cast<std::size_t>(py)] = std::max(right[static_cast<std::size_t>(py)], x1);
             }
         }
+        // The areas found at the end hold these rows' changes, so a picture whose first plane already
+        // changed over most of it is whole: the other planes needn't be looked at.
+        std::int64_t changed = 0;
+        for (int y = 0; y < height; ++y) {
+            changed += std::max(0, right[static_cast<std::size_t>(y)] - left[static_cast<std::size_t>(y)]);
+        }
+        if (changed * 2 > static_cast<std::int64_t>(width) * height) {
+            return PictureChange::everywhere();
+        }
     }
 
     PictureChange change = PictureChange::nowhere();
