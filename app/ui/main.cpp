@@ -19,6 +19,7 @@
 #include <QElapsedTimer>
 #include <QIcon>
 #include <QSettings>
+#include <QScreen>
 #include <QSurfaceFormat>
 #include <QTimer>
 
@@ -62,7 +63,9 @@ void screenshotAfterPlaying(marlowick::EditorSession& session, marlowick::MainWi
         QTimer::singleShot(static_cast<int>(seconds * 1000), &window, [&window, playback, path] {
             playback->pause();
             QTimer::singleShot(settleMs, &window, [&window, path] {
-                const bool saved = window.grab().save(path);
+                // Read from the display: the canvas draws in a GL window of its own, which a widget's
+                // grab leaves out.
+                const bool saved = window.screen()->grabWindow(window.winId()).save(path);
                 if (!saved) {
                     std::fprintf(stderr, "marlowick-studio: could not write %s\n", qPrintable(path));
                 }
