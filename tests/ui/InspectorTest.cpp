@@ -573,14 +573,26 @@ TEST_F(InspectorTest, TheAudioTabsControlsWriteTheMix) {
     EXPECT_TRUE(control<QPushButton>(m_audio, "Music", "Add Music…")->isVisibleTo(m_audio));
 
     // Silence: switching it on runs the first analysis, shown while it runs; the tone has no pause to cut.
+    // A short tone can be analysed before the click returns, so what shows is looked at as it starts.
     InspectorSlider* sensitivity = control<InspectorSlider>(m_audio, "Trim silence", "Sensitivity");
     EXPECT_FALSE(sensitivity->isVisibleTo(m_audio));
+    int analyses = 0;
+    bool shownWhileAnalysing = false;
+    const QMetaObject::Connection watch =
+        QObject::connect(m_session.get(), &EditorSession::isAnalysingSilenceChanged, [&](bool analysing) {
+            if (analysing) {
+                ++analyses;
+                shownWhileAnalysing =
+                    showsText(m_audio, "Trim silence", "Analysing audio…") &&
+                    !control<QPushButton>(m_audio, "Trim silence", "Re-analyse")->isVisibleTo(m_audio);
+            }
+        });
     control<QCheckBox>(m_audio, "Trim silence", "Remove dead air")->click();
     EXPECT_TRUE(audio().silence.isEnabled);
-    EXPECT_TRUE(m_session->isAnalysingSilence());
-    EXPECT_TRUE(showsText(m_audio, "Trim silence", "Analysing audio…"));
-    EXPECT_FALSE(control<QPushButton>(m_audio, "Trim silence", "Re-analyse")->isVisibleTo(m_audio));
     ASSERT_TRUE(within(30, [&] { return !m_session->isAnalysingSilence(); }));
+    QObject::disconnect(watch);
+    EXPECT_EQ(analyses, 1);
+    EXPECT_TRUE(shownWhileAnalysing);
     EXPECT_FALSE(showsText(m_audio, "Trim silence", "Analysing audio…"));
     EXPECT_TRUE(control<QPushButton>(m_audio, "Trim silence", "Re-analyse")->isVisibleTo(m_audio));
     moveEachSlider(m_audio,
