@@ -466,9 +466,10 @@ TEST_F(EditorSessionTest, SilenceAnalysisFindsThePausesOfTheTake) {
     SilenceTrim trim = m_session->document()->project.audio.silence;
     trim.isEnabled = true;
     m_session->setSilence(trim);
-    EXPECT_TRUE(m_session->isAnalysingSilence());
     ASSERT_TRUE(waitFor([&] { return !m_session->isAnalysingSilence(); }));
-    EXPECT_EQ(analysing.count(), 2);
+    // On, then off: a quick analysis may be over before setSilence returns.
+    ASSERT_EQ(analysing.count(), 2);
+    EXPECT_TRUE(analysing.at(0).at(0).toBool());
     EXPECT_FALSE(m_session->lastError()) << *m_session->lastError();
     const std::optional<TimeMap>& found = m_session->document()->project.trim;
     ASSERT_TRUE(found);
