@@ -66,6 +66,15 @@ CaptureConfiguration configurationIn(const TempDir& dir, Size size = {}) {
     return configuration;
 }
 
+// The pictures the producer sent, by their number.
+std::map<int, SyntheticScreen::Sent> byNumber(const std::vector<SyntheticScreen::Sent>& sent) {
+    std::map<int, SyntheticScreen::Sent> numbered;
+    for (const SyntheticScreen::Sent& s : sent) {
+        numbered[s.number] = s;
+    }
+    return numbered;
+}
+
 } // namespace
 
 TEST(ScreenCastRecorder, RecordsPicturesOnTheProducersTimesAndThePointerOnTheMoviesClock) {
@@ -83,25 +92,22 @@ TEST(ScreenCastRecorder, RecordsPicturesOnTheProducersTimesAndThePointerOnTheMov
     const Recording recording = recorder.stop();
     EXPECT_FALSE(recorder.interruption());
     const std::vector<SyntheticScreen::Sent> sent = screen.sent();
-    std::map<int, SyntheticScreen::Sent> byNumber;
-    for (const SyntheticScreen::Sent& s : sent) {
-        byNumber[s.number] = s;
-    }
+    std::map<int, SyntheticScreen::Sent> numbered = byNumber(sent);
 
     // Each picture shows a sent one, in order, at the distance from the first that the producer's stamps
     // put between them: to the tick, where stamping on arrival would wander by milliseconds.
     const std::vector<DecodedFrame> frames = decode(dir / "take.mov", 1.0);
     ASSERT_GE(frames.size(), 80u);
     EXPECT_EQ(static_cast<std::int64_t>(frames.size()), recorder.statistics().framesWritten);
-    ASSERT_TRUE(byNumber.contains(frames.front().number));
-    const std::uint64_t firstPts = byNumber[frames.front().number].pts;
+    ASSERT_TRUE(numbered.contains(frames.front().number));
+    const std::uint64_t firstPts = numbered[frames.front().number].pts;
     EXPECT_EQ(frames.front().time, 0.0);
     int previous = -1;
     for (const DecodedFrame& frame : frames) {
-        ASSERT_TRUE(byNumber.contains(frame.number)) << frame.time;
+        ASSERT_TRUE(numbered.contains(frame.number)) << frame.time;
         EXPECT_GT(frame.number, previous);
         previous = frame.number;
-        EXPECT_NEAR(frame.time, static_cast<double>(byNumber[frame.number].pts - firstPts) / 1e9, 0.0005)
+        EXPECT_NEAR(frame.time, static_cast<double>(numbered[frame.number].pts - firstPts) / 1e9, 0.0005)
             << frame.number;
     }
     // Pictures the producer had to skip are counted as dropped.
@@ -282,22 +288,19 @@ TEST(ScreenCastRecorder, LinearDmaBufsAreRecordedAsSharedMemoryIs) {
         const Recording recording = recorder.stop();
         EXPECT_FALSE(recorder.interruption());
         const std::vector<SyntheticScreen::Sent> sent = screen.sent();
-        std::map<int, SyntheticScreen::Sent> byNumber;
-        for (const SyntheticScreen::Sent& s : sent) {
-            byNumber[s.number] = s;
-        }
+        std::map<int, SyntheticScreen::Sent> numbered = byNumber(sent);
 
         // The pictures in order on the producer's stamps, their pixels the right way round.
         const std::vector<DecodedFrame> frames = decode(dir / "take.mov", 1.0);
         ASSERT_GE(frames.size(), 40u);
-        ASSERT_TRUE(byNumber.contains(frames.front().number));
-        const std::uint64_t firstPts = byNumber[frames.front().number].pts;
+        ASSERT_TRUE(numbered.contains(frames.front().number));
+        const std::uint64_t firstPts = numbered[frames.front().number].pts;
         int previous = -1;
         for (const DecodedFrame& frame : frames) {
-            ASSERT_TRUE(byNumber.contains(frame.number)) << frame.time;
+            ASSERT_TRUE(numbered.contains(frame.number)) << frame.time;
             EXPECT_GT(frame.number, previous);
             previous = frame.number;
-            EXPECT_NEAR(frame.time, static_cast<double>(byNumber[frame.number].pts - firstPts) / 1e9, 0.0005)
+            EXPECT_NEAR(frame.time, static_cast<double>(numbered[frame.number].pts - firstPts) / 1e9, 0.0005)
                 << frame.number;
         }
         const DecodedFrame& last = frames.back();
