@@ -67,6 +67,15 @@ void check(int result, const char* what) {
     }
 }
 
+// The string in the variant `m` is at.
+std::string readStringVariant(sd_bus_message* m) {
+    const char* text = nullptr;
+    check(sd_bus_message_enter_container(m, 'v', "s"), "read");
+    check(sd_bus_message_read_basic(m, 's', &text), "read");
+    check(sd_bus_message_exit_container(m), "read");
+    return text;
+}
+
 // Options of a portal call, a{sv}.
 class OptionsWriter {
 public:
@@ -297,11 +306,7 @@ ScreenCastPortal::Share ScreenCastPortal::open(const std::string& restoreToken) 
                 if (key != "session_handle") {
                     return false;
                 }
-                const char* handle = nullptr;
-                check(sd_bus_message_enter_container(created.m, 'v', "s"), "read");
-                check(sd_bus_message_read_basic(created.m, 's', &handle), "read");
-                check(sd_bus_message_exit_container(created.m), "read");
-                s.session = handle;
+                s.session = readStringVariant(created.m);
                 return true;
             });
             if (s.session.empty()) {
@@ -340,11 +345,7 @@ ScreenCastPortal::Share ScreenCastPortal::open(const std::string& restoreToken) 
         bool hasStream = false;
         readOptions(started.m, [&](const std::string& key) {
             if (key == "restore_token") {
-                const char* token = nullptr;
-                check(sd_bus_message_enter_container(started.m, 'v', "s"), "read");
-                check(sd_bus_message_read_basic(started.m, 's', &token), "read");
-                check(sd_bus_message_exit_container(started.m), "read");
-                share.restoreToken = token;
+                share.restoreToken = readStringVariant(started.m);
                 return true;
             }
             if (key != "streams") {
