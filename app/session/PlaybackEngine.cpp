@@ -117,6 +117,7 @@ QCoro::Task<> PlaybackEngine::load(Url url, double duration, std::optional<TimeM
         m_pendingResume.reset();
         co_return;
     }
+    m_seeksAsked = 0;
     player->open(std::move(*item), callbacksFor(m_generation));
     m_player = std::move(player);
     m_videoOutput = &m_player->videoOutput();
@@ -158,6 +159,7 @@ void PlaybackEngine::seek(double time) {
     const double clamped = std::min(std::max(time, 0.0), std::max(m_duration, 0.0));
     // The playhead moves under the user's hand before the player gets there.
     setCurrentTime(clamped);
+    ++m_seeksAsked;
     m_player->seek(clamped);
 }
 
@@ -176,10 +178,11 @@ void PlaybackEngine::teardown() {
 PlayerCallbacks PlaybackEngine::callbacksFor(std::uint64_t generation) {
     PlayerCallbacks callbacks;
     callbacks.interval = 1.0 / 60;
-    callbacks.time = [relay = m_relay, generation](double time) {
-        relay->post([generation, time](PlaybackEngine& engine) {
+    callbacks.time = [relay = m_relay, generation](double time, std::uint64_t seeks) {
+        relay->post([generation, time, seeks](PlaybackEngine& engine) {
             Q_ASSERT(QThread::currentThread() == engine.thread());
-            if (engine.m_generation == generation) {
+            // A time read before the newest seek would pull the playhead back from where the user put it.
+            if (engine.m_generation == generation && seeks >= engine.m_seeksAsked) {
                 engine.setCurrentTime(time);
             }
         });

@@ -86,6 +86,8 @@ private:
     // Rises with every teardown, so that a report of a player already gone, still queued for this thread,
     // is dropped.
     std::uint64_t m_generation = 0;
+    // The seeks asked of the present player: its reports of a time from before the newest are dropped.
+    std::uint64_t m_seeksAsked = 0;
     // Shared with the callbacks of every player this engine made; cut off from the engine when it ends.
     std::shared_ptr<ThreadRelay<PlaybackEngine>> m_relay;
     bool m_isPlaying = false;

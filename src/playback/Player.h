@@ -3,6 +3,7 @@
 #include "playback/PlayerFrame.h"
 #include "playback/PlayerItem.h"
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 
@@ -12,8 +13,10 @@ namespace marlowick {
 // so an owner with a thread of its own posts them there. Neither may call back into the player.
 struct PlayerCallbacks {
     // The time on the item's timeline, about every `interval` seconds while playing, and once after each
-    // seek and pause.
-    std::function<void(double time)> time;
+    // seek and pause. `seeks` counts the seeks asked of this player that the time already reflects: a
+    // report read before the newest seek was carried out counts fewer than the owner asked for, and an
+    // owner that moved its playhead at once drops it.
+    std::function<void(double time, std::uint64_t seeks)> time;
     double interval = 1.0 / 60;
     // Play reached the item's end; the player has paused itself there.
     std::function<void()> ended;

@@ -58,6 +58,7 @@ void PreviewPlayer::seek(double time) {
         const std::scoped_lock lock(m_mutex);
         time = std::clamp(time, 0.0, m_duration);
         m_seeking = time;
+        ++m_seeks;
         m_atEnd = false;
         // The pictures are dropped at once, so that none from before the seek is handed out after it.
         m_video.seek(time);
@@ -97,9 +98,11 @@ void PreviewPlayer::run(std::stop_token stop) {
     double duration = 0;
     bool playing = false; // as carried out on the output
     auto nextTick = Clock::now();
+    // How many seeks the output has carried out: what each report's time reflects.
+    std::uint64_t seeksDone = 0;
     auto report = [&](double time) {
         if (callbacks.time) {
-            callbacks.time(time);
+            callbacks.time(time, seeksDone);
         }
     };
     while (!stop.stop_requested()) {
@@ -142,24 +145,29 @@ void PreviewPlayer::run(std::stop_token stop) {
             }
             output = next;
             playing = false;
+            bool seekWaits = false;
             {
                 const std::scoped_lock lock(m_mutex);
                 m_output = next;
                 m_soundCard = soundCard;
                 wantPlaying = m_playing;
+                seekWaits = m_seeking.has_value();
             }
-            if (!m_seeking) {
+            if (!seekWaits) {
                 report(0);
             }
         }
 
+        std::uint64_t seeksAsked = 0;
         {
             const std::scoped_lock lock(m_mutex);
             // Taken only now, once the output it applies to is in place.
             seeking = m_seeking;
+            seeksAsked = m_seeks;
         }
         if (seeking) {
             output->seek(*seeking);
+            seeksDone = seeksAsked;
             {
                 const std::scoped_lock lock(m_mutex);
                 // A newer seek that came meanwhile is carried out on the next round.
@@ -186,16 +194,20 @@ void PreviewPlayer::run(std::stop_token stop) {
             if (time >= duration) {
                 output->pause();
                 playing = false;
+                bool atEnd = false;
                 {
                     const std::scoped_lock lock(m_mutex);
-                    m_atEnd = !m_seeking;
+                    atEnd = m_atEnd = !m_seeking;
                     if (m_atEnd) {
                         m_playing = false;
                     }
                 }
-                report(duration);
-                if (callbacks.ended) {
-                    callbacks.ended();
+                // A seek asked for meanwhile plays on from its time on the next round: that is no end.
+                if (atEnd) {
+                    report(duration);
+                    if (callbacks.ended) {
+                        callbacks.ended();
+                    }
                 }
                 continue;
             }

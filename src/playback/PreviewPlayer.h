@@ -57,6 +57,7 @@ private:
     // Guarded by m_mutex:
     std::optional<Opening> m_opening; // the newest open not carried out yet
     std::optional<double> m_seeking;  // the newest seek not carried out yet
+    std::uint64_t m_seeks = 0;        // seeks asked for since the player was made
     bool m_playing = false;           // as the owner asked
     bool m_atEnd = false;             // paused at the end by the player itself
     double m_duration = 0;

@@ -65,13 +65,16 @@ std::optional<PlayerFrame> awaitFrame(VideoOutput& video, double time) {
 struct Heard {
     std::mutex mutex;
     std::vector<double> times;
+    // For each time, the seeks it reflects.
+    std::vector<std::uint64_t> seeks;
     std::atomic<int> ends = 0;
 
     PlayerCallbacks callbacks() {
         PlayerCallbacks c;
-        c.time = [this](double t) {
+        c.time = [this](double t, std::uint64_t seeksDone) {
             const std::scoped_lock lock(mutex);
             times.push_back(t);
+            seeks.push_back(seeksDone);
         };
         c.ended = [this] { ++ends; };
         return c;
@@ -110,8 +113,10 @@ TEST(PreviewPlayer, SeeksExactly) {
 
     std::mt19937 random(11);
     std::uniform_real_distribution<double> anywhere(0, 5);
+    std::vector<double> asked;
     for (int i = 0; i < 12; ++i) {
         const double t = anywhere(random);
+        asked.push_back(t);
         player.seek(t);
         EXPECT_DOUBLE_EQ(player.currentTime(), t);
         const auto frame = awaitFrame(player.videoOutput(), t);
@@ -125,6 +130,7 @@ TEST(PreviewPlayer, SeeksExactly) {
     }
 
     for (const double t : {0.4, 3.3, 1.7, 4.2}) {
+        asked.push_back(t);
         player.seek(t);
     }
     const auto frame = awaitFrame(player.videoOutput(), 4.2);
@@ -137,6 +143,19 @@ TEST(PreviewPlayer, SeeksExactly) {
     }
     EXPECT_EQ(heard.last(), 4.2);
     EXPECT_DOUBLE_EQ(player.currentTime(), 4.2);
+
+    // Paused, each time heard is where a seek put the clock, and says which seek that was; the seeks
+    // passed over while the player was busy go unreported.
+    const std::scoped_lock lock(heard.mutex);
+    ASSERT_EQ(heard.seeks.back(), asked.size());
+    for (std::size_t i = 0; i < heard.times.size(); ++i) {
+        if (heard.seeks[i] > 0) {
+            EXPECT_EQ(heard.times[i], asked[heard.seeks[i] - 1]) << "report " << i;
+        }
+        if (i > 0) {
+            EXPECT_GE(heard.seeks[i], heard.seeks[i - 1]);
+        }
+    }
 }
 
 // Played through a composition with two cuts (one decoded across, one sought over), every picture handed

@@ -39,6 +39,7 @@ struct PlayerLog {
         PlayerItem item;
         PlayerCallbacks callbacks;
         std::vector<std::string> commands;
+        std::uint64_t seeks = 0;
         bool destroyed = false;
     };
     std::deque<Entry> players;
@@ -64,6 +65,7 @@ public:
         std::ostringstream out;
         out << "seek " << time;
         entry().commands.push_back(out.str());
+        ++entry().seeks;
     }
     double currentTime() const override { return 0; }
     VideoOutput& videoOutput() override { return m_output; }
@@ -77,6 +79,9 @@ private:
 };
 
 using Commands = std::vector<std::string>;
+
+// A count of seeks no player here reaches: a report carrying it is dropped only for another reason.
+constexpr std::uint64_t afterEverySeek = 1000;
 
 // Calls `report` on a thread of its own, as a player does, and lets the engine's thread take what it
 // posted.
@@ -131,7 +136,7 @@ TEST_F(PlaybackEngineTest, AReloadKeepsThePlayheadAndThePlayState) {
     load(*engine, file("one.mp4"), 30);
     EXPECT_EQ(lastPlayer().commands, Commands{"open"});
     engine->play();
-    reportFromAnotherThread([&] { lastPlayer().callbacks.time(12); });
+    reportFromAnotherThread([&] { lastPlayer().callbacks.time(12, lastPlayer().seeks); });
     ASSERT_EQ(engine->currentTime(), 12);
 
     // Playing at 12 s: the old player is paused and gone, the new one goes on from there.
@@ -192,9 +197,16 @@ TEST_F(PlaybackEngineTest, SeekAndPlayStayInsideTheTimeline) {
     EXPECT_EQ(lastPlayer().commands, (Commands{"open", "seek 0", "seek 10", "seek 0", "play", "pause",
                                                "seek 9.97", "seek 0", "play", "pause", "seek 9.9", "play"}));
 
+    // A time the player read before the newest seek was carried out moves nothing: the playhead stays
+    // where the user put it, until the player reports from there.
+    reportFromAnotherThread([&] { lastPlayer().callbacks.time(4, lastPlayer().seeks - 1); });
+    EXPECT_EQ(engine->currentTime(), 9.9);
+    reportFromAnotherThread([&] { lastPlayer().callbacks.time(9.92, lastPlayer().seeks); });
+    EXPECT_EQ(engine->currentTime(), 9.92);
+
     // The player stops at the end by itself: the engine is paused there, the playhead stays at the end.
     reportFromAnotherThread([&] {
-        lastPlayer().callbacks.time(9.99);
+        lastPlayer().callbacks.time(9.99, lastPlayer().seeks);
         lastPlayer().callbacks.ended();
     });
     EXPECT_FALSE(engine->isPlaying());
@@ -256,7 +268,7 @@ TEST_F(PlaybackEngineTest, ReportsLandOnTheEnginesThreadAndOnlyWhileTheirPlayerA
     QThread* reporter = nullptr;
     reportFromAnotherThread([&] {
         reporter = QThread::currentThread();
-        lastPlayer().callbacks.time(3);
+        lastPlayer().callbacks.time(3, lastPlayer().seeks);
     });
     EXPECT_EQ(engine->currentTime(), 3);
     EXPECT_EQ(landedOn, engine->thread());
@@ -264,10 +276,10 @@ TEST_F(PlaybackEngineTest, ReportsLandOnTheEnginesThreadAndOnlyWhileTheirPlayerA
 
     // A report of the replaced player, even one already queued when the new load began, moves nothing.
     const PlayerCallbacks first = lastPlayer().callbacks;
-    std::thread([&] { first.time(4); }).join();
+    std::thread([&] { first.time(4, afterEverySeek); }).join();
     load(*engine, file("one.mp4"), 10);
     reportFromAnotherThread([&] {
-        first.time(5);
+        first.time(5, afterEverySeek);
         first.ended();
     });
     EXPECT_EQ(engine->currentTime(), 3);
@@ -277,10 +289,10 @@ TEST_F(PlaybackEngineTest, ReportsLandOnTheEnginesThreadAndOnlyWhileTheirPlayerA
 
     // Reports queued before the engine went, and reports after it, do nothing.
     const PlayerCallbacks second = lastPlayer().callbacks;
-    std::thread([&] { second.time(6); }).join();
+    std::thread([&] { second.time(6, afterEverySeek); }).join();
     engine.reset();
     reportFromAnotherThread([&] {
-        second.time(7);
+        second.time(7, afterEverySeek);
         second.ended();
     });
     EXPECT_TRUE(m_log->players.back().destroyed);
@@ -316,7 +328,7 @@ TEST_F(PlaybackEngineTest, FieldsSignalOnlyWhenTheyChange) {
 
     engine->seek(4);
     engine->seek(4);
-    reportFromAnotherThread([&] { lastPlayer().callbacks.time(4); });
+    reportFromAnotherThread([&] { lastPlayer().callbacks.time(4, lastPlayer().seeks); });
     EXPECT_EQ(time.count(), 1);
     EXPECT_EQ(engine->property("currentTime").toDouble(), 4);
 

@@ -37,6 +37,7 @@
 #include <deque>
 #include <functional>
 #include <future>
+#include <memory>
 #include <thread>
 
 using namespace marlowick;
@@ -480,6 +481,29 @@ public:
 
     bool isViewable(WId window) { return ::isViewable(m_display.get(), static_cast<xcb_window_t>(window)); }
 
+    // Whether a window manager has taken `window` in and shows it: it set the window's WM_STATE to
+    // NormalState. Until then its framing may still unmap and map the window, and requests to the manager
+    // about it go unheard.
+    bool isManaged(WId window) {
+        const char name[] = "WM_STATE";
+        const std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> atom(
+            xcb_intern_atom_reply(m_display.get(),
+                                  xcb_intern_atom(m_display.get(), 0, sizeof name - 1, name), nullptr),
+            &std::free);
+        if (!atom) {
+            return false;
+        }
+        const std::unique_ptr<xcb_get_property_reply_t, decltype(&std::free)> state(
+            xcb_get_property_reply(m_display.get(),
+                                   xcb_get_property(m_display.get(), 0, static_cast<xcb_window_t>(window),
+                                                    atom->atom, atom->atom, 0, 2),
+                                   nullptr),
+            &std::free);
+        constexpr std::uint32_t normalState = 1;
+        return state && xcb_get_property_value_length(state.get()) >= 4 &&
+               *static_cast<const std::uint32_t*>(xcb_get_property_value(state.get())) == normalState;
+    }
+
     // Moves the pointer to (x, y) on the screen and clicks the left button there, through XTEST.
     void click(int x, int y) {
         xcb_test_fake_input(m_display.get(), XCB_MOTION_NOTIFY, 0, XCB_CURRENT_TIME, m_root,
@@ -745,7 +769,7 @@ TEST_F(ShellWindowTest, UnderAWindowManagerTheTakeStartsMinimisedAndTheWindowCom
     ASSERT_TRUE(within(10, [] { return RecordingAside::windowManagerRuns(); }));
     OtherClient other;
     const auto window = static_cast<xcb_window_t>(m_window->winId());
-    ASSERT_TRUE(within(5, [&] { return other.isViewable(window); }));
+    ASSERT_TRUE(within(10, [&] { return other.isManaged(window) && other.isViewable(window); }));
 
     m_gate->window = window;
     m_window->startRecordingAction()->trigger();
