@@ -75,6 +75,44 @@ std::map<int, SyntheticScreen::Sent> byNumber(const std::vector<SyntheticScreen:
     return numbered;
 }
 
+// Each decoded picture shows a sent one, in order, at the distance from `firstPts` (the first picture's
+// stamp) that the producer's stamps put between them: to the tick, where stamping on arrival would wander
+// by milliseconds.
+void expectOnTheProducersStamps(const std::vector<DecodedFrame>& frames,
+                                const std::map<int, SyntheticScreen::Sent>& numbered,
+                                std::uint64_t firstPts) {
+    int previous = -1;
+    for (const DecodedFrame& frame : frames) {
+        const auto found = numbered.find(frame.number);
+        ASSERT_NE(found, numbered.end()) << frame.time;
+        EXPECT_GT(frame.number, previous);
+        previous = frame.number;
+        EXPECT_NEAR(frame.time, static_cast<double>(found->second.pts - firstPts) / 1e9, 0.0005)
+            << frame.number;
+    }
+}
+
+// Each pointer position is a sent picture's, at that picture's time on the movie's clock. Returns how many
+// there were.
+std::size_t expectThePointerAtItsPicturesTimes(const std::vector<InputEvent>& events,
+                                               const std::vector<SyntheticScreen::Sent>& sent,
+                                               std::uint64_t firstPts) {
+    std::size_t matched = 0;
+    for (const InputEvent& event : events) {
+        EXPECT_EQ(event.kind, InputEvent::Kind::move);
+        const auto found = std::find_if(sent.begin(), sent.end(), [&](const SyntheticScreen::Sent& s) {
+            return std::abs(static_cast<double>(s.pts - firstPts) / 1e9 - event.time) < 0.0005;
+        });
+        if (found == sent.end()) {
+            ADD_FAILURE() << "no picture at the pointer's time " << event.time;
+            continue;
+        }
+        EXPECT_EQ(event.location, found->cursor) << event.time;
+        matched += 1;
+    }
+    return matched;
+}
+
 } // namespace
 
 TEST(ScreenCastRecorder, RecordsPicturesOnTheProducersTimesAndThePointerOnTheMoviesClock) {
@@ -94,40 +132,21 @@ TEST(ScreenCastRecorder, RecordsPicturesOnTheProducersTimesAndThePointerOnTheMov
     const std::vector<SyntheticScreen::Sent> sent = screen.sent();
     std::map<int, SyntheticScreen::Sent> numbered = byNumber(sent);
 
-    // Each picture shows a sent one, in order, at the distance from the first that the producer's stamps
-    // put between them: to the tick, where stamping on arrival would wander by milliseconds.
     const std::vector<DecodedFrame> frames = decode(dir / "take.mov", 1.0);
     ASSERT_GE(frames.size(), 80u);
     EXPECT_EQ(static_cast<std::int64_t>(frames.size()), recorder.statistics().framesWritten);
     ASSERT_TRUE(numbered.contains(frames.front().number));
     const std::uint64_t firstPts = numbered[frames.front().number].pts;
     EXPECT_EQ(frames.front().time, 0.0);
-    int previous = -1;
-    for (const DecodedFrame& frame : frames) {
-        ASSERT_TRUE(numbered.contains(frame.number)) << frame.time;
-        EXPECT_GT(frame.number, previous);
-        previous = frame.number;
-        EXPECT_NEAR(frame.time, static_cast<double>(numbered[frame.number].pts - firstPts) / 1e9, 0.0005)
-            << frame.number;
-    }
+    expectOnTheProducersStamps(frames, numbered, firstPts);
     // Pictures the producer had to skip are counted as dropped.
     const std::int64_t skipped = sent.back().number + 1 - static_cast<std::int64_t>(sent.size());
     EXPECT_GE(recorder.statistics().framesDropped, skipped > 0 ? 1 : 0);
 
     // The pointer: every picture's position, at its picture's time on the movie's clock, in pixels.
     ASSERT_FALSE(recording.inputEvents.empty());
-    std::size_t matched = 0;
-    for (const InputEvent& event : recording.inputEvents) {
-        EXPECT_EQ(event.kind, InputEvent::Kind::move);
-        const auto found = std::find_if(sent.begin(), sent.end(), [&](const SyntheticScreen::Sent& s) {
-            return std::abs(static_cast<double>(s.pts - firstPts) / 1e9 - event.time) < 0.0005;
-        });
-        ASSERT_NE(found, sent.end()) << event.time;
-        EXPECT_EQ(event.location, found->cursor) << event.time;
-        matched += 1;
-    }
     EXPECT_EQ(recording.inputEvents.front().time, 0.0);
-    EXPECT_GE(matched, frames.size());
+    EXPECT_GE(expectThePointerAtItsPicturesTimes(recording.inputEvents, sent, firstPts), frames.size());
     EXPECT_EQ(recording.size, (Size{320, 240}));
     EXPECT_NEAR(recording.duration, frames.back().time + 1.0 / 60, 0.02);
 }
@@ -295,14 +314,7 @@ TEST(ScreenCastRecorder, LinearDmaBufsAreRecordedAsSharedMemoryIs) {
         ASSERT_GE(frames.size(), 40u);
         ASSERT_TRUE(numbered.contains(frames.front().number));
         const std::uint64_t firstPts = numbered[frames.front().number].pts;
-        int previous = -1;
-        for (const DecodedFrame& frame : frames) {
-            ASSERT_TRUE(numbered.contains(frame.number)) << frame.time;
-            EXPECT_GT(frame.number, previous);
-            previous = frame.number;
-            EXPECT_NEAR(frame.time, static_cast<double>(numbered[frame.number].pts - firstPts) / 1e9, 0.0005)
-                << frame.number;
-        }
+        expectOnTheProducersStamps(frames, numbered, firstPts);
         const DecodedFrame& last = frames.back();
         const Point corner = SyntheticScreen::squareOf(last.number);
         const std::uint8_t* inside =
@@ -319,13 +331,7 @@ TEST(ScreenCastRecorder, LinearDmaBufsAreRecordedAsSharedMemoryIs) {
 
         // The pointer from the same buffers' metadata, at its pictures' times.
         ASSERT_FALSE(recording.inputEvents.empty());
-        for (const InputEvent& event : recording.inputEvents) {
-            const auto found = std::find_if(sent.begin(), sent.end(), [&](const SyntheticScreen::Sent& s) {
-                return std::abs(static_cast<double>(s.pts - firstPts) / 1e9 - event.time) < 0.0005;
-            });
-            ASSERT_NE(found, sent.end()) << event.time;
-            EXPECT_EQ(event.location, found->cursor) << event.time;
-        }
+        expectThePointerAtItsPicturesTimes(recording.inputEvents, sent, firstPts);
     }
 }
 

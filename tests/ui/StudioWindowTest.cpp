@@ -22,6 +22,7 @@
 #include <QApplication>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QProcess>
 #include <QPushButton>
 #include <QScreen>
@@ -38,6 +39,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <string_view>
 #include <thread>
 
 using namespace marlowick;
@@ -487,8 +489,8 @@ public:
     bool isManaged(WId window) {
         const char name[] = "WM_STATE";
         const std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> atom(
-            xcb_intern_atom_reply(m_display.get(),
-                                  xcb_intern_atom(m_display.get(), 0, sizeof name - 1, name), nullptr),
+            xcb_intern_atom_reply(m_display.get(), xcb_intern_atom(m_display.get(), 0, sizeof name - 1, name),
+                                  nullptr),
             &std::free);
         if (!atom) {
             return false;
@@ -504,12 +506,13 @@ public:
                *static_cast<const std::uint32_t*>(xcb_get_property_value(state.get())) == normalState;
     }
 
-    // Moves the pointer to (x, y) on the screen and clicks the left button there, through XTEST.
-    void click(int x, int y) {
+    // Moves the pointer to (x, y) on the screen and clicks `button` there (1 the left, 3 the right),
+    // through XTEST.
+    void click(int x, int y, std::uint8_t button = 1) {
         xcb_test_fake_input(m_display.get(), XCB_MOTION_NOTIFY, 0, XCB_CURRENT_TIME, m_root,
                             static_cast<std::int16_t>(x), static_cast<std::int16_t>(y), 0);
-        fake(XCB_BUTTON_PRESS, 1);
-        fake(XCB_BUTTON_RELEASE, 1);
+        fake(XCB_BUTTON_PRESS, button);
+        fake(XCB_BUTTON_RELEASE, button);
         sync();
     }
 
@@ -599,6 +602,66 @@ TEST_F(ShellWindowTest, ATakeTakesTheWindowOutOfThePictureAndCtrlPeriodAnywhereS
     EXPECT_FALSE(m_window->recordingAside()->isAside());
     EXPECT_TRUE(m_window->recordingScreen()->hiddenLine()->isHidden());
     EXPECT_TRUE(other.canGrab(periodKeysym));
+}
+
+// Our icon in the display's tray while a take runs, if any: Qt draws it in a window of its own, which the
+// tray takes in.
+QWidget* trayIconWindow() {
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (std::string_view(widget->metaObject()->className()) == "QSystemTrayIconSys" &&
+            widget->isVisible()) {
+            return widget;
+        }
+    }
+    return nullptr;
+}
+
+TEST_F(ShellWindowTest, WhereTheDesktopHasATrayTheTakeStopsFromItsIconsMenu) {
+    // A real tray on the private display; another program holds Ctrl+., so the tray alone can stop the take.
+    QProcess tray;
+    tray.start("trayer", {"--edge", "top", "--align", "right", "--widthtype", "request", "--height", "24",
+                          "--SetDockType", "false"});
+    ASSERT_TRUE(tray.waitForStarted(10000)) << tray.errorString().toStdString();
+    ASSERT_TRUE(within(10, [] { return QSystemTrayIcon::isSystemTrayAvailable(); }));
+    OtherClient other;
+    other.grab(periodKeysym);
+
+    m_window->startRecordingAction()->trigger();
+    ASSERT_TRUE(within(10, [&] { return m_session->phase().kind() == SessionPhase::Kind::recording; }));
+    EXPECT_TRUE(m_window->recordingAside()->isAside());
+    EXPECT_FALSE(m_window->recordingAside()->holdsShortcut());
+    EXPECT_TRUE(within(5, [&] { return !other.isViewable(m_window->winId()); }));
+
+    // A right click on the icon opens its menu, and its Stop Recording ends the take.
+    QWidget* icon = nullptr;
+    ASSERT_TRUE(within(10, [&] {
+        icon = trayIconWindow();
+        return icon != nullptr && other.isViewable(icon->winId());
+    }));
+    EXPECT_EQ(icon->toolTip().toStdString(), "Marlowick is recording. Ctrl+. stops it.");
+    const QPoint middle = icon->mapToGlobal(icon->rect().center());
+    other.click(middle.x(), middle.y(), 3);
+    QMenu* menu = nullptr;
+    ASSERT_TRUE(within(10, [&] {
+        menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+        return menu != nullptr && other.isViewable(menu->winId());
+    }));
+    saveScreenshot(*menu, "tray-menu");
+    ASSERT_EQ(menu->actions().size(), 1);
+    QAction* stop = menu->actions().front();
+    EXPECT_EQ(stop->text().toStdString(), "Stop Recording");
+    const QPoint item = menu->mapToGlobal(menu->actionGeometry(stop).center());
+    other.click(item.x(), item.y());
+    ASSERT_TRUE(within(20, [&] { return m_session->phase().kind() == SessionPhase::Kind::editing; }));
+    EXPECT_EQ(m_gate->stops, 1);
+
+    // The window is back and the icon gone from the tray.
+    EXPECT_TRUE(within(5, [&] { return other.isViewable(m_window->winId()); }));
+    EXPECT_FALSE(m_window->recordingAside()->isAside());
+    EXPECT_TRUE(within(5, [] { return trayIconWindow() == nullptr; }));
+    other.release(periodKeysym);
+    tray.terminate();
+    EXPECT_TRUE(tray.waitForFinished(10000));
 }
 
 TEST_F(ShellWindowTest, WithNothingElseToStopTheTakeTheWindowStaysAndTheTakeStartsAtOnce) {
