@@ -204,14 +204,9 @@ protected:
     void openPackage() {
         m_panels->packagesToOpen.push_back(package());
         m_session->open();
-        ASSERT_TRUE(within(10, [&] { return m_session->playback()->videoOutput() != nullptr; }));
         // The take plays at once with its own sound; once its processed mix is rendered the player is
         // loaded again, and only then does the picture stay put.
-        if (!m_session->document()->project.audio.isPassthrough()) {
-            ASSERT_TRUE(within(
-                60, [&] { return m_session->audioPreviewUrl() && !m_session->isRenderingAudioPreview(); }));
-            within(1, [] { return false; });
-        }
+        ASSERT_TRUE(within(60, [&] { return openedPreviewSettled(*m_session); }));
     }
 
     // Pauses the player at `time` and waits until the canvas holds that moment's picture.

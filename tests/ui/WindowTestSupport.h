@@ -2,7 +2,9 @@
 
 // What the window's tests share: file panels that answer from queues, and waiting on the event loop.
 
+#include "session/EditorSession.h"
 #include "session/FilePanels.h"
+#include "session/PlaybackEngine.h"
 
 #include <QApplication>
 
@@ -50,6 +52,17 @@ inline bool within(double seconds, const std::function<bool()>& done) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return done();
+}
+
+// Whether the package just opened in `session` plays as it will stay: the player loaded, and where the
+// project processes its sound, loaded again with the mix once that is rendered. Until then a reload may
+// come at any moment, and a seek asked while the player is being replaced is dropped.
+inline bool openedPreviewSettled(const EditorSession& session) {
+    if (!session.document() || session.playback()->videoOutput() == nullptr) {
+        return false;
+    }
+    return session.document()->project.audio.isPassthrough() ||
+           (session.audioPreviewUrl().has_value() && !session.isRenderingAudioPreview());
 }
 
 } // namespace marlowick::test

@@ -87,7 +87,7 @@ protected:
         m_window->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(m_window.get()));
         m_session->open();
-        ASSERT_TRUE(within(10, [&] { return m_session->playback()->videoOutput() != nullptr; }));
+        ASSERT_TRUE(within(60, [&] { return openedPreviewSettled(*m_session); }));
         m_session->playback()->pause();
         m_rail = m_window->editor()->findChild<ZoomRail*>();
         ASSERT_NE(m_rail, nullptr);
