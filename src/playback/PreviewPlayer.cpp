@@ -24,7 +24,7 @@ void PreviewPlayer::open(PlayerItem item, PlayerCallbacks callbacks) {
     {
         const std::scoped_lock lock(m_mutex);
         m_duration = item.duration();
-        m_opening = Opening{std::move(item), std::move(callbacks)};
+        m_opening = Opening{std::move(item), std::move(callbacks), m_seeks};
         m_seeking.reset();
         m_playing = false;
         m_atEnd = false;
@@ -129,6 +129,7 @@ void PreviewPlayer::run(std::stop_token stop) {
             // The sound is opened here, off the owner's thread: opening files and reaching the server
             // take a moment.
             callbacks = std::move(opening->callbacks);
+            seeksDone = opening->seeks;
             duration = opening->item.duration();
             std::shared_ptr<SoundOutput> next;
             try {

@@ -46,6 +46,8 @@ private:
     struct Opening {
         PlayerItem item;
         PlayerCallbacks callbacks;
+        // The seeks asked before it, which it drops: its times reflect them all.
+        std::uint64_t seeks = 0;
     };
     void run(std::stop_token stop);
 

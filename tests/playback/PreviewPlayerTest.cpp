@@ -146,16 +146,31 @@ TEST(PreviewPlayer, SeeksExactly) {
 
     // Paused, each time heard is where a seek put the clock, and says which seek that was; the seeks
     // passed over while the player was busy go unreported.
-    const std::scoped_lock lock(heard.mutex);
-    ASSERT_EQ(heard.seeks.back(), asked.size());
-    for (std::size_t i = 0; i < heard.times.size(); ++i) {
-        if (heard.seeks[i] > 0) {
-            EXPECT_EQ(heard.times[i], asked[heard.seeks[i] - 1]) << "report " << i;
-        }
-        if (i > 0) {
-            EXPECT_GE(heard.seeks[i], heard.seeks[i - 1]);
+    {
+        const std::scoped_lock lock(heard.mutex);
+        ASSERT_EQ(heard.seeks.back(), asked.size());
+        for (std::size_t i = 0; i < heard.times.size(); ++i) {
+            if (heard.seeks[i] > 0) {
+                EXPECT_EQ(heard.times[i], asked[heard.seeks[i] - 1]) << "report " << i;
+            }
+            if (i > 0) {
+                EXPECT_GE(heard.seeks[i], heard.seeks[i - 1]);
+            }
         }
     }
+
+    // Opened again after a seek it hasn't carried out, the player drops it: its time is 0, and counts
+    // every seek asked before as done, so that its owner doesn't wait for one that won't come.
+    player.seek(2.5);
+    Heard again;
+    player.open(PlayerItem::ofMovie(movie, 5, 1), again.callbacks());
+    for (int i = 0; i < 100 && again.last() < 0; ++i) {
+        std::this_thread::sleep_for(10ms);
+    }
+    const std::scoped_lock lock(again.mutex);
+    ASSERT_EQ(again.times.size(), 1u);
+    EXPECT_EQ(again.times.front(), 0);
+    EXPECT_EQ(again.seeks.front(), asked.size() + 1);
 }
 
 // Played through a composition with two cuts (one decoded across, one sought over), every picture handed
