@@ -38,13 +38,11 @@ fuzz: deps
 	@cmake --build $(FUZZ_BUILD) --target $(addprefix fuzz_,$(FUZZ_TARGETS))
 	@scripts/run-fuzzers $(FUZZ_BUILD) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
-# The demo needs only the tool and the editor's window (where Qt's widgets are there to build it): the tests
-# and benchmarks are left for `make test` and `make bench`.
+# The demo needs only the tool and the editor's window: the tests and benchmarks are left for `make test` and
+# `make bench`.
 demo: deps
 	@cmake -S . -B $(BUILD) $(CMAKE_FLAGS) >/dev/null
-	@cmake --build $(BUILD) --target marlowick
-	@if cmake --build $(BUILD) --target help | grep -q '^marlowick-studio:'; then \
-		cmake --build $(BUILD) --target marlowick-studio; fi
+	@cmake --build $(BUILD) --target marlowick marlowick-studio
 	@scripts/demo $(BUILD)/cli/marlowick
 
 bench: build
