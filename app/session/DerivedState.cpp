@@ -36,6 +36,12 @@ RenderOutcome renderMix(fs::path movie, AudioSettings settings, std::vector<doub
         AudioRenderer{}.render(movie, settings, clickTimes, trim, to, {}, stop);
     } catch (const RenderCancelled&) {
         return {};
+    } catch (const RenderError& error) {
+        // A take without sound has nothing to mix: it plays silent, and the audio banner says why.
+        if (error.kind() == RenderErrorKind::noAudioTracks) {
+            return {};
+        }
+        return {std::nullopt, describe(error)};
     } catch (const std::exception& error) {
         return {std::nullopt, describe(error)};
     }
@@ -115,7 +121,7 @@ QCoro::Task<> EditorSession::runPreviewJob(MarlowickDocument document, TimeMap t
                                            std::stop_token stop) {
     // GCC 12 miscompiles class-type temporaries in a coroutine's conditional and co_await expressions:
     // each awaited value is named first.
-    const QPointer<EditorSession> self(this);
+    const Alive self(this);
     const auto cancelled = [&self, &stop] { return !self || stop.stop_requested(); };
 
     const Recording& source = document.project.source;
@@ -179,7 +185,7 @@ QCoro::Task<std::optional<Url>> EditorSession::renderAudioPreview(MarlowickDocum
             clickTimes.push_back(event.time);
         }
     }
-    const QPointer<EditorSession> self(this);
+    const Alive self(this);
     QFuture<RenderOutcome> rendering =
         QtConcurrent::run(renderMix, document.project.source.mediaURL.path(), document.project.audio,
                           std::move(clickTimes), unlessIdentity(trim), file, stop);
@@ -202,36 +208,39 @@ QCoro::Task<std::optional<Url>> EditorSession::renderAudioPreview(MarlowickDocum
 }
 
 void EditorSession::loadWaveform() {
+    // A waveform still being read is for an older state: only this request's lands.
+    const std::uint64_t request = ++m_waveformRequest;
     if (!m_document) {
         setWaveform({});
         return;
     }
     keep(runWaveformJob(m_document->project.source.mediaURL.path(),
-                        unlessIdentity(m_document->project.effectiveTrim())));
+                        unlessIdentity(m_document->project.effectiveTrim()), request));
 }
 
-QCoro::Task<> EditorSession::runWaveformJob(fs::path movie, std::optional<TimeMap> trim) {
-    const QPointer<EditorSession> self(this);
+QCoro::Task<> EditorSession::runWaveformJob(fs::path movie, std::optional<TimeMap> trim, std::uint64_t request) {
+    const Alive self(this);
     QFuture<std::vector<float>> reading = QtConcurrent::run(readWaveform, std::move(movie), std::move(trim));
     std::vector<float> peaks = co_await reading;
-    if (self) {
+    if (self && request == m_waveformRequest) {
         setWaveform(std::move(peaks));
     }
 }
 
 void EditorSession::probeAudioTracks() {
+    const std::uint64_t request = ++m_trackProbeRequest;
     if (!m_document) {
         setAudioTrackCount(std::nullopt);
         return;
     }
-    keep(runTrackProbe(m_document->project.source.mediaURL.path()));
+    keep(runTrackProbe(m_document->project.source.mediaURL.path(), request));
 }
 
-QCoro::Task<> EditorSession::runTrackProbe(fs::path movie) {
-    const QPointer<EditorSession> self(this);
+QCoro::Task<> EditorSession::runTrackProbe(fs::path movie, std::uint64_t request) {
+    const Alive self(this);
     QFuture<int> probing = QtConcurrent::run(countAudioTracks, std::move(movie));
     const int tracks = co_await probing;
-    if (self) {
+    if (self && request == m_trackProbeRequest) {
         setAudioTrackCount(tracks);
     }
 }

@@ -24,21 +24,44 @@ EditorSession::EditorSession(std::unique_ptr<FilePanels> panels, PlaybackEngine:
 EditorSession::~EditorSession() {
     m_exportRelay->detach();
     m_previewStop.request_stop();
+    m_exportStop.request_stop();
     m_lifetime.request_stop();
-    // Every job ends at its next look now that the stops are requested; a preview waiting out its pause
-    // looks at once.
+    // Every job ends at its next look now that the stops are requested, touching nothing of the session;
+    // a preview waiting out its pause looks at once. The list is taken out before the waits, since the
+    // event loop they run may end other jobs, and whatever is kept meanwhile is waited for in turn.
     if (m_previewDebounce) {
         m_previewDebounce->start(0);
     }
-    for (QCoro::Task<>& job : m_jobs) {
-        if (!job.isReady()) {
-            QCoro::waitFor(job);
+    while (!m_jobs.empty()) {
+        std::vector<QCoro::Task<>> jobs = std::exchange(m_jobs, {});
+        for (QCoro::Task<>& job : jobs) {
+            if (!job.isReady()) {
+                QCoro::waitFor(job);
+            }
         }
     }
     if (m_audioPreviewUrl) {
         std::error_code ignored;
         std::filesystem::remove(m_audioPreviewUrl->path(), ignored);
     }
+}
+
+bool EditorSession::canOpen() const {
+    const SessionPhase::Kind kind = m_phase.kind();
+    return (kind == SessionPhase::Kind::idle || kind == SessionPhase::Kind::editing) && m_captureCalls == 0;
+}
+
+bool EditorSession::canRecord() const {
+    return canOpen();
+}
+
+bool EditorSession::canExport() const {
+    return m_phase.kind() == SessionPhase::Kind::editing && m_captureCalls == 0;
+}
+
+void EditorSession::captureCallsChanged(int delta) {
+    m_captureCalls += delta;
+    emit commandsChanged();
 }
 
 void EditorSession::keep(QCoro::Task<> job) {
@@ -63,6 +86,9 @@ std::string aboutPackage(const std::filesystem::path& package, const std::string
 } // namespace
 
 void EditorSession::open() {
+    if (!canOpen()) {
+        return;
+    }
     const std::optional<std::filesystem::path> chosen = m_panels->openPackage();
     if (!chosen) {
         return;
@@ -105,14 +131,20 @@ void EditorSession::setPhase(SessionPhase value) {
         return;
     }
     if (m_phase != value) {
+        const bool kindChanged = m_phase.kind() != value.kind();
         m_phase = value;
         emit phaseChanged(value);
+        if (kindChanged) {
+            emit commandsChanged();
+        }
     }
 }
 
 void EditorSession::setDocument(OptionalDocument value) {
-    // Documents have no value equality: every write is a change.
+    // Documents have no value equality: every write is a change, and the jobs started for the one before
+    // land nothing.
     m_document = std::move(value);
+    ++m_documentNumber;
     if (!m_document && m_phase.needsDocument()) {
         setPhase(SessionPhase::idle());
     }

@@ -45,8 +45,10 @@ namespace marlowick {
 // Thread: everything here belongs to the thread the session lives on (the main thread), and every call
 // comes from it. Jobs (the preview mix, the waveform, the track probe, silence analysis, captions, the
 // export) run off that thread on copies of the project taken when they start, and write their result
-// back on it. Only the preview job is cancelled by a newer one; the others run to their end, and one
-// that ends after the session is gone changes nothing.
+// back on it, only while the project they were started for is still the one open: a result for another
+// take, or one overtaken by a newer job of its kind, is dropped. The preview job is cancelled by a newer
+// one and the export by cancelExport; the others run to their end, and one that ends after the session
+// began to end changes nothing.
 // Ownership: the session owns its file panels, its screen information, its playback engine (a child
 // QObject, never replaced) and its capturer (made once by the factory it is given, never replaced).
 class EditorSession : public QObject {
@@ -141,9 +143,17 @@ public:
     void setCaptionLocale(Locale value);
     void setRetakeReport(OptionalRetakeReport value);
 
+    // What the phase allows now. Opening a project and starting a take need the record screen or the
+    // editor with no capture starting or stopping; an export or a replaced take needs the editor. The
+    // window enables its commands by these, and the operations refuse what they don't allow.
+    bool canOpen() const;
+    bool canRecord() const;
+    bool canExport() const;
+
     // Asks for a package and opens it: the document, the package's place, the derived state, then the
     // editing phase. A cancelled panel changes nothing; a package that can't be read sets lastError and
-    // leaves everything else as it was. Runs to its end in the caller's turn, the read included.
+    // leaves everything else as it was. Runs to its end in the caller's turn, the read included. Nothing
+    // unless canOpen.
     void open();
     // Asks where to write the package, proposing the project's name (also when it came from a package),
     // and writes it there. Nothing without a document; a cancelled panel changes nothing; a failed write
@@ -161,14 +171,15 @@ public:
     // finished, then opens the take as a new project named "Untitled" with the director's zooms, or
     // applies it as the pending retake; packageUrl stays. A failed stop sets lastError and the idle phase
     // and drops the pending retake. The movie of a new project stays in the temporary directory until a
-    // save brings it into a package.
-    void startRecording();
+    // save brings it into a package. startRecording returns false, doing nothing, unless canRecord.
+    bool startRecording();
     void stopRecording();
     // How much telemetry a capture from the session's capturer holds; asks the capturer each time.
     TelemetryAvailability telemetryAvailability() const;
-    // Records a new take for the open project: the capture of startRecording, whose recording the next
-    // successful stopRecording puts under the edit as replaceRecordingFromFile does.
-    void startRetake();
+    // Records a new take for the open project: the capture of startRecording, with the sound sources the
+    // take it replaces had, whose recording the next successful stopRecording puts under the edit as
+    // replaceRecordingFromFile does. Returns false, doing nothing, without a document or unless canRecord.
+    bool startRetake();
 
     // Zoom. Each needs a document and does nothing without one; none rebuilds derived state.
     // The camera regenerated in `style` from the telemetry, keeping the beats a person edited.
@@ -204,8 +215,12 @@ public:
     void generateCaptions();
 
     // Pauses the player, asks where to write the movie and writes it, the phase carrying the progress.
-    // The phase is back at editing when it ends, a late progress report notwithstanding.
+    // The phase is back at editing when it ends, a late progress report notwithstanding. Nothing unless
+    // canExport.
     void exportMovie(const ExportPreset& preset);
+    // Stops the export under way: the file it would have replaced is left as it was, no error is shown,
+    // and the phase goes back to editing at once.
+    void cancelExport();
     // The presets whose shape is the canvas's, in catalogue order; all of them without a document.
     std::vector<ExportPreset> matchingPresets() const;
     // The rest, in catalogue order; none without a document.
@@ -258,6 +273,8 @@ signals:
     void capturedWithAudioChanged(bool value);
     void isAnalysingSilenceChanged(bool value);
     void audioTrackCountChanged();
+    // canOpen, canRecord or canExport may have changed.
+    void commandsChanged();
 
 private:
     void setPhase(SessionPhase value);
@@ -274,18 +291,32 @@ private:
     void setAudioPreviewUrl(OptionalUrl value);
     void rendersInFlightChanged(int delta);
 
+    // What a job holds of its session across a suspension: false once the session is gone or has begun to
+    // end, when the job must touch nothing more of it.
+    class Alive {
+    public:
+        explicit Alive(EditorSession* session)
+            : m_session(session) {}
+        explicit operator bool() const { return m_session && !m_session->m_lifetime.stop_requested(); }
+
+    private:
+        QPointer<EditorSession> m_session;
+    };
+
     // Keeps a job that was started, forgetting those that have ended.
     void keep(QCoro::Task<> job);
+    void captureCallsChanged(int delta);
     QCoro::Task<> runPreviewJob(MarlowickDocument document, TimeMap trim, bool renderingAudio,
                                 std::stop_token stop);
     QCoro::Task<std::optional<Url>> renderAudioPreview(MarlowickDocument document, TimeMap trim,
                                                        std::stop_token stop);
     void loadWaveform();
-    QCoro::Task<> runWaveformJob(std::filesystem::path movie, std::optional<TimeMap> trim);
+    QCoro::Task<> runWaveformJob(std::filesystem::path movie, std::optional<TimeMap> trim,
+                                 std::uint64_t request);
     void probeAudioTracks();
-    QCoro::Task<> runTrackProbe(std::filesystem::path movie);
+    QCoro::Task<> runTrackProbe(std::filesystem::path movie, std::uint64_t request);
 
-    CaptureConfiguration captureConfiguration() const;
+    CaptureConfiguration captureConfiguration(bool systemAudio, bool microphone) const;
     QCoro::Task<> runCaptureStart(CaptureConfiguration configuration);
     QCoro::Task<> runCaptureStop();
 
@@ -294,10 +325,10 @@ private:
     void applyRetake(const Recording& recording);
     QCoro::Task<> runReplacement(std::filesystem::path movie);
 
-    QCoro::Task<> runSilenceAnalysis(Project project);
-    QCoro::Task<> runTranscription(Project project, Locale locale);
+    QCoro::Task<> runSilenceAnalysis(Project project, std::uint64_t documentNumber);
+    QCoro::Task<> runTranscription(Project project, Locale locale, std::uint64_t documentNumber);
     QCoro::Task<> runExport(MarlowickDocument document, ExportPreset preset, std::filesystem::path target,
-                            std::uint64_t exportNumber);
+                            std::uint64_t exportNumber, std::stop_token stop);
 
     std::unique_ptr<FilePanels> m_panels;
     std::unique_ptr<ScreenInfo> m_screen; // null: no main screen
@@ -348,6 +379,16 @@ private:
     std::stop_source m_lifetime;
     // Rises with each export started, so that a progress report of an ended export is dropped.
     std::uint64_t m_exportNumber = 0;
+    // The export under way stops on this, as it does when the session ends.
+    std::stop_source m_exportStop;
+    // Capture starts and stops asked and not yet ended: no project is opened or take started meanwhile.
+    int m_captureCalls = 0;
+    // Rises with every document put in place (opened, recorded, retaken, closed), so that a job's result
+    // for a project no longer open is dropped.
+    std::uint64_t m_documentNumber = 0;
+    // Rise with each waveform or track probe asked for: only the newest one's result lands.
+    std::uint64_t m_waveformRequest = 0;
+    std::uint64_t m_trackProbeRequest = 0;
     // Shared with the progress callbacks of the exports; cut off from the session when it ends.
     std::shared_ptr<ThreadRelay<EditorSession>> m_exportRelay;
 };

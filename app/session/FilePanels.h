@@ -17,6 +17,12 @@ public:
         movie, // movie files
     };
 
+    // The type of a file to write, as the panel's filter names it: "MPEG-4 movie" and "mp4".
+    struct FileType {
+        std::string description;
+        std::string extension;
+    };
+
     virtual ~FilePanels() = default;
 
     // A package folder to open; files can't be chosen.
@@ -25,8 +31,9 @@ public:
     virtual std::optional<std::filesystem::path> savePackage(const std::string& suggestedName) = 0;
     // One existing file of `kind`; folders can't be chosen.
     virtual std::optional<std::filesystem::path> chooseFile(FileKind kind) = 0;
-    // Where to write a new file, the name field holding `suggestedName`.
-    virtual std::optional<std::filesystem::path> saveFile(const std::string& suggestedName) = 0;
+    // Where to write a new file of `type`, the name field holding `suggestedName`.
+    virtual std::optional<std::filesystem::path> saveFile(const std::string& suggestedName,
+                                                          const FileType& type) = 0;
 };
 
 } // namespace marlowick

@@ -61,9 +61,12 @@ QCoro::Task<> PlaybackEngine::load(Url url, double duration, std::optional<TimeM
     // GCC 12 miscompiles class-type temporaries in a coroutine's conditional and co_await expressions (a
     // trim lost now and then, a path freed twice): this function names each value before using it.
 
-    // Read before the teardown clears them.
-    const double notedTime = m_currentTime;
-    const bool notedPlaying = m_isPlaying;
+    // Where to go on from is read before the teardown clears it, by the first of a run of loads: a load that
+    // supersedes one still suspended finds the playhead already cleared, and keeps what that one noted.
+    if (!m_pendingResume) {
+        m_pendingResume = PendingResume{m_currentTime, m_isPlaying};
+    }
+    const PendingResume noted = *m_pendingResume;
     teardown();
 
     const std::filesystem::path movie = url.path();
@@ -109,12 +112,10 @@ QCoro::Task<> PlaybackEngine::load(Url url, double duration, std::optional<TimeM
         setDuration(duration);
     }
 
-    m_pendingResume = PendingResume{std::min(notedTime, m_duration), notedPlaying};
-
+    m_pendingResume.reset();
     std::unique_ptr<Player> player = m_makePlayer();
     if (!player) {
         // No player on this machine: the engine stays empty, showing no frames and no time.
-        m_pendingResume.reset();
         co_return;
     }
     m_seeksAsked = 0;
@@ -122,15 +123,12 @@ QCoro::Task<> PlaybackEngine::load(Url url, double duration, std::optional<TimeM
     m_player = std::move(player);
     m_videoOutput = &m_player->videoOutput();
 
-    if (m_pendingResume) {
-        const PendingResume resume = *m_pendingResume;
-        m_pendingResume.reset();
-        if (resume.time > smallestSeekedResume) {
-            seek(resume.time);
-        }
-        if (resume.playing) {
-            play();
-        }
+    const double resumeTime = std::min(noted.time, m_duration);
+    if (resumeTime > smallestSeekedResume) {
+        seek(resumeTime);
+    }
+    if (noted.playing) {
+        play();
     }
 }
 

@@ -82,6 +82,8 @@ private:
     PlayerFactory m_makePlayer;
     std::unique_ptr<Player> m_player;
     VideoOutput* m_videoOutput = nullptr;
+    // Where the playhead was and whether it played when the load under way began: set by the first of a
+    // run of loads, kept by those that supersede it, and cleared when the newest one opens its player.
     std::optional<PendingResume> m_pendingResume;
     // Rises with every teardown, so that a report of a player already gone, still queued for this thread,
     // is dropped.

@@ -30,15 +30,26 @@ template <class Value> struct CaptureOutcome {
 
 } // namespace
 
-void EditorSession::startRecording() {
+bool EditorSession::startRecording() {
+    if (!canRecord()) {
+        return false;
+    }
     setLastError(std::nullopt);
-    keep(runCaptureStart(captureConfiguration()));
+    keep(runCaptureStart(captureConfiguration(m_capturesSystemAudio, m_capturesMicrophone)));
+    return true;
 }
 
-void EditorSession::startRetake() {
+bool EditorSession::startRetake() {
+    if (!m_document || !canRecord()) {
+        return false;
+    }
     m_isRetaking = true;
     setLastError(std::nullopt);
-    keep(runCaptureStart(captureConfiguration()));
+    // The new take records what the one it replaces recorded, whatever the record screen's ticks say now:
+    // a retake that lost the voice would lose the narration under the edit.
+    const Recording& replaced = m_document->project.source;
+    keep(runCaptureStart(captureConfiguration(replaced.capturedSystemAudio, replaced.capturedMicrophone)));
+    return true;
 }
 
 void EditorSession::stopRecording() {
@@ -49,7 +60,7 @@ TelemetryAvailability EditorSession::telemetryAvailability() const {
     return m_capturer->telemetryAvailability();
 }
 
-CaptureConfiguration EditorSession::captureConfiguration() const {
+CaptureConfiguration EditorSession::captureConfiguration(bool systemAudio, bool microphone) const {
     // The size and the scale are each read on their own: a screen may answer one and not the other.
     std::optional<Size> points;
     std::optional<double> scale;
@@ -64,16 +75,17 @@ CaptureConfiguration EditorSession::captureConfiguration() const {
     configuration.outputURL = fs::temp_directory_path() / ("take-" + Uuid::random().toString() + ".mov");
     configuration.size = {size.width * factor, size.height * factor};
     configuration.frameRate = captureFrameRate;
-    configuration.capturesAudio = m_capturesSystemAudio;
+    configuration.capturesAudio = systemAudio;
     // Every Linux desktop can offer the microphone: where the sound server has no source, the capturer
     // refuses the start with its own message.
-    configuration.capturesMicrophone = m_capturesMicrophone;
+    configuration.capturesMicrophone = microphone;
     configuration.capturesCursor = true;
     return configuration;
 }
 
 QCoro::Task<> EditorSession::runCaptureStart(CaptureConfiguration configuration) {
-    const QPointer<EditorSession> self(this);
+    const Alive self(this);
+    captureCallsChanged(+1);
     ScreenCapturer* capturer = m_capturer.get();
     QFuture<CaptureOutcome<bool>> starting =
         QtConcurrent::run(&m_captureThread, [capturer, configuration]() -> CaptureOutcome<bool> {
@@ -90,6 +102,7 @@ QCoro::Task<> EditorSession::runCaptureStart(CaptureConfiguration configuration)
     if (!self) {
         co_return;
     }
+    captureCallsChanged(-1);
     if (!outcome.value) {
         // A pending retake stays pending: the next finished capture still goes under the open project. A
         // start refused because a capture runs leaves the phase at recording, since that capture goes on.
@@ -99,13 +112,13 @@ QCoro::Task<> EditorSession::runCaptureStart(CaptureConfiguration configuration)
         }
         co_return;
     }
-    // The choices as they are now, not as the capture was asked for.
-    setCapturedWithAudio(m_capturesSystemAudio || m_capturesMicrophone);
+    setCapturedWithAudio(configuration.capturesAudio || configuration.capturesMicrophone);
     setPhase(SessionPhase::recording());
 }
 
 QCoro::Task<> EditorSession::runCaptureStop() {
-    const QPointer<EditorSession> self(this);
+    const Alive self(this);
+    captureCallsChanged(+1);
     ScreenCapturer* capturer = m_capturer.get();
     QFuture<CaptureOutcome<Recording>> stopping =
         QtConcurrent::run(&m_captureThread, [capturer]() -> CaptureOutcome<Recording> {
@@ -119,6 +132,7 @@ QCoro::Task<> EditorSession::runCaptureStop() {
     if (!self) {
         co_return;
     }
+    captureCallsChanged(-1);
     if (!outcome.value) {
         // The take is lost to the session; its partial movie stays on disk.
         m_isRetaking = false;

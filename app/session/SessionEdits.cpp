@@ -71,18 +71,18 @@ JobOutcome<MediaInfo> readMediaInfo(fs::path movie) {
     }
 }
 
-std::string_view extensionOf(ExportPreset::Container container) {
+FilePanels::FileType fileTypeOf(ExportPreset::Container container) {
     switch (container) {
     case ExportPreset::Container::mp4:
-        return "mp4";
+        return {"MPEG-4 movie", "mp4"};
     case ExportPreset::Container::mov:
-        return "mov";
+        return {"QuickTime movie", "mov"};
     case ExportPreset::Container::webm:
-        return "webm";
+        return {"WebM movie", "webm"};
     case ExportPreset::Container::gif:
-        return "gif";
+        return {"GIF animation", "gif"};
     }
-    return "mp4";
+    return {"MPEG-4 movie", "mp4"};
 }
 
 } // namespace
@@ -240,19 +240,29 @@ void EditorSession::analyseSilence() {
     }
     setIsAnalysingSilence(true);
     setLastError(std::nullopt);
-    keep(runSilenceAnalysis(m_document->project));
+    keep(runSilenceAnalysis(m_document->project, m_documentNumber));
 }
 
-QCoro::Task<> EditorSession::runSilenceAnalysis(Project project) {
-    const QPointer<EditorSession> self(this);
+QCoro::Task<> EditorSession::runSilenceAnalysis(Project project, std::uint64_t documentNumber) {
+    const Alive self(this);
     QFuture<JobOutcome<TimeMap>> detecting =
         QtConcurrent::run(detectSilence, project.source.mediaURL.path(), project.audio.silence);
     const JobOutcome<TimeMap> outcome = co_await detecting;
     if (!self) {
         co_return;
     }
+    // A result for another take, or for settings the person has changed since, is dropped; changed
+    // settings are analysed again.
+    const bool sameTake = m_document && m_documentNumber == documentNumber;
+    if (!sameTake || !(m_document->project.audio.silence == project.audio.silence)) {
+        setIsAnalysingSilence(false);
+        if (sameTake && m_document->project.audio.silence.isEnabled) {
+            analyseSilence();
+        }
+        co_return;
+    }
     // The result goes into the document as it is now: the person may have edited on meanwhile.
-    if (outcome.value && m_document) {
+    if (outcome.value) {
         const bool found = !outcome.value->isIdentity();
         std::optional<TimeMap> trim;
         if (found) {
@@ -279,10 +289,10 @@ void EditorSession::generateCaptions() {
     }
     setIsTranscribing(true);
     setLastError(std::nullopt);
-    keep(runTranscription(m_document->project, m_captionLocale));
+    keep(runTranscription(m_document->project, m_captionLocale, m_documentNumber));
 }
 
-QCoro::Task<> EditorSession::runTranscription(Project project, Locale locale) {
+QCoro::Task<> EditorSession::runTranscription(Project project, Locale locale, std::uint64_t documentNumber) {
     // Linux asks nobody for speech recognition: the permission is Marlowick's own setting.
     if (CaptionTranscriber::requestAuthorization() != SpeechAuthorization::granted) {
         setLastError("Speech Recognition permission is required. Allow speech recognition in Marlowick's "
@@ -292,7 +302,7 @@ QCoro::Task<> EditorSession::runTranscription(Project project, Locale locale) {
     }
     const fs::path voiceFile =
         fs::temp_directory_path() / ("marlowick-voice-" + Uuid::random().toString() + ".m4a");
-    const QPointer<EditorSession> self(this);
+    const Alive self(this);
     QFuture<JobOutcome<std::vector<CaptionTrack::Word>>> transcribing = QtConcurrent::run(
         transcribeVoice, project.source.mediaURL.path(), voiceFile, locale, m_lifetime.get_token());
     const JobOutcome<std::vector<CaptionTrack::Word>> outcome = co_await transcribing;
@@ -301,7 +311,9 @@ QCoro::Task<> EditorSession::runTranscription(Project project, Locale locale) {
     if (!self) {
         co_return;
     }
-    if (!outcome.value) {
+    if (m_documentNumber != documentNumber) {
+        // The words of a take no longer open.
+    } else if (!outcome.value) {
         setLastError(outcome.error);
     } else if (outcome.value->empty()) {
         setLastError("No speech recognised in " + locale.displayName() +
@@ -325,7 +337,7 @@ QCoro::Task<> EditorSession::runTranscription(Project project, Locale locale) {
 // Retake.
 
 void EditorSession::replaceRecordingFromFile() {
-    if (!m_document) {
+    if (!m_document || !canExport()) {
         return;
     }
     const std::optional<fs::path> chosen = m_panels->chooseFile(FilePanels::FileKind::movie);
@@ -336,10 +348,11 @@ void EditorSession::replaceRecordingFromFile() {
 }
 
 QCoro::Task<> EditorSession::runReplacement(fs::path movie) {
-    const QPointer<EditorSession> self(this);
+    const Alive self(this);
+    const std::uint64_t documentNumber = m_documentNumber;
     QFuture<JobOutcome<MediaInfo>> reading = QtConcurrent::run(readMediaInfo, movie);
     const JobOutcome<MediaInfo> outcome = co_await reading;
-    if (!self) {
+    if (!self || m_documentNumber != documentNumber) {
         co_return;
     }
     if (!outcome.value) {
@@ -378,26 +391,37 @@ void EditorSession::applyRetake(const Recording& recording) {
 // Export.
 
 void EditorSession::exportMovie(const ExportPreset& preset) {
-    if (!m_document) {
+    if (!m_document || !canExport()) {
         return;
     }
     // Paused before the panel shows, and left paused if the person cancels.
     m_playback->pause();
-    const std::string suggested = m_document->project.name + "." + std::string(extensionOf(preset.container));
-    const std::optional<fs::path> chosen = m_panels->saveFile(suggested);
+    const FilePanels::FileType type = fileTypeOf(preset.container);
+    const std::string suggested = m_document->project.name + "." + type.extension;
+    const std::optional<fs::path> chosen = m_panels->saveFile(suggested, type);
     if (!chosen) {
         return;
     }
     setPhase(SessionPhase::exporting(0));
     setLastError(std::nullopt);
-    keep(runExport(*m_document, preset, *chosen, ++m_exportNumber));
+    m_exportStop = std::stop_source();
+    keep(runExport(*m_document, preset, *chosen, ++m_exportNumber, m_exportStop.get_token()));
+}
+
+void EditorSession::cancelExport() {
+    if (m_phase.kind() != SessionPhase::Kind::exporting) {
+        return;
+    }
+    m_exportStop.request_stop();
+    // The editor comes back at once; the export's own end, a moment later, only cleans up.
+    ++m_exportNumber;
+    setPhase(SessionPhase::editing());
 }
 
 QCoro::Task<> EditorSession::runExport(MarlowickDocument document, ExportPreset preset, fs::path target,
-                                       std::uint64_t exportNumber) {
-    const QPointer<EditorSession> self(this);
+                                       std::uint64_t exportNumber, std::stop_token stop) {
+    const Alive self(this);
     std::shared_ptr<ThreadRelay<EditorSession>> relay = m_exportRelay;
-    const std::stop_token stop = m_lifetime.get_token();
     const auto work = [document = std::move(document), preset = std::move(preset), target, relay, stop,
                        exportNumber]() -> JobOutcome<fs::path> {
         try {
@@ -424,7 +448,8 @@ QCoro::Task<> EditorSession::runExport(MarlowickDocument document, ExportPreset 
     };
     QFuture<JobOutcome<fs::path>> exporting = QtConcurrent::run(work);
     const JobOutcome<fs::path> outcome = co_await exporting;
-    if (!self) {
+    if (!self || stop.stop_requested()) {
+        // Cancelled: the export left the earlier file as it was, and the editor is back already.
         co_return;
     }
     if (outcome.value) {

@@ -4,7 +4,6 @@
 #include "ui/CanvasWidget.h"
 #include "ui/ZoomRail.h"
 
-#include <QAction>
 #include <QEvent>
 #include <QFontDatabase>
 #include <QHBoxLayout>
@@ -86,13 +85,13 @@ CanvasPreview::CanvasPreview(EditorSession& session, QWidget* parent)
     transport->addWidget(m_time);
     transport->addWidget(m_playhead, 1);
     transport->addWidget(m_duration);
+    // Top to bottom: the picture, the transport, and the zooms on the edited timeline.
     auto* column = new QVBoxLayout(this);
     column->addWidget(m_stage, 1);
-    // The zooms on the edited timeline, between the picture and the transport.
+    column->addLayout(transport);
     auto* rail = new ZoomRail(this);
     rail->follow(session);
     column->addWidget(rail);
-    column->addLayout(transport);
 
     PlaybackEngine* playback = session.playback();
     connect(back, &QToolButton::clicked, this, [playback] { playback->seek(playback->currentTime() - 5); });
@@ -103,12 +102,7 @@ CanvasPreview::CanvasPreview(EditorSession& session, QWidget* parent)
         const double length = std::max(playback->duration(), 0.1);
         playback->seek(length * value / playheadSteps);
     });
-    // The space bar without modifiers, only while the focus is in the preview, so text fields keep it.
-    auto* space = new QAction(tr("Play or Pause"), this);
-    space->setShortcut(Qt::Key_Space);
-    space->setShortcutContext(Qt::WidgetWithChildrenShortcut);
-    connect(space, &QAction::triggered, this, &CanvasPreview::togglePlaying);
-    addAction(space);
+    // The space bar is the window's (its Play command), wherever the focus is.
     setFocusPolicy(Qt::StrongFocus);
 
     connect(playback, &PlaybackEngine::currentTimeChanged, this, &CanvasPreview::followPlayhead);

@@ -4,6 +4,7 @@
 #include "ui/InspectorCutSection.h"
 #include "ui/InspectorExportSection.h"
 #include "ui/InspectorSlider.h"
+#include "ui/ZoomClock.h"
 
 #include <QCheckBox>
 #include <QColorDialog>
@@ -277,7 +278,11 @@ void InspectorScreenTab::buildSelectedZoom() {
         const ZoomBeat* beat = document ? selected(document->project) : nullptr;
         box->setVisible(beat != nullptr);
         if (beat) {
-            timing->setText(format("%.2fs – %.2fs", beat->start, beat->end));
+            // On the finished movie's clock, as the rail and the zoom list show it.
+            const std::optional<ZoomClock::Listed> shown = ZoomClock(document->project).listedBeat(beat->id);
+            timing->setText(shown->hiddenByCut
+                                ? format("%.2fs · ", shown->beat.start) + tr("hidden by a cut")
+                                : format("%.2fs – %.2fs", shown->beat.start, shown->beat.end));
         }
     });
 }

@@ -16,6 +16,7 @@
 #include <QIcon>
 #include <QMenu>
 #include <QMenuBar>
+#include <QSettings>
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QToolBar>
@@ -25,6 +26,10 @@
 namespace marlowick {
 
 namespace {
+
+// The record screen's sound choices, kept between launches.
+constexpr const char* systemAudioKey = "record/systemAudio";
+constexpr const char* microphoneKey = "record/microphone";
 
 QString presetLabel(const ExportPreset& preset) {
     QString label = QString::fromStdString(preset.name);
@@ -76,26 +81,24 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
     setCentralWidget(central);
     buildToolbar();
 
-    // The keys without a modifier act only while the focus is in the editor, so text fields keep them.
-    auto* cutIn = new QAction(tr("Set Cut In"), this);
-    cutIn->setShortcut(Qt::Key_I);
-    auto* cutOut = new QAction(tr("Set Cut Out"), this);
-    cutOut->setShortcut(Qt::Key_O);
+    // Space, I and O act wherever the focus is in the window, a button or a slider of the inspector included;
+    // a text field takes its keys first, so typing there stays typing.
+    m_cutIn = new QAction(tr("Set Cut In"), this);
+    m_cutIn->setShortcut(Qt::Key_I);
+    m_cutOut = new QAction(tr("Set Cut Out"), this);
+    m_cutOut->setShortcut(Qt::Key_O);
     auto* removeSelection = new QAction(QIcon::fromTheme("edit-cut"), tr("Remove Selection"), this);
     removeSelection->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Delete));
-    for (QAction* action : {cutIn, cutOut}) {
-        action->setShortcutContext(Qt::WidgetWithChildrenShortcut);
-        m_editor->addAction(action);
-    }
-    connect(cutIn, &QAction::triggered, &session,
+    connect(m_cutIn, &QAction::triggered, &session,
             [&session] { session.setSelectionStart(session.playback()->currentTime()); });
-    connect(cutOut, &QAction::triggered, &session,
+    connect(m_cutOut, &QAction::triggered, &session,
             [&session] { session.setSelectionEnd(session.playback()->currentTime()); });
     connect(removeSelection, &QAction::triggered, &session, &EditorSession::cutSelection);
     QMenu* edit = menuBar()->addMenu(tr("&Edit"));
-    edit->addAction(cutIn);
-    edit->addAction(cutOut);
+    edit->addAction(m_cutIn);
+    edit->addAction(m_cutOut);
     edit->addAction(removeSelection);
+    rememberRecordChoices();
 
     connect(m_inspector->screenTab(), &InspectorScreenTab::retakeRequested, this,
             [this] { startTake(true); });
@@ -107,6 +110,7 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
         }
     });
     connect(&session, &EditorSession::phaseChanged, this, &MainWindow::followPhase);
+    connect(&session, &EditorSession::commandsChanged, this, &MainWindow::followPhase);
     connect(&session, &EditorSession::documentChanged, this, &MainWindow::fillExportMenu);
     connect(session.playback(), &PlaybackEngine::isPlayingChanged, this, &MainWindow::followPlaying);
     followPhase();
@@ -130,9 +134,10 @@ void MainWindow::buildCommands() {
         m_stopRecording->setEnabled(false);
         m_session.stopRecording();
     });
-    auto* open = new QAction(QIcon::fromTheme("document-open"), tr("Open Project…"), this);
-    open->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
-    connect(open, &QAction::triggered, &m_session, &EditorSession::open);
+    m_stopRecording->setIconText(tr("Stop"));
+    m_open = new QAction(QIcon::fromTheme("document-open"), tr("Open Project…"), this);
+    m_open->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
+    connect(m_open, &QAction::triggered, &m_session, &EditorSession::open);
     m_save = new QAction(QIcon::fromTheme("document-save"), tr("Save Project…"), this);
     m_save->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_S));
     connect(m_save, &QAction::triggered, &m_session, &EditorSession::save);
@@ -142,7 +147,7 @@ void MainWindow::buildCommands() {
     file->addAction(m_startRecording);
     file->addAction(m_stopRecording);
     file->addSeparator();
-    file->addAction(open);
+    file->addAction(m_open);
     file->addAction(m_save);
     file->addSeparator();
     file->addAction(tr("Permissions…"), this, &MainWindow::permissionsRequested);
@@ -153,9 +158,12 @@ void MainWindow::buildToolbar() {
     QToolBar* bar = addToolBar(tr("Editor"));
     bar->setMovable(false);
     bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    // The first button records, and reads Stop while a take runs.
     bar->addAction(m_startRecording);
+    bar->addAction(m_stopRecording);
     m_play = new QAction(QIcon::fromTheme("media-playback-start"), tr("Play"), this);
     m_play->setToolTip(tr("Play or pause (Space)"));
+    m_play->setShortcut(Qt::Key_Space);
     connect(m_play, &QAction::triggered, this, [this] {
         PlaybackEngine* playback = m_session.playback();
         if (playback->isPlaying()) {
@@ -219,12 +227,16 @@ void MainWindow::followPhase() {
     }
     const bool editing = phase.kind() == SessionPhase::Kind::editing;
     m_inspector->setVisible(editing);
-    m_play->setEnabled(editing);
+    for (QAction* action : {m_play, m_cutIn, m_cutOut}) {
+        action->setEnabled(editing);
+    }
     m_save->setEnabled(phase.needsDocument());
-    m_export->setEnabled(editing);
+    m_export->setEnabled(m_session.canExport());
+    m_open->setEnabled(m_session.canOpen());
     const bool recording = phase.kind() == SessionPhase::Kind::recording;
     m_startRecording->setVisible(!recording);
-    m_startRecording->setEnabled(!recording && phase.kind() != SessionPhase::Kind::exporting);
+    m_startRecording->setEnabled(m_session.canRecord());
+    m_stopRecording->setVisible(recording);
     m_stopRecording->setEnabled(recording);
     m_banners->followTelemetry();
     if (recording) {
@@ -235,14 +247,27 @@ void MainWindow::followPhase() {
 }
 
 void MainWindow::startTake(bool retake) {
-    // The window leaves the screen first, so that the take's first frames don't show it.
+    if (!m_session.canRecord()) {
+        return;
+    }
+    // The window leaves the screen first, so that the take's first frames don't show it; it comes back at
+    // once if the session refuses the start meanwhile.
     m_aside->beginThen([this, retake] {
-        if (retake) {
-            m_session.startRetake();
-        } else {
-            m_session.startRecording();
+        const bool started = retake ? m_session.startRetake() : m_session.startRecording();
+        if (!started) {
+            m_aside->end();
         }
     });
+}
+
+void MainWindow::rememberRecordChoices() {
+    const QSettings settings;
+    m_session.setCapturesSystemAudio(settings.value(systemAudioKey, m_session.capturesSystemAudio()).toBool());
+    m_session.setCapturesMicrophone(settings.value(microphoneKey, m_session.capturesMicrophone()).toBool());
+    connect(&m_session, &EditorSession::capturesSystemAudioChanged, this,
+            [](bool value) { QSettings().setValue(systemAudioKey, value); });
+    connect(&m_session, &EditorSession::capturesMicrophoneChanged, this,
+            [](bool value) { QSettings().setValue(microphoneKey, value); });
 }
 
 void MainWindow::followPlaying(bool playing) {

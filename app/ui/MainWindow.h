@@ -40,6 +40,7 @@ public:
 
     QAction* startRecordingAction() const { return m_startRecording; }
     QAction* stopRecordingAction() const { return m_stopRecording; }
+    QAction* openAction() const { return m_open; }
 
 signals:
     // The "Permissions…" command: the application opens the onboarding sheet.
@@ -53,11 +54,16 @@ private:
     void startTake(bool retake);
     void followPlaying(bool playing);
     void fillExportMenu();
+    // The record screen's sound choices start as they were last left, and are kept as they change.
+    void rememberRecordChoices();
 
     EditorSession& m_session;
     QAction* m_startRecording = nullptr;
     QAction* m_stopRecording = nullptr;
     QAction* m_play = nullptr;
+    QAction* m_open = nullptr;
+    QAction* m_cutIn = nullptr;
+    QAction* m_cutOut = nullptr;
     QAction* m_save = nullptr;
     QToolButton* m_export = nullptr;
     Banners* m_banners = nullptr;

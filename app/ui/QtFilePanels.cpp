@@ -1,19 +1,43 @@
 #include "ui/QtFilePanels.h"
 
+#include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
+#include <QSettings>
+#include <QStandardPaths>
 
 namespace marlowick {
 
 namespace {
 
+constexpr const char* lastFolderKey = "panels/lastFolder";
+
+// The chosen path, its folder remembered for the next panel.
 std::optional<std::filesystem::path> chosen(const QString& path) {
     if (path.isEmpty()) {
         return std::nullopt;
     }
+    QSettings().setValue(lastFolderKey, QFileInfo(path).absolutePath());
     return std::filesystem::path(path.toStdString());
 }
 
+QString inStartingFolder(const std::string& name) {
+    return QDir(QtFilePanels::startingFolder()).filePath(QString::fromStdString(name));
+}
+
 } // namespace
+
+QString QtFilePanels::startingFolder() {
+    const QString last = QSettings().value(lastFolderKey).toString();
+    if (!last.isEmpty() && QFileInfo(last).isDir()) {
+        return last;
+    }
+    const QString videos = QStandardPaths::writableLocation(QStandardPaths::MoviesLocation);
+    if (!videos.isEmpty() && QFileInfo(videos).isDir()) {
+        return videos;
+    }
+    return QDir::homePath();
+}
 
 QtFilePanels::QtFilePanels(QWidget* parent)
     : m_parent(parent) {}
@@ -28,12 +52,12 @@ std::optional<std::filesystem::path> QtFilePanels::openPackage() {
         m_answers.pop_front();
         return answer;
     }
-    return chosen(QFileDialog::getExistingDirectory(m_parent, QObject::tr("Open Project")));
+    return chosen(QFileDialog::getExistingDirectory(m_parent, QObject::tr("Open Project"), startingFolder()));
 }
 
 std::optional<std::filesystem::path> QtFilePanels::savePackage(const std::string& suggestedName) {
     return chosen(QFileDialog::getSaveFileName(m_parent, QObject::tr("Save Project"),
-                                               QString::fromStdString(suggestedName)));
+                                               inStartingFolder(suggestedName)));
 }
 
 std::optional<std::filesystem::path> QtFilePanels::chooseFile(FileKind kind) {
@@ -41,12 +65,14 @@ std::optional<std::filesystem::path> QtFilePanels::chooseFile(FileKind kind) {
         kind == FileKind::audio
             ? QObject::tr("Sound (*.mp3 *.m4a *.aac *.wav *.aif *.aiff *.flac *.ogg *.opus)")
             : QObject::tr("Movies (*.mov *.mp4 *.m4v *.mkv *.webm)");
-    return chosen(QFileDialog::getOpenFileName(m_parent, QObject::tr("Choose File"), QString(), filter));
+    return chosen(QFileDialog::getOpenFileName(m_parent, QObject::tr("Choose File"), startingFolder(), filter));
 }
 
-std::optional<std::filesystem::path> QtFilePanels::saveFile(const std::string& suggestedName) {
+std::optional<std::filesystem::path> QtFilePanels::saveFile(const std::string& suggestedName,
+                                                            const FileType& type) {
+    const QString filter = QString::fromStdString(type.description + " (*." + type.extension + ")");
     return chosen(
-        QFileDialog::getSaveFileName(m_parent, QObject::tr("Export"), QString::fromStdString(suggestedName)));
+        QFileDialog::getSaveFileName(m_parent, QObject::tr("Export"), inStartingFolder(suggestedName), filter));
 }
 
 } // namespace marlowick

@@ -10,7 +10,8 @@
 namespace marlowick {
 
 // The session's file panels as Qt's standard dialogs, modal over `parent`. A package is a folder, so it is
-// opened with a folder chooser.
+// opened with a folder chooser. Each panel opens where the last one was answered (remembered between
+// launches), the first in the person's Videos folder.
 //
 // Thread: the main thread only. The parent is not owned and may be set after construction.
 class QtFilePanels : public FilePanels {
@@ -25,7 +26,11 @@ public:
     std::optional<std::filesystem::path> openPackage() override;
     std::optional<std::filesystem::path> savePackage(const std::string& suggestedName) override;
     std::optional<std::filesystem::path> chooseFile(FileKind kind) override;
-    std::optional<std::filesystem::path> saveFile(const std::string& suggestedName) override;
+    std::optional<std::filesystem::path> saveFile(const std::string& suggestedName,
+                                                  const FileType& type) override;
+
+    // Where a panel opens: the folder last chosen in one, or else the person's Videos folder.
+    static QString startingFolder();
 
 private:
     QPointer<QWidget> m_parent;

@@ -27,6 +27,9 @@ constexpr std::uint16_t controlModifier = XCB_MOD_MASK_CONTROL;
 // How long a start waits at most for the window to leave the screen, and how often it looks.
 constexpr qint64 longestWaitMs = 500;
 constexpr int pollMs = 10;
+// A window manager may still draw its minimising animation (a title bar shrinking across the root window)
+// for a few frames after the window is unmapped: the take waits that out.
+constexpr qint64 animationMs = 250;
 
 } // namespace
 
@@ -104,6 +107,8 @@ void RecordingAside::beginThen(std::function<void()> start) {
     }
     m_start = std::move(start);
     m_waited.start();
+    m_offScreen.invalidate();
+    m_settleMs = windowManagerRuns() ? animationMs : 0;
     m_poll.start();
     pollStart();
 }
@@ -131,7 +136,14 @@ void RecordingAside::pollStart() {
         m_poll.stop();
         return;
     }
-    if (!isOffScreen() && m_waited.elapsed() < longestWaitMs) {
+    if (isOffScreen()) {
+        if (!m_offScreen.isValid()) {
+            m_offScreen.start();
+        }
+        if (m_offScreen.elapsed() < m_settleMs) {
+            return;
+        }
+    } else if (m_waited.elapsed() < longestWaitMs) {
         return;
     }
     m_poll.stop();

@@ -22,9 +22,10 @@ class GlobalShortcut;
 // button is. At the end of the take it gives the key and the tray back and comes back itself.
 //
 // A take starts only once the window is off the screen, so that its first frames don't show it: `beginThen`
-// steps aside and calls the start when the X server no longer shows the window (or, on another platform,
-// when it is no longer exposed), or after half a second at most for a window manager that animates the
-// minimising; at once where the window stays on screen.
+// steps aside and calls the start once the X server no longer shows the window (or, on another platform,
+// once it is no longer exposed) and a window manager has had a quarter of a second to finish its minimising
+// animation, or after half a second at most if the window never seems to go; at once where the window
+// stays on screen.
 //
 // Thread: the main thread only. The window and the action are not owned and outlive this object.
 class RecordingAside : public QObject {
@@ -70,6 +71,8 @@ private:
     std::function<void()> m_start; // the start waiting for the window to leave the screen
     QTimer m_poll;
     QElapsedTimer m_waited;
+    QElapsedTimer m_offScreen; // since the waiting start first found the window off the screen
+    qint64 m_settleMs = 0;
 };
 
 } // namespace marlowick

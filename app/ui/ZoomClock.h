@@ -4,6 +4,8 @@
 #include "model/Project.h"
 #include "model/TimeMap.h"
 
+#include <vector>
+
 namespace marlowick {
 
 // The two clocks of the zoom views. The person sees and edits the beats on output time, on the edited
@@ -19,6 +21,16 @@ public:
     // The stored beats on output time; a beat that a cut leaves shorter than the shortest beat is not
     // there, as it never shows in the movie.
     const CameraTrack& shown() const { return m_shown; }
+    // A stored beat as the person reads it on output time. A cut may hide it from the movie: it is then
+    // listed where the cut is, and marked.
+    struct Listed {
+        ZoomBeat beat;
+        bool hiddenByCut = false;
+    };
+    // Every stored beat in start order, on output time, hidden ones included.
+    std::vector<Listed> listed() const;
+    // The stored beat `id` on output time, hidden or not; none if no beat has that id.
+    std::optional<Listed> listedBeat(const Uuid& id) const;
     // An output time on the recording's clock. An output time exactly on a cut is the end of the kept
     // stretch before it.
     double sourceTime(double outputTime) const { return m_trim.sourceTimeForOutput(outputTime); }

@@ -130,11 +130,11 @@ void ZoomEditor::addAtPlayhead() {
 }
 
 void ZoomEditor::follow() {
-    std::vector<ZoomBeat> beats;
+    std::vector<ZoomClock::Listed> beats;
     double duration = 0;
     if (const auto& document = m_session.document()) {
         const ZoomClock clock(document->project);
-        beats = clock.shown().ordered();
+        beats = clock.listed();
         duration = clock.duration();
     }
     m_count->setText(tr("%1 zooms").arg(static_cast<long long>(beats.size())));
@@ -145,7 +145,9 @@ void ZoomEditor::follow() {
     const bool sameBeats =
         beats.size() == m_rows.size() &&
         std::equal(beats.begin(), beats.end(), m_rows.begin(),
-                   [](const ZoomBeat& beat, const ZoomRow* row) { return beat.id == row->beat().id; });
+                   [](const ZoomClock::Listed& listed, const ZoomRow* row) {
+                       return listed.beat.id == row->beat().id;
+                   });
     if (!sameBeats) {
         for (ZoomRow* row : m_rows) {
             // Later: the row's own button may be what brought us here.
@@ -164,7 +166,9 @@ void ZoomEditor::follow() {
     }
     const auto& selected = m_session.selectedBeat();
     for (std::size_t i = 0; i < beats.size(); ++i) {
-        m_rows[i]->showBeat(beats[i], static_cast<int>(i), duration, selected && *selected == beats[i].id);
+        const ZoomBeat& beat = beats[i].beat;
+        m_rows[i]->showBeat(beat, static_cast<int>(i), duration, selected && *selected == beat.id,
+                            beats[i].hiddenByCut);
     }
 }
 

@@ -157,13 +157,16 @@ ZoomRow::ZoomRow(EditorSession& session, QWidget* parent)
             [this](double value) { write([&](ZoomBeat& beat) { beat.rampOut = value; }); });
 }
 
-void ZoomRow::showBeat(const ZoomBeat& beat, int index, double duration, bool isSelected) {
+void ZoomRow::showBeat(const ZoomBeat& beat, int index, double duration, bool isSelected, bool hiddenByCut) {
     m_beat = beat;
     m_duration = duration;
     m_isSelected = isSelected;
     setAccessibleName(tr("Zoom %1").arg(index + 1));
     static_cast<BeatDot*>(m_dot)->setEdited(!beat.isGenerated);
-    m_range->setText(format("%.2f – %.2f", beat.start, beat.end));
+    m_range->setText(hiddenByCut ? format("%.2f · ", beat.start) + tr("hidden by a cut")
+                                 : format("%.2f – %.2f", beat.start, beat.end));
+    m_start->setEnabled(!hiddenByCut);
+    m_end->setEnabled(!hiddenByCut);
     m_depth->setText(format("%.1f×", beat.scale));
     setBackgroundRole(isSelected ? QPalette::AlternateBase : QPalette::Base);
     setFrameShadow(isSelected ? QFrame::Sunken : QFrame::Plain);

@@ -29,8 +29,8 @@ public:
     explicit ZoomRow(EditorSession& session, QWidget* parent = nullptr);
 
     // Shows `beat` (on output time), the `index`-th of the list, on a timeline `duration` seconds long,
-    // opened when `isSelected`.
-    void showBeat(const ZoomBeat& beat, int index, double duration, bool isSelected);
+    // opened when `isSelected`. A beat a cut hides is marked so, and its times can't be edited there.
+    void showBeat(const ZoomBeat& beat, int index, double duration, bool isSelected, bool hiddenByCut = false);
     const ZoomBeat& beat() const { return m_beat; }
     bool isSelected() const { return m_isSelected; }
 

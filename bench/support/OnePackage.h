@@ -18,7 +18,9 @@ public:
     std::optional<std::filesystem::path> openPackage() override { return m_package; }
     std::optional<std::filesystem::path> savePackage(const std::string&) override { return std::nullopt; }
     std::optional<std::filesystem::path> chooseFile(FileKind) override { return std::nullopt; }
-    std::optional<std::filesystem::path> saveFile(const std::string&) override { return std::nullopt; }
+    std::optional<std::filesystem::path> saveFile(const std::string&, const FileType&) override {
+        return std::nullopt;
+    }
 
 private:
     std::filesystem::path m_package;

@@ -74,7 +74,7 @@ public:
         return next(packagesToSave);
     }
     std::optional<fs::path> chooseFile(FileKind) override { return next(filesToChoose); }
-    std::optional<fs::path> saveFile(const std::string& name) override {
+    std::optional<fs::path> saveFile(const std::string& name, const FileType&) override {
         proposedNames.push_back(name);
         return next(filesToSave);
     }
@@ -291,31 +291,6 @@ TEST_F(EditorSessionTest, OpenAndSaveGoThroughThePanelsAndAFailureLeavesWhatWasT
     ASSERT_TRUE(m_session->lastError());
     EXPECT_TRUE(m_session->lastError()->starts_with("music.m4a: ")) << *m_session->lastError();
     EXPECT_EQ(m_session->packageUrl(), Url::fileUrl(*s_dir / "Copy.marlowick"));
-}
-
-TEST_F(EditorSessionTest, EqualWritesDontSignal) {
-    QSignalSpy starts(m_session.get(), &EditorSession::selectionStartChanged);
-    QSignalSpy errors(m_session.get(), &EditorSession::lastErrorChanged);
-    QSignalSpy microphone(m_session.get(), &EditorSession::capturesMicrophoneChanged);
-    m_session->setSelectionStart(std::nullopt);
-    m_session->setSelectionStart(2.0);
-    m_session->setSelectionStart(2.0);
-    m_session->setLastError(std::string("x"));
-    m_session->setLastError(std::string("x"));
-    m_session->setLastError(std::nullopt);
-    m_session->setLastError(std::nullopt);
-    m_session->setCapturesMicrophone(false);
-    m_session->setCapturesMicrophone(true);
-    EXPECT_EQ(starts.count(), 1);
-    EXPECT_EQ(errors.count(), 2);
-    EXPECT_EQ(microphone.count(), 1);
-    // Without a project the edits do nothing and the summaries say so.
-    m_session->addBeat(1);
-    m_session->cutSelection();
-    EXPECT_FALSE(m_session->document());
-    EXPECT_EQ(m_session->audioTrackSummary(), "No recording");
-    EXPECT_EQ(m_session->matchingPresets(), ExportPreset::all());
-    EXPECT_TRUE(m_session->mismatchedPresets().empty());
 }
 
 TEST_F(EditorSessionTest, ZoomEditsChangeTheCameraAndTheSelectedBeat) {
@@ -663,13 +638,19 @@ TEST_F(EditorSessionTest, ACaptureIsSizedFromTheScreenAndAFailureKeepsThePending
     EXPECT_EQ(asked.outputURL.extension(), ".mov");
     EXPECT_TRUE(m_session->capturedWithAudio());
 
-    // A start refused while a capture runs keeps the recording phase; a stop that fails goes idle with the
-    // message and no project.
-    m_capture->failStart = CaptureError(CaptureError::Kind::alreadyRecording);
-    m_session->startRecording();
-    ASSERT_TRUE(waitFor([&] { return m_session->lastError().has_value(); }));
-    EXPECT_EQ(m_session->lastError(), "Already recording.");
+    // While the take runs no other take starts, no project opens and nothing exports: the take can still be
+    // stopped. A stop that fails goes idle with the message and no project.
+    EXPECT_FALSE(m_session->canRecord());
+    EXPECT_FALSE(m_session->canOpen());
+    EXPECT_FALSE(m_session->canExport());
+    EXPECT_FALSE(m_session->startRecording());
+    m_panels->packagesToOpen.push_back(package());
+    m_session->open();
+    EXPECT_EQ(m_panels->shown, 0);
+    m_panels->packagesToOpen.clear();
+    EXPECT_FALSE(m_session->document());
     EXPECT_EQ(m_session->phase(), SessionPhase::recording());
+    EXPECT_EQ(m_capture->started.size(), 1u);
     m_capture->failStop = CaptureError(CaptureError::Kind::writerFailed, "disk gone");
     m_session->stopRecording();
     ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::idle(); }));
@@ -699,7 +680,7 @@ TEST_F(EditorSessionTest, ACaptureIsSizedFromTheScreenAndAFailureKeepsThePending
     openSample();
     const Uuid project = m_session->document()->project.id;
     m_capture->failStart = CaptureError(CaptureError::Kind::noDisplayAvailable);
-    m_session->startRetake();
+    EXPECT_TRUE(m_session->startRetake());
     ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::idle(); }));
     EXPECT_EQ(m_session->lastError(), EditorSession::describe(*m_capture->failStart));
     ASSERT_TRUE(m_session->document());
@@ -711,6 +692,64 @@ TEST_F(EditorSessionTest, ACaptureIsSizedFromTheScreenAndAFailureKeepsThePending
     EXPECT_EQ(m_session->document()->project.id, project);
     ASSERT_TRUE(m_session->retakeReport());
     EXPECT_EQ(m_session->retakeReport()->newDuration, 8);
+
+    // A retake records the sources of the take it replaces, whatever the record screen's ticks say now.
+    Recording replaced = m_session->document()->project.source;
+    for (const bool microphone : {true, false}) {
+        m_session->editProject([&](Project& current) {
+            current.source.capturedMicrophone = microphone;
+            current.source.capturedSystemAudio = !microphone;
+        });
+        m_session->setCapturesMicrophone(!microphone);
+        m_session->setCapturesSystemAudio(microphone);
+        ASSERT_TRUE(m_session->startRetake());
+        ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::recording(); }));
+        EXPECT_EQ(m_capture->started.back().capturesMicrophone, microphone);
+        EXPECT_EQ(m_capture->started.back().capturesAudio, !microphone);
+        m_session->stopRecording();
+        ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::editing(); }));
+    }
+}
+
+TEST_F(EditorSessionTest, JobsLandOnlyOnTheProjectTheyWereStartedFor) {
+    const TempDir temporary;
+    const TemporaryDirectoryOverride override(temporary.path());
+    // A second project, over a movie without sound.
+    const fs::path other = temporary / "Other.marlowick";
+    documentForNewRecording(walkingTake(*s_dir / "retake.mp4", 16, {20, 30}, {3, 10}), "Other").write(other);
+
+    // Jobs started on the first project are still running when the second opens: the silence analysis,
+    // the transcription and the first project's waveform land nothing on it, not even a message.
+    CaptionTranscriber::setAuthorization(SpeechAuthorization::granted);
+    openSample();
+    m_session->editProject([](Project& project) { project.audio.silence.isEnabled = true; });
+    m_session->analyseSilence();
+    m_session->generateCaptions();
+    m_session->refreshDerivedState();
+    m_panels->packagesToOpen.push_back(other);
+    m_session->open();
+    ASSERT_EQ(m_session->document()->project.name, "Other");
+    ASSERT_TRUE(waitFor([&] {
+        return !m_session->isAnalysingSilence() && !m_session->isTranscribing() &&
+               m_session->audioTrackCount() == 0;
+    }));
+    QTest::qWait(300);
+    EXPECT_FALSE(m_session->document()->project.trim);
+    EXPECT_FALSE(m_session->document()->project.captions);
+    EXPECT_FALSE(m_session->lastError()) << *m_session->lastError();
+    EXPECT_TRUE(std::all_of(m_session->waveform().begin(), m_session->waveform().end(),
+                            [](float peak) { return peak == 0; }));
+
+    // The session ends with jobs of every kind under way: it waits for each, and none of them starts
+    // another or leaves a file behind.
+    openSample();
+    m_session->analyseSilence();
+    m_session->generateCaptions();
+    m_session->reloadPlayback(true);
+    m_session.reset();
+    for (const fs::directory_entry& entry : fs::directory_iterator(temporary.path())) {
+        EXPECT_EQ(entry.path().extension(), ".marlowick") << entry.path();
+    }
 }
 
 TEST_F(EditorSessionTest, CaptionsComeFromTheNarrationAndNeedThePermission) {
@@ -779,6 +818,26 @@ TEST_F(EditorSessionTest, AnExportCarriesItsProgressAndEndsInTheEditor) {
     m_session->exportMovie(small);
     EXPECT_EQ(m_panels->proposedNames.back(), "Demo.mp4");
     EXPECT_EQ(m_session->phase(), SessionPhase::editing());
+
+    // Stopped on the way: the editor comes back at once without a message, and the file of that name is
+    // left as it was.
+    const fs::path earlier = *s_dir / "Earlier.mp4";
+    std::ofstream(earlier) << "an earlier movie";
+    m_panels->filesToSave.push_back(earlier);
+    m_session->exportMovie(small);
+    ASSERT_EQ(m_session->phase().kind(), SessionPhase::Kind::exporting);
+    EXPECT_FALSE(m_session->canOpen());
+    EXPECT_FALSE(m_session->canRecord());
+    EXPECT_FALSE(m_session->canExport());
+    m_session->cancelExport();
+    EXPECT_EQ(m_session->phase(), SessionPhase::editing());
+    QTest::qWait(1000);
+    EXPECT_EQ(m_session->phase(), SessionPhase::editing());
+    EXPECT_FALSE(m_session->lastError()) << *m_session->lastError();
+    EXPECT_FALSE(m_session->lastExportUrl());
+    std::ifstream kept(earlier);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "an earlier movie");
+    progress.clear();
 
     const fs::path target = *s_dir / "Demo.mp4";
     m_panels->filesToSave.push_back(target);

