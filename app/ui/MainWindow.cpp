@@ -110,7 +110,7 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
         }
     });
     connect(&session, &EditorSession::phaseChanged, this, &MainWindow::followPhase);
-    connect(&session, &EditorSession::commandsChanged, this, &MainWindow::followPhase);
+    connect(&session, &EditorSession::commandsChanged, this, &MainWindow::followCommands);
     connect(&session, &EditorSession::documentChanged, this, &MainWindow::fillExportMenu);
     connect(session.playback(), &PlaybackEngine::isPlayingChanged, this, &MainWindow::followPlaying);
     followPhase();
@@ -225,8 +225,21 @@ void MainWindow::followPhase() {
         m_screens->setCurrentWidget(m_exportScreen);
         break;
     }
+    m_inspector->setVisible(phase.kind() == SessionPhase::Kind::editing);
+    followCommands();
+    const bool recording = phase.kind() == SessionPhase::Kind::recording;
+    m_stopRecording->setEnabled(recording);
+    m_banners->followTelemetry();
+    if (recording) {
+        m_aside->begin();
+    } else if (!m_aside->isWaiting()) {
+        m_aside->end();
+    }
+}
+
+void MainWindow::followCommands() {
+    const SessionPhase& phase = m_session.phase();
     const bool editing = phase.kind() == SessionPhase::Kind::editing;
-    m_inspector->setVisible(editing);
     for (QAction* action : {m_play, m_cutIn, m_cutOut}) {
         action->setEnabled(editing);
     }
@@ -237,13 +250,6 @@ void MainWindow::followPhase() {
     m_startRecording->setVisible(!recording);
     m_startRecording->setEnabled(m_session.canRecord());
     m_stopRecording->setVisible(recording);
-    m_stopRecording->setEnabled(recording);
-    m_banners->followTelemetry();
-    if (recording) {
-        m_aside->begin();
-    } else if (!m_aside->isWaiting()) {
-        m_aside->end();
-    }
 }
 
 void MainWindow::startTake(bool retake) {

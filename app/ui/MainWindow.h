@@ -50,6 +50,9 @@ private:
     void buildCommands();
     void buildToolbar();
     void followPhase();
+    // Enables the commands the session allows now; the stop keeps its own state, since one stop is taken
+    // per take.
+    void followCommands();
     // Starts a take, or a retake of the open project, once the window is out of the picture.
     void startTake(bool retake);
     void followPlaying(bool playing);

@@ -257,17 +257,19 @@ TEST_F(InspectorTest, TheScreenTabsSlidersWriteTheirFields) {
     EXPECT_GE(cursors.count(), 6);
     EXPECT_TRUE(showsText(m_screen, "Format", "50% across, 50% down"));
     EXPECT_TRUE(showsText(m_screen, "Perspective", "0° / 0°"));
-    EXPECT_TRUE(
-        showsText(m_screen, "Selected zoom", QString::asprintf("%.2fs – %.2fs", beat.start, beat.end)));
-
-    // Its timing reads on the finished movie's clock, as the rail and the zoom list do: a cut inside the
-    // beat shortens it there, and a cut over the whole of it hides it, which the section says.
+    // Its timing reads on the finished movie's clock, as the rail and the zoom list do: a beat running past
+    // the recording's end ends with it, a cut inside the beat shortens it, and a cut over the whole of it
+    // hides it, which the section says.
     const ZoomBeat edited = selectedBeat(project());
+    const std::optional<ZoomBeat> shown = project().effectiveTrim().apply(edited);
+    ASSERT_TRUE(shown);
+    EXPECT_TRUE(
+        showsText(m_screen, "Selected zoom", QString::asprintf("%.2fs – %.2fs", shown->start, shown->end)));
     m_session->editProject(
         [&](Project& p) { p.manualCuts.push_back(Span(Range{edited.start + 0.1, edited.start + 0.35})); });
     const std::optional<ZoomBeat> shortened = project().effectiveTrim().apply(edited);
     ASSERT_TRUE(shortened);
-    EXPECT_NEAR(shortened->end, edited.end - 0.25, 1e-9);
+    EXPECT_NEAR(shortened->end, shown->end - 0.25, 1e-9);
     EXPECT_TRUE(showsText(m_screen, "Selected zoom",
                           QString::asprintf("%.2fs – %.2fs", shortened->start, shortened->end)));
     m_session->editProject([&](Project& p) {

@@ -268,7 +268,7 @@ TEST_F(StudioWindowTest, ThePhaseDecidesTheScreen) {
     saveScreenshot(*m_window, "export");
     QApplication::setActiveWindow(m_window.get());
     QTest::keyClick(m_window->exportScreen()->cancelButton(), Qt::Key_Escape);
-    EXPECT_EQ(m_session->phase(), SessionPhase::editing());
+    EXPECT_TRUE(within(5, [&] { return m_session->phase() == SessionPhase::editing(); }));
     EXPECT_EQ(m_window->currentScreen(), m_window->editor());
     EXPECT_TRUE(m_window->openAction()->isEnabled());
 
