@@ -104,14 +104,33 @@ bool isViewable(xcb_connection_t* connection, xcb_window_t window) {
     return viewable;
 }
 
+// The whole screen as the X server shows it now, as a capture's frame would take it.
+std::vector<std::uint8_t> screenPicture(const X11Connection& display) {
+    const xcb_screen_t& screen = display.screen();
+    xcb_get_image_reply_t* reply = xcb_get_image_reply(
+        display.get(),
+        xcb_get_image(display.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, screen.root, 0, 0, screen.width_in_pixels,
+                      screen.height_in_pixels, ~0u),
+        nullptr);
+    std::vector<std::uint8_t> pixels;
+    if (reply != nullptr) {
+        const std::uint8_t* data = xcb_get_image_data(reply);
+        pixels.assign(data, data + xcb_get_image_data_length(reply));
+        std::free(reply);
+    }
+    return pixels;
+}
+
 // Holds a capturer's stop until it is let go, and counts the stops asked for. Where `window` is set, a start
-// notes whether the X server showed that window at that moment, as a capture's first frame would.
+// notes whether the X server showed that window at that moment, and the screen's picture then, as a
+// capture's first frame would see them.
 struct StopGate {
     std::atomic<bool> held = false;
     std::atomic<int> stops = 0;
     std::atomic<xcb_window_t> window = 0;
     std::atomic<int> starts = 0;
     std::atomic<bool> windowShownAtStart = false;
+    std::vector<std::uint8_t> screenAtStart; // written by the start, read once the recording phase is seen
     // A start is refused, as a desktop that won't share the screen refuses it.
     std::atomic<bool> refuseStart = false;
 };
@@ -129,6 +148,7 @@ public:
         if (m_gate->window != 0) {
             const X11Connection display;
             m_gate->windowShownAtStart = isViewable(display.get(), m_gate->window);
+            m_gate->screenAtStart = screenPicture(display);
         }
         ++m_gate->starts;
         if (m_gate->refuseStart) {
@@ -874,6 +894,12 @@ TEST_F(ShellWindowTest, UnderAWindowManagerTheTakeStartsMinimisedAndTheWindowCom
     ASSERT_TRUE(within(10, [&] { return m_session->phase().kind() == SessionPhase::Kind::recording; }));
     EXPECT_EQ(m_gate->starts, 1);
     EXPECT_FALSE(m_gate->windowShownAtStart);
+    // The first frame already shows the desktop as it stays: no title bar of the manager's minimising
+    // animation crosses it.
+    QTest::qWait(500);
+    const std::vector<std::uint8_t> settled = screenPicture(X11Connection());
+    ASSERT_FALSE(settled.empty());
+    EXPECT_TRUE(m_gate->screenAtStart == settled);
     EXPECT_TRUE(m_window->isMinimized());
     EXPECT_TRUE(m_window->recordingAside()->isAside());
     EXPECT_FALSE(other.isViewable(window));
