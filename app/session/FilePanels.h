@@ -6,9 +6,9 @@
 
 namespace marlowick {
 
-// The file panels the session asks the person through: the window answers with Qt's dialogs, a test with
-// a fake. Each call shows one panel modally and answers the chosen path, or nothing when the person
-// cancelled. Thread: called on the session's thread only.
+// The file panels and the questions the session asks the person through: the window answers with Qt's
+// dialogs, a test with a fake. Each call shows one panel or question modally and answers the chosen path
+// (or nothing when the person cancelled) or the answer. Thread: called on the session's thread only.
 class FilePanels {
 public:
     // What a file chooser offers.
@@ -23,6 +23,9 @@ public:
         std::string extension;
     };
 
+    // What to do with unsaved changes before an action that would drop them.
+    enum class SaveAnswer { save, discard, cancel };
+
     virtual ~FilePanels() = default;
 
     // A package folder to open; files can't be chosen.
@@ -34,6 +37,15 @@ public:
     // Where to write a new file of `type`, the name field holding `suggestedName`.
     virtual std::optional<std::filesystem::path> saveFile(const std::string& suggestedName,
                                                           const FileType& type) = 0;
+    // Whether to save the unsaved changes of the project `projectName` first: Save, Don't Save or Cancel,
+    // Save the default.
+    virtual SaveAnswer askToSave(const std::string& projectName) = 0;
+    // Offers to recover a take left by a session that ended without saving it, `description` naming its
+    // date and length; true to recover it.
+    virtual bool askToRecover(const std::string& description) = 0;
+    // Asked after a declined recovery, before anything is deleted: true deletes the take for good, false
+    // keeps it for the next start.
+    virtual bool askToDeleteTake(const std::string& description) = 0;
 };
 
 } // namespace marlowick

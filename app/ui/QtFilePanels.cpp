@@ -3,6 +3,8 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QSettings>
 #include <QStandardPaths>
 
@@ -73,6 +75,47 @@ std::optional<std::filesystem::path> QtFilePanels::saveFile(const std::string& s
     const QString filter = QString::fromStdString(type.description + " (*." + type.extension + ")");
     return chosen(
         QFileDialog::getSaveFileName(m_parent, QObject::tr("Export"), inStartingFolder(suggestedName), filter));
+}
+
+FilePanels::SaveAnswer QtFilePanels::askToSave(const std::string& projectName) {
+    QMessageBox box(QMessageBox::Warning, QObject::tr("Marlowick"),
+                    QObject::tr("Save the changes to “%1”?").arg(QString::fromStdString(projectName)),
+                    QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, m_parent);
+    box.setInformativeText(QObject::tr("Your changes are lost if you don't save them."));
+    box.setDefaultButton(QMessageBox::Save);
+    switch (box.exec()) {
+    case QMessageBox::Save:
+        return SaveAnswer::save;
+    case QMessageBox::Discard:
+        return SaveAnswer::discard;
+    default:
+        return SaveAnswer::cancel;
+    }
+}
+
+bool QtFilePanels::askToRecover(const std::string& description) {
+    QMessageBox box(QMessageBox::Question, QObject::tr("Marlowick"),
+                    QObject::tr("Recover %1?").arg(QString::fromStdString(description)), QMessageBox::NoButton,
+                    m_parent);
+    box.setInformativeText(QObject::tr("Marlowick ended before this take was saved."));
+    QPushButton* recover = box.addButton(QObject::tr("Recover"), QMessageBox::AcceptRole);
+    box.addButton(QObject::tr("Don't Recover"), QMessageBox::RejectRole);
+    box.setDefaultButton(recover);
+    box.exec();
+    return box.clickedButton() == recover;
+}
+
+bool QtFilePanels::askToDeleteTake(const std::string& description) {
+    QMessageBox box(QMessageBox::Warning, QObject::tr("Marlowick"),
+                    QObject::tr("Delete %1?").arg(QString::fromStdString(description)), QMessageBox::NoButton,
+                    m_parent);
+    box.setInformativeText(QObject::tr("A deleted take can't be recovered. Kept, it is offered again at the "
+                                       "next start."));
+    QPushButton* remove = box.addButton(QObject::tr("Delete"), QMessageBox::DestructiveRole);
+    QPushButton* keep = box.addButton(QObject::tr("Keep"), QMessageBox::RejectRole);
+    box.setDefaultButton(keep);
+    box.exec();
+    return box.clickedButton() == remove;
 }
 
 } // namespace marlowick

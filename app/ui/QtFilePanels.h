@@ -28,6 +28,9 @@ public:
     std::optional<std::filesystem::path> chooseFile(FileKind kind) override;
     std::optional<std::filesystem::path> saveFile(const std::string& suggestedName,
                                                   const FileType& type) override;
+    SaveAnswer askToSave(const std::string& projectName) override;
+    bool askToRecover(const std::string& description) override;
+    bool askToDeleteTake(const std::string& description) override;
 
     // Where a panel opens: the folder last chosen in one, or else the person's Videos folder.
     static QString startingFolder();

@@ -18,6 +18,9 @@ public:
     std::optional<std::filesystem::path> openPackage() override { return m_package; }
     std::optional<std::filesystem::path> savePackage(const std::string&) override { return std::nullopt; }
     std::optional<std::filesystem::path> chooseFile(FileKind) override { return std::nullopt; }
+    SaveAnswer askToSave(const std::string&) override { return SaveAnswer::discard; }
+    bool askToRecover(const std::string&) override { return false; }
+    bool askToDeleteTake(const std::string&) override { return false; }
     std::optional<std::filesystem::path> saveFile(const std::string&, const FileType&) override {
         return std::nullopt;
     }

@@ -74,6 +74,9 @@ public:
         return next(packagesToSave);
     }
     std::optional<fs::path> chooseFile(FileKind) override { return next(filesToChoose); }
+    SaveAnswer askToSave(const std::string&) override { return SaveAnswer::cancel; }
+    bool askToRecover(const std::string&) override { return false; }
+    bool askToDeleteTake(const std::string&) override { return false; }
     std::optional<fs::path> saveFile(const std::string& name, const FileType&) override {
         proposedNames.push_back(name);
         return next(filesToSave);

@@ -25,6 +25,11 @@ public:
     std::deque<std::filesystem::path> packagesToSave;
     std::deque<std::filesystem::path> filesToChoose;
     std::deque<std::filesystem::path> filesToSave;
+    // The answers to the questions, in order; none queued answers Cancel, and declines and keeps a take.
+    std::deque<SaveAnswer> saveAnswers;
+    std::deque<bool> recoverAnswers;
+    std::deque<bool> deleteAnswers;
+    int questionsAsked = 0;
 
     std::optional<std::filesystem::path> openPackage() override { return next(packagesToOpen); }
     std::optional<std::filesystem::path> savePackage(const std::string&) override {
@@ -34,8 +39,20 @@ public:
     std::optional<std::filesystem::path> saveFile(const std::string&, const FileType&) override {
         return next(filesToSave);
     }
+    SaveAnswer askToSave(const std::string&) override { return answer(saveAnswers, SaveAnswer::cancel); }
+    bool askToRecover(const std::string&) override { return answer(recoverAnswers, false); }
+    bool askToDeleteTake(const std::string&) override { return answer(deleteAnswers, false); }
 
 private:
+    template <class Answer> Answer answer(std::deque<Answer>& queue, Answer otherwise) {
+        ++questionsAsked;
+        if (queue.empty()) {
+            return otherwise;
+        }
+        Answer given = queue.front();
+        queue.pop_front();
+        return given;
+    }
     static std::optional<std::filesystem::path> next(std::deque<std::filesystem::path>& queue) {
         if (queue.empty()) {
             return std::nullopt;
