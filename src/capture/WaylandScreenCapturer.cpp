@@ -10,8 +10,8 @@
 namespace marlowick {
 
 struct WaylandScreenCapturer::Capture {
-    std::optional<CaptureSounds> sounds;
     std::unique_ptr<ScreenCastRecorder> recorder;
+    std::optional<CaptureSounds> sounds;      // after the recorder, whose sink it feeds: it goes first
     std::unique_ptr<EvdevInputMonitor> input; // where the pointer's positions come and a device is readable
 };
 
@@ -110,6 +110,9 @@ void WaylandScreenCapturer::start(const CaptureConfiguration& configuration) {
         m_portal.close();
         throw;
     }
+    // The sink takes pictures from here on, and the sound goes to it from now too; the sink refuses what
+    // was captured before its first picture.
+    capture->sounds->start();
     // Kept now, while this thread owns the stream: other threads ask the kept answer, never the stream.
     const bool cursorMetadata = capture->recorder->hasCursorMetadata();
     if (cursorMetadata) {
@@ -118,7 +121,6 @@ void WaylandScreenCapturer::start(const CaptureConfiguration& configuration) {
             capture->input.reset(); // no readable device: positions only
         }
     }
-    capture->sounds->start();
     std::lock_guard lock(m_lock);
     m_cursorMetadata = cursorMetadata;
     m_capture = std::move(capture);
