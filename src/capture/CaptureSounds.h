@@ -15,9 +15,10 @@ class RecordingSink;
 // through PulseAudio, into the sink's audio and microphone tracks.
 //
 // The streams the configuration asks for open when this is made, so that their first pieces come in
-// time, and deliver only once started. A microphone that can't open fails the take; a system sound that
-// can't is a warning, and its track is still made, silent: the system's sound is a nicety, the picture is
-// the take.
+// time, and are read from then on (see SoundSource); they deliver only once started, each piece stamped
+// when it was captured, and the sink refuses what was captured before its first picture. A microphone that
+// can't open fails the take; a system sound that can't is a warning, and its track is still made, silent: the
+// system's sound is a nicety, the picture is the take.
 //
 // Thread: made, started, stopped and destroyed on the thread that starts and stops the capture. `sink`
 // and `warn` are called on the streams' own threads, `sink` only once started.

@@ -13,6 +13,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -216,9 +217,12 @@ struct PipeWireStream::State {
     spa_hook registryListener{};
     spa_hook streamListener{};
 
+    // Written by the loop's thread and read from any without the loop's lock, which may be gone: the loop
+    // itself is destroyed by `stop`, and a caller on another thread can't know when.
+    std::atomic<bool> cursorMetadata = false;
+
     // Guarded by the loop's lock (held by the loop's thread while it calls back).
     std::optional<spa_video_info_raw> format;
-    bool cursorMetadata = false;
     bool buffersAdded = false;
     std::optional<std::string> endedWhy;
     bool stopped = false;
@@ -681,14 +685,7 @@ Size PipeWireStream::waitForFormat(double seconds) {
 }
 
 bool PipeWireStream::hasCursorMetadata() const {
-    State* s = m_state.get();
-    pw_thread_loop_lock(s->loop);
-    bool found = false;
-    if (s->stream != nullptr) {
-        found = s->cursorMetadata; // the agreed metadata shows in the buffers
-    }
-    pw_thread_loop_unlock(s->loop);
-    return found;
+    return m_state->cursorMetadata.load(); // the agreed metadata shows in the buffers
 }
 
 void PipeWireStream::stop() {

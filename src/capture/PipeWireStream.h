@@ -16,8 +16,9 @@ namespace marlowick {
 // with the time PipeWire gave it: the producer's presentation stamp where the buffer carries one, else the
 // start of the graph's cycle, both on the monotonic clock in nanoseconds. Shared memory comes first because
 // the pictures are read by the processor: a linear DMA-BUF in a discrete GPU's memory reads many times
-// slower than memory the producer filled. A producer that has only DMA-BUFs to give gets the second. Where the buffers carry cursor metadata, each new pointer position is
-// handed on too, in pixels of the stream's pictures.
+// slower than memory the producer filled. A producer that has only DMA-BUFs to give gets the second. Where
+// the buffers carry cursor metadata, each new pointer position is handed on too, in pixels of the stream's
+// pictures.
 //
 // A DMA-BUF is mapped for reading once, when PipeWire adds the buffer, and each picture is read between
 // the buffer's cache synchronisation calls. Only the linear layout is offered: a tiled one needs the GPU to
@@ -29,7 +30,9 @@ namespace marlowick {
 // on a daemon with no manager, something else must link the two (see `nodeId`).
 //
 // Thread: the handler's functions are called on the stream's own thread, one at a time, never after
-// `stop` or the destructor has returned. Everything else from one thread at a time.
+// `stop` or the destructor has returned. `hasCursorMetadata` may be called from any thread, also while or
+// after `stop` runs; everything else from one thread at a time. The stream's state is guarded by its
+// loop's lock, which `stop` destroys: only what needs no lock (an atomic flag) is read from other threads.
 class PipeWireStream {
 public:
     // Where the daemon is: a connected socket (from a screen-sharing portal, which grants the connection
@@ -68,7 +71,8 @@ public:
     // the pictures' size. Throws CaptureError (captureUnavailable) when the time passes or the stream ends
     // first.
     Size waitForFormat(double seconds);
-    // Whether the agreed buffers carry the pointer's position; known once the format is.
+    // Whether the agreed buffers carry the pointer's position; known once the format is. Never waits for
+    // the stream's loop.
     bool hasCursorMetadata() const;
 
     // Disconnects; no handler function runs once this returns.

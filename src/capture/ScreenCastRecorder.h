@@ -22,7 +22,8 @@ namespace marlowick {
 // The movie is made at the configuration's `size`, or at the stream's own where that is empty; the
 // telemetry is scaled from the stream's pixels to the movie's.
 //
-// Thread: made, stopped and destroyed from one thread; `interruption`, `statistics` and `sink` from any.
+// Thread: made, stopped and destroyed from one thread; `hasCursorMetadata`, `interruption`, `statistics`
+// and `sink` from any, also while `stop` runs.
 class ScreenCastRecorder {
 public:
     struct Options {

@@ -212,6 +212,7 @@ SoundSource::SoundSource(Kind kind, std::string server, Deliver deliver, Warn wa
         throw CaptureError(CaptureError::Kind::captureUnavailable,
                            std::string("the system's sound can't be recorded: ") + pa_strerror(error));
     }
+    m_thread = std::jthread([this](std::stop_token stop) { run(stop); });
 }
 
 std::optional<SoundSource::SourceCount> SoundSource::countSources(const std::string& server) {
@@ -227,13 +228,12 @@ SoundSource::~SoundSource() {
 }
 
 void SoundSource::start() {
-    if (!m_thread.joinable()) {
-        m_thread = std::jthread([this](std::stop_token stop) { run(stop); });
-    }
+    m_delivering = true;
 }
 
 void SoundSource::stop() {
     m_thread = {};
+    m_delivering = false;
 }
 
 void SoundSource::run(std::stop_token stop) {
@@ -262,7 +262,9 @@ void SoundSource::run(std::stop_token stop) {
             m_subtractLatency ? pa_simple_get_latency(m_stream->simple.get(), &error) : 0;
         const double captured =
             arrived - static_cast<double>(latency) / 1e6 - static_cast<double>(pieceFrames) / sampleRate;
-        m_deliver(piece.data(), pieceFrames, captured);
+        if (m_delivering) {
+            m_deliver(piece.data(), pieceFrames, captured);
+        }
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,26 +17,34 @@ namespace marlowick {
 // (a sink's monitor, a remap of one) counts sound its sink rendered ahead of time, which arrives early
 // rather than late; such sound is stamped on arrival.
 //
+// The stream is read from the moment it opens, on the source's own thread, and what comes before `start`
+// is dropped there. Read only from `start`, the sound the server had buffered since the opening would come
+// in one burst, every piece stamped on that late arrival: the track would begin with sound from before the
+// take and lag the picture by that much to its end.
+//
 // A device that goes away during a take is reported once as a warning and reopened every second; the
 // take goes on, and the gap is the sink's to fill with silence.
 //
-// `start` and `stop` from one thread; `deliver` and `warn` are called on the source's own thread.
+// `start` and `stop` from one thread; `deliver` and `warn` are called on the source's own thread,
+// `deliver` only between `start` and `stop`.
 class SoundSource {
 public:
     enum class Kind { systemAudio, microphone };
     using Deliver = std::function<void(const float* samples, int frames, double time)>;
     using Warn = std::function<void(const std::string& message)>;
 
-    // Opens the stream at once, so that it runs before the take starts. `server` as $PULSE_SERVER says it;
-    // empty takes the default. Throws CaptureError: microphoneDenied when there is no microphone (a
-    // default source that is only a monitor of a sink counts as none) or the server refuses it,
-    // captureUnavailable when the system's sound can't be opened.
+    // Opens the stream and begins reading it at once, so that it runs before the take starts. `server`
+    // as $PULSE_SERVER says it; empty takes the default. Throws CaptureError: microphoneDenied when there
+    // is no microphone (a default source that is only a monitor of a sink counts as none) or the server
+    // refuses it, captureUnavailable when the system's sound can't be opened.
     SoundSource(Kind kind, std::string server, Deliver deliver, Warn warn);
     ~SoundSource();
     SoundSource(const SoundSource&) = delete;
     SoundSource& operator=(const SoundSource&) = delete;
 
+    // Delivers the sound read from now on.
     void start();
+    // Ends the reading for good: nothing is delivered once this returns, and `start` starts nothing again.
     void stop();
 
     // The source's device name as the server knows it.
@@ -60,8 +69,9 @@ private:
     bool m_subtractLatency = false; // the source is a hardware device, whose latency is a real delay
     Deliver m_deliver;
     Warn m_warn;
-    std::unique_ptr<Stream> m_stream; // owned by the source's thread while it runs
-    std::jthread m_thread;
+    std::atomic<bool> m_delivering = false; // set by `start`; read by the source's thread
+    std::unique_ptr<Stream> m_stream;       // owned by the source's thread while it runs
+    std::jthread m_thread;                  // from the opening to `stop`
 };
 
 } // namespace marlowick

@@ -10,8 +10,8 @@
 namespace marlowick {
 
 struct WaylandScreenCapturer::Capture {
-    std::optional<CaptureSounds> sounds;
     std::unique_ptr<ScreenCastRecorder> recorder;
+    std::optional<CaptureSounds> sounds;      // after the recorder, whose sink it feeds: it goes first
     std::unique_ptr<EvdevInputMonitor> input; // where the pointer's positions come and a device is readable
 };
 
@@ -39,16 +39,22 @@ TelemetryAvailability WaylandScreenCapturer::telemetryAvailability() const {
     std::optional<bool> cursor;
     {
         std::lock_guard lock(m_lock);
-        cursor = m_capture ? m_capture->recorder->hasCursorMetadata() : m_cursorMetadata;
+        cursor = m_cursorMetadata;
     }
     if (!cursor) {
-        // The portal tells without a dialog; asked on a portal of its own, since this may run on any thread.
+        // The portal tells without a dialog; asked on a portal of its own, since this may run on any thread,
+        // and outside the lock, so that no other caller waits for its answer.
+        bool offered = false;
         try {
             ScreenCastPortal portal(m_options.portal);
-            cursor = portal.offersCursorMetadata();
+            offered = portal.offersCursorMetadata();
         } catch (const CaptureError&) {
-            cursor = false;
         }
+        std::lock_guard lock(m_lock);
+        if (!m_cursorMetadata) {
+            m_cursorMetadata = offered; // unless a start answered meanwhile
+        }
+        cursor = m_cursorMetadata;
     }
     if (!*cursor) {
         return TelemetryAvailability::none;
@@ -68,6 +74,10 @@ void WaylandScreenCapturer::start(const CaptureConfiguration& configuration) {
         token = m_restoreToken;
     }
     const ScreenCastPortal::Share share = m_portal.open(token);
+    {
+        std::lock_guard lock(m_lock);
+        m_cursorMetadata = share.cursorMetadata; // the portal's answer, until the stream's is known
+    }
     if (!share.restoreToken.empty()) {
         {
             std::lock_guard lock(m_lock);
@@ -100,15 +110,19 @@ void WaylandScreenCapturer::start(const CaptureConfiguration& configuration) {
         m_portal.close();
         throw;
     }
-    if (capture->recorder->hasCursorMetadata()) {
+    // The sink takes pictures from here on, and the sound goes to it from now too; the sink refuses what
+    // was captured before its first picture.
+    capture->sounds->start();
+    // Kept now, while this thread owns the stream: other threads ask the kept answer, never the stream.
+    const bool cursorMetadata = capture->recorder->hasCursorMetadata();
+    if (cursorMetadata) {
         capture->input = std::make_unique<EvdevInputMonitor>(m_options.inputDevices);
         if (!capture->input->start()) {
             capture->input.reset(); // no readable device: positions only
         }
     }
-    capture->sounds->start();
     std::lock_guard lock(m_lock);
-    m_cursorMetadata = capture->recorder->hasCursorMetadata();
+    m_cursorMetadata = cursorMetadata;
     m_capture = std::move(capture);
 }
 

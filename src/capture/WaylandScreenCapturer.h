@@ -46,6 +46,12 @@ public:
     // Where the shared stream carries (or the portal offers) the pointer as metadata: full when some input
     // device is readable too, positionOnly otherwise. none without the metadata, since clicks with no
     // position would only mislead the zooms.
+    //
+    // The window asks this at every phase change, so it answers from what the capturer keeps: the portal
+    // is asked only while nothing is known, once (a portal that can't be asked counts as offering no
+    // metadata until a start asks again), and each start replaces the answer with what its portal offered
+    // and then with what its stream carries. It never touches the running stream, which `stop` may be
+    // taking down on the capture's thread meanwhile.
     TelemetryAvailability telemetryAvailability() const override;
     void start(const CaptureConfiguration& configuration) override;
     Recording stop() override;
@@ -63,13 +69,19 @@ private:
     void warn(const std::string& message);
 
     Options m_options;
-    ScreenCastPortal m_portal; // the thread that starts and stops only
-    mutable std::mutex m_lock; // guards the fields below
-    std::unique_ptr<Capture> m_capture;
+    ScreenCastPortal m_portal; // the thread that starts and stops only; no lock
+
+    // m_lock guards the fields below it. The capture behind m_capture is made and taken down by the thread
+    // that starts and stops, outside the lock; other threads reach it only under the lock, and only its
+    // parts that may be asked from any thread (the recorder's interruption, statistics and sink).
+    mutable std::mutex m_lock;
+    std::unique_ptr<Capture> m_capture; // the pointer is set and cleared under m_lock
     std::vector<std::string> m_warnings;
     CaptureStatistics m_lastStatistics;
     std::string m_restoreToken;
-    std::optional<bool> m_cursorMetadata; // what the last start, or the portal when asked, said
+    // Whether the pointer comes as metadata: what the running or last capture's stream carries, else what
+    // its portal offered, else what the portal said when asked; none until one of them has answered.
+    mutable std::optional<bool> m_cursorMetadata;
 };
 
 } // namespace marlowick

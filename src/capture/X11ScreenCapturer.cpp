@@ -121,7 +121,8 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
     const Size screen = sizeOf(*connection);
 
     // The sound streams open before the take starts, so that their first pieces come in time; they
-    // deliver only once started, when the sink exists.
+    // deliver only once started, when the sink exists. They are started before the first picture is
+    // grabbed, so that the sound tracks begin with it: the sink refuses what was captured before it.
     Capture* c = capture.get();
     capture->sounds.emplace(
         configuration, m_options.soundServer, [c]() -> RecordingSink& { return *c->sink; },
@@ -131,6 +132,7 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
     sinkOptions.minimumFreeBytes = m_options.minimumFreeBytes;
     sinkOptions.allowHardware = m_options.allowHardware;
     capture->sink = std::make_unique<RecordingSink>(configuration, sinkOptions);
+    capture->sounds->start();
 
     capture->grabbing = std::jthread([this, c](std::stop_token stop) {
         const double period = 1.0 / std::max(1.0, c->configuration.frameRate);
@@ -164,7 +166,6 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
             }
         }
     });
-    capture->sounds->start();
     capture->monitor = std::make_unique<InputMonitor>(connection, m_options.allowTap);
     capture->monitor->start();
     capture->pointsToPixels = {screen.width > 0 ? configuration.size.width / screen.width : 1.0,

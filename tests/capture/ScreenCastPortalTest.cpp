@@ -32,11 +32,6 @@ std::vector<std::string> methods(const std::vector<nlohmann::json>& calls) {
     return names;
 }
 
-Prerequisite fakePortal(bool started) {
-    return {started, "the fake screen-sharing portal (Python with D-Bus and GLib)",
-            "the Debian packages python3-dbus and python3-gi"};
-}
-
 } // namespace
 
 TEST(ScreenCastPortal, RunsTheFlowInOrderAndKeepsEachNewRestoreToken) {

@@ -13,19 +13,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 
 using namespace marlowick;
 using namespace marlowick::test;
-
-namespace {
-
-Prerequisite fakePortal(bool started) {
-    return {started, "the fake screen-sharing portal (Python with D-Bus and GLib)",
-            "the Debian packages python3-dbus and python3-gi"};
-}
-
-} // namespace
 
 TEST(WaylandScreenCapturer, RecordsTheSharedScreenAndKeepsEachRestoreToken) {
     const PipeWireDaemon daemon;
@@ -80,6 +74,60 @@ TEST(WaylandScreenCapturer, RecordsTheSharedScreenAndKeepsEachRestoreToken) {
         }
     }
     EXPECT_EQ(given, (std::vector<std::string>{"token-0", "token-1"}));
+}
+
+// The window asks at every change of the session's phase, on its own thread, also while the capture's
+// thread is starting or stopping a take: the answer comes from what the capturer keeps, never from the
+// stream being taken down, and the portal is asked for it once, not at every call.
+TEST(WaylandScreenCapturer, TelemetryIsAnsweredFromWhatIsKeptWhileTakesStartAndStop) {
+    const PipeWireDaemon daemon;
+    PortalBus bus;
+    MARLOWICK_REQUIRE(pipeWire(daemon), sessionBus(bus));
+    SyntheticScreen screen(daemon.connect(), {});
+    const std::uint32_t node = screen.nodeId();
+    MARLOWICK_REQUIRE(fakePortal(bus.startPortal(
+        {"--pipewire", daemon.socket().string(), "--node", std::to_string(node), "--log-properties"})));
+    const TempDir dir;
+    WaylandScreenCapturer::Options options;
+    options.portal = {bus.address(), 10};
+    options.soundServer = "unix:/nonexistent";
+    options.allowHardware = false;
+    options.minimumFreeBytes = 0;
+    options.connected = [&](std::uint32_t consumer) { screen.link(consumer); };
+    writeText(dir / "event0", "not a device");
+    options.inputDevices = dir.path();
+    WaylandScreenCapturer capturer(options);
+
+    std::atomic<bool> asking = true;
+    std::atomic<int> answers = 0;
+    std::atomic<int> wrong = 0;
+    std::thread window([&] {
+        while (asking) {
+            wrong += capturer.telemetryAvailability() != TelemetryAvailability::positionOnly;
+            answers += 1;
+            std::this_thread::sleep_for(std::chrono::microseconds(500));
+        }
+    });
+    CaptureConfiguration configuration;
+    configuration.outputURL = dir / "take.mov";
+    configuration.frameRate = 60;
+    constexpr int takes = 3;
+    for (int take = 1; take <= takes; ++take) {
+        SCOPED_TRACE(take);
+        capturer.start(configuration);
+        ASSERT_TRUE(screen.waitForPictures(screen.sent().size() + 10));
+        capturer.stop();
+    }
+    asking = false;
+    window.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_GT(answers, 20);
+    // Each start reads what the portal offers; beyond that, only the first answer asked it.
+    int cursorModeReads = 0;
+    for (const std::string& line : bus.calls()) {
+        cursorModeReads += line.find("\"AvailableCursorModes\"") != std::string::npos;
+    }
+    EXPECT_LE(cursorModeReads, takes + 1);
 }
 
 TEST(WaylandScreenCapturer, ACancelledDialogStartsNothingAndNoPortalMeansNoTelemetry) {

@@ -6,8 +6,10 @@
 #
 # Usage: fake-screencast-portal.py LOG [--cursor-modes N] [--version N] [--cancel METHOD] [--node N]
 #                                      [--pipewire SOCKET] [--no-screencast] [--end-first METHOD]
+#                                      [--log-properties]
 # --cancel answers METHOD as a cancelled dialog; --pipewire hands out connections to SOCKET (else to
-# /dev/null). Each start gives a new restore token, "token-1", "token-2", …
+# /dev/null); --log-properties logs each property read too, as "Get" with the property's name. Each
+# start gives a new restore token, "token-1", "token-2", …
 
 import argparse
 import json
@@ -32,6 +34,7 @@ arguments.add_argument("--node", type=int, default=57)
 arguments.add_argument("--pipewire", default="")
 arguments.add_argument("--no-screencast", action="store_true")
 arguments.add_argument("--end-first", default="")
+arguments.add_argument("--log-properties", action="store_true")
 options = arguments.parse_args()
 
 
@@ -131,6 +134,8 @@ class Portal(dbus.service.Object):
 
     @dbus.service.method(dbus.PROPERTIES_IFACE, in_signature="ss", out_signature="v")
     def Get(self, interface, name):
+        if options.log_properties:
+            log("Get", {"name": str(name)})
         values = {"AvailableSourceTypes": dbus.UInt32(1 | 2), "AvailableCursorModes": dbus.UInt32(options.cursor_modes),
                   "version": dbus.UInt32(options.version)}
         if interface != SCREENCAST or name not in values or options.no_screencast:

@@ -129,4 +129,10 @@ inline Prerequisite sessionBus(const PortalBus& bus) {
     return {bus.up(), "a private session bus (dbus-daemon)", "the Debian package dbus-daemon"};
 }
 
+// `started` as PortalBus::startPortal answered.
+inline Prerequisite fakePortal(bool started) {
+    return {started, "the fake screen-sharing portal (Python with D-Bus and GLib)",
+            "the Debian packages python3-dbus and python3-gi"};
+}
+
 } // namespace marlowick::test

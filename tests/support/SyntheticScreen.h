@@ -8,6 +8,7 @@
 #include <spa/pod/builder.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -31,7 +32,8 @@ namespace marlowick::test {
 // at a known place in the cursor metadata where that is offered.
 //
 // The square is white, or red for the formats with red first in memory, so that a consumer that reads the
-// channels the wrong way round shows it blue.
+// channels the wrong way round shows it blue. While a flash is on (`setFlash`), the whole picture is
+// white instead, for a test that times the pictures against the sound.
 //
 // The pictures go in shared memory that PipeWire allocates, or, offering only the DMA-BUF format, in
 // buffers the producer allocates itself and hands out as DMA-BUFs: memory files, which map as a linear
@@ -56,6 +58,7 @@ public:
         int number;        // of the picture, from 0
         std::uint64_t pts; // nanoseconds on the monotonic clock
         Point cursor;
+        bool flash = false; // the picture was all white
     };
 
     // Where the square of picture `number` lies (its top left corner) and where the pointer is.
@@ -188,6 +191,9 @@ public:
         }
         pw_thread_loop_unlock(m_loop);
     }
+
+    // Makes the pictures from the next one on all white, or ordinary again; from any thread.
+    void setFlash(bool on) { m_flash = on; }
 
     // How many DMA-BUFs the producer has handed to PipeWire.
     int dmaBuffers() {
@@ -387,13 +393,15 @@ private:
         const std::uint8_t square[4] = {static_cast<std::uint8_t>(redFirst ? 255 : 255),
                                         static_cast<std::uint8_t>(redFirst ? 0 : 255),
                                         static_cast<std::uint8_t>(redFirst ? 0 : 255), 255};
+        const std::uint8_t white[4] = {255, 255, 255, 255};
         const Point corner = squareOf(number);
+        const bool flash = m_flash;
         for (int y = 0; y < m_options.height; ++y) {
             std::uint8_t* row = pixels + static_cast<std::ptrdiff_t>(y) * stride;
             const bool inRows = y >= corner.y && y < corner.y + 32;
             for (int x = 0; x < m_options.width; ++x) {
                 const bool in = inRows && x >= corner.x && x < corner.x + 32;
-                std::memcpy(row + 4 * x, in ? square : field, 4);
+                std::memcpy(row + 4 * x, flash ? white : in ? square : field, 4);
             }
         }
         data.chunk->offset = 0;
@@ -417,7 +425,7 @@ private:
         }
         pw_stream_queue_buffer(m_stream, buffer);
         std::lock_guard lock(m_lock);
-        m_sent.push_back({number, pts, cursor});
+        m_sent.push_back({number, pts, cursor, flash});
     }
 
     Options m_options;
@@ -433,6 +441,7 @@ private:
     std::optional<std::uint64_t> m_fixedModifier; // the loop's thread only
     int m_next = 0;                               // the loop's thread only
     std::uint64_t m_firstPts = 0;
+    std::atomic<bool> m_flash = false;
     std::mutex m_lock; // guards m_sent
     std::vector<Sent> m_sent;
 };
