@@ -3,6 +3,7 @@
 #include "captions/CaptionTranscriber.h"
 #include "messages/Describe.h"
 
+#include <algorithm>
 #include <system_error>
 
 namespace marlowick {
@@ -86,7 +87,7 @@ std::string aboutPackage(const std::filesystem::path& package, const std::string
 } // namespace
 
 void EditorSession::open() {
-    if (!canOpen()) {
+    if (!canOpen() || !settleUnsavedChanges()) {
         return;
     }
     const std::optional<std::filesystem::path> chosen = m_panels->openPackage();
@@ -100,8 +101,9 @@ void EditorSession::open() {
         setLastError(aboutPackage(*chosen, marlowick::describe(error, PackageAccess::opening)));
         return;
     }
-    setDocument(std::move(read));
+    setDocument(std::move(read), true);
     setPackageUrl(Url::fileUrl(*chosen));
+    updateModified();
     refreshDerivedState();
     setPhase(SessionPhase::editing());
 }
@@ -123,6 +125,126 @@ void EditorSession::save() {
         return;
     }
     setPackageUrl(Url::fileUrl(*chosen));
+    m_history.markSaved();
+    updateModified();
+}
+
+bool EditorSession::settleUnsavedChanges() {
+    if (!m_isModified) {
+        return true;
+    }
+    switch (m_panels->askToSave(m_document->project.name)) {
+    case FilePanels::SaveAnswer::discard:
+        return true;
+    case FilePanels::SaveAnswer::cancel:
+        return false;
+    case FilePanels::SaveAnswer::save:
+        break;
+    }
+    // The save panel asks where, as every save does; a cancelled panel or a failed write leaves the project
+    // unsaved, and the action doesn't go on.
+    save();
+    return !m_isModified;
+}
+
+void EditorSession::editProject(const std::string& name, const std::function<void(Project&)>& change,
+                                const std::string& gesture) {
+    if (!m_document) {
+        return;
+    }
+    Project changed = m_document->project;
+    change(changed);
+    if (changed == m_document->project) {
+        return;
+    }
+    const DocumentState before = currentState();
+    DocumentState after{std::move(changed), m_telemetry};
+    m_history.record({name, gesture, before, after, EditHistory::Clock::now()});
+    applyState(after);
+    emit historyChanged();
+}
+
+void EditorSession::undo() {
+    if (!m_document || m_phase.kind() != SessionPhase::Kind::editing) {
+        return;
+    }
+    if (const EditHistory::Step* step = m_history.undo()) {
+        const DocumentState state = step->before;
+        applyState(state);
+        emit historyChanged();
+    }
+}
+
+void EditorSession::redo() {
+    if (!m_document || m_phase.kind() != SessionPhase::Kind::editing) {
+        return;
+    }
+    if (const EditHistory::Step* step = m_history.redo()) {
+        const DocumentState state = step->after;
+        applyState(state);
+        emit historyChanged();
+    }
+}
+
+EditorSession::OptionalText EditorSession::undoName() const {
+    return m_history.undoName();
+}
+
+EditorSession::OptionalText EditorSession::redoName() const {
+    return m_history.redoName();
+}
+
+DocumentState EditorSession::currentState() const {
+    return {m_document->project, m_telemetry};
+}
+
+void EditorSession::applyState(const DocumentState& state) {
+    const Project before = m_document->project;
+    const bool takeChanged = state.telemetry != m_telemetry || !(state.project.source == before.source);
+    m_document->project = state.project;
+    if (state.telemetry != m_telemetry) {
+        m_telemetry = state.telemetry;
+        m_document->setTelemetry(*m_telemetry);
+    }
+    if (takeChanged) {
+        // The jobs started for the take this replaces land nothing on this one.
+        ++m_documentNumber;
+    }
+    // A selected beat that this state doesn't have is no longer selected.
+    if (m_selectedBeat) {
+        const auto& beats = m_document->project.camera.beats;
+        if (std::none_of(beats.begin(), beats.end(), [&](const ZoomBeat& beat) { return beat.id == *m_selectedBeat; })) {
+            setSelectedBeat(std::nullopt);
+        }
+    }
+    emit documentChanged();
+    rebuildAfter(before, takeChanged);
+    updateModified();
+}
+
+void EditorSession::rebuildAfter(const Project& before, bool takeChanged) {
+    const Project& after = m_document->project;
+    const bool cutsChanged = !(before.effectiveTrim() == after.effectiveTrim());
+    if (takeChanged || cutsChanged || !(before.cursor == after.cursor)) {
+        rebuildCursor();
+    }
+    if (takeChanged || cutsChanged || !(before.audio == after.audio)) {
+        reloadPlayback(true);
+    }
+    if (takeChanged) {
+        probeAudioTracks();
+    }
+    if (takeChanged || cutsChanged) {
+        loadWaveform();
+    }
+}
+
+void EditorSession::updateModified() {
+    const bool modified = m_document && !m_history.isAtSaved();
+    if (m_isModified != modified) {
+        m_isModified = modified;
+        emit isModifiedChanged(modified);
+    }
 }
 
 void EditorSession::setPhase(SessionPhase value) {
@@ -140,22 +262,21 @@ void EditorSession::setPhase(SessionPhase value) {
     }
 }
 
-void EditorSession::setDocument(OptionalDocument value) {
+void EditorSession::setDocument(OptionalDocument value, bool saved) {
     // Documents have no value equality: every write is a change, and the jobs started for the one before
     // land nothing.
     m_document = std::move(value);
     ++m_documentNumber;
+    m_history = EditHistory(saved);
+    m_telemetry.reset();
+    if (m_document) {
+        m_telemetry = std::make_shared<const std::vector<InputEvent>>(m_document->telemetry());
+    }
+    emit historyChanged();
+    updateModified();
     if (!m_document && m_phase.needsDocument()) {
         setPhase(SessionPhase::idle());
     }
-    emit documentChanged();
-}
-
-void EditorSession::editProject(const std::function<void(Project&)>& edit) {
-    if (!m_document) {
-        return;
-    }
-    edit(m_document->project);
     emit documentChanged();
 }
 

@@ -8,6 +8,7 @@
 #include "model/Span.h"
 #include "model/Url.h"
 #include "model/Uuid.h"
+#include "session/EditHistory.h"
 #include "session/FilePanels.h"
 #include "session/PlaybackEngine.h"
 #include "session/ScreenInfo.h"
@@ -102,6 +103,9 @@ private:
     Q_PROPERTY(bool isAnalysingSilence READ isAnalysingSilence NOTIFY isAnalysingSilenceChanged)
     // Audio tracks in the open recording's movie; none until a probe has ended.
     Q_PROPERTY(OptionalCount audioTrackCount READ audioTrackCount NOTIFY audioTrackCountChanged)
+    // The open project has changes no package holds: a take never saved, or edits since the last save
+    // (an undo back to the saved state makes it clean again).
+    Q_PROPERTY(bool isModified READ isModified NOTIFY isModifiedChanged)
 
 public:
     // `screen` may be null: then there is no main screen, and a capture takes the fall-back size.
@@ -133,6 +137,7 @@ public:
     bool capturedWithAudio() const { return m_capturedWithAudio; }
     bool isAnalysingSilence() const { return m_isAnalysingSilence; }
     const OptionalCount& audioTrackCount() const { return m_audioTrackCount; }
+    bool isModified() const { return m_isModified; }
 
     void setLastError(OptionalText value);
     void setCapturesSystemAudio(bool value);
@@ -232,11 +237,30 @@ public:
     // read off the session's thread.
     void replaceRecordingFromFile();
 
-    // Views edit the open project in place through this: it changes the project and signals
-    // documentChanged; nothing without a document. It rebuilds nothing: the caller asks for what its
-    // field needs below.
-    void editProject(const std::function<void(Project&)>& edit);
-    // Derived state, rebuilt after each edit that touches it.
+    // Every change of the open project goes through here, as one named step of its history: `change`
+    // edits a copy of the project, and a copy equal to the project changes nothing. Otherwise the copy
+    // becomes the project, documentChanged signals, and the session rebuilds what the change touched (the
+    // cursor, the preview and its mix, the waveform), so a view only asks for the edit. Steps of one
+    // `gesture` (a slider's moves) made in quick succession are one step. Nothing without a document.
+    void editProject(const std::string& name, const std::function<void(Project&)>& change,
+                     const std::string& gesture = {});
+    void editProject(const std::function<void(Project&)>& change) { editProject("Edit", change); }
+
+    // Undo and redo, while editing: the document goes back to, or forward to, its state around the step,
+    // and everything derived is rebuilt as a fresh open of that state would have it. The names are those
+    // the Edit menu shows; none when there is nothing to undo or redo.
+    void undo();
+    void redo();
+    OptionalText undoName() const;
+    OptionalText redoName() const;
+
+    // Before an action that would drop the open project's unsaved changes: asks whether to save them
+    // first, and saves on Save (through the save panel, as every save). True when
+    // the action may go on: nothing unsaved, saved, or Don't Save; false on Cancel or a cancelled or
+    // failed save.
+    bool settleUnsavedChanges();
+
+    // Derived state; the session rebuilds it itself after each edit that touches it.
     void refreshDerivedState();
     void rebuildCursor();
     // Cancels the preview job before, and starts a new one: after 350 ms without a newer call, it renders
@@ -273,12 +297,24 @@ signals:
     void capturedWithAudioChanged(bool value);
     void isAnalysingSilenceChanged(bool value);
     void audioTrackCountChanged();
+    void isModifiedChanged(bool value);
+    // undoName or redoName may have changed.
+    void historyChanged();
     // canOpen, canRecord or canExport may have changed.
     void commandsChanged();
 
 private:
     void setPhase(SessionPhase value);
-    void setDocument(OptionalDocument value);
+    // A document put in place whole (opened, recorded, closed): its history starts afresh, `saved` saying
+    // whether it is the state of a package.
+    void setDocument(OptionalDocument value, bool saved = false);
+    // The document's state now, for the history.
+    DocumentState currentState() const;
+    // Makes `state` the document's, rebuilding what differs from the state it replaces.
+    void applyState(const DocumentState& state);
+    // Rebuilds what differs between `before` and the document now.
+    void rebuildAfter(const Project& before, bool takeChanged);
+    void updateModified();
     void setPackageUrl(OptionalUrl value);
     void setLastExportUrl(OptionalUrl value);
     void setCursorSampler(OptionalCursor value);
@@ -322,7 +358,7 @@ private:
 
     // Puts `recording` (its telemetry in its events) under the open project, keeping the edit, then
     // rebuilds every derived state and returns to editing. Nothing without a document.
-    void applyRetake(const Recording& recording);
+    void applyRetake(const Recording& recording, const std::string& name);
     QCoro::Task<> runReplacement(std::filesystem::path movie);
 
     QCoro::Task<> runSilenceAnalysis(Project project, std::uint64_t documentNumber);
@@ -389,6 +425,10 @@ private:
     // Rise with each waveform or track probe asked for: only the newest one's result lands.
     std::uint64_t m_waveformRequest = 0;
     std::uint64_t m_trackProbeRequest = 0;
+    // The open document's history, and its telemetry as the history shares it.
+    EditHistory m_history;
+    std::shared_ptr<const std::vector<InputEvent>> m_telemetry;
+    bool m_isModified = false;
     // Shared with the progress callbacks of the exports; cut off from the session when it ends.
     std::shared_ptr<ThreadRelay<EditorSession>> m_exportRelay;
 };

@@ -142,7 +142,7 @@ QCoro::Task<> EditorSession::runCaptureStop() {
     }
     if (m_isRetaking) {
         m_isRetaking = false;
-        applyRetake(*outcome.value);
+        applyRetake(*outcome.value, "Retake");
         co_return;
     }
     setDocument(documentForNewRecording(*outcome.value, newProjectName));

@@ -85,24 +85,35 @@ FilePanels::FileType fileTypeOf(ExportPreset::Container container) {
     return {"MPEG-4 movie", "mp4"};
 }
 
+// The camera the director makes in `style` from the take's telemetry, keeping the beats a person edited.
+CameraTrack regenerated(const Project& project, const std::vector<InputEvent>& telemetry,
+                        CameraTrack::Style style) {
+    Recording recording = project.source;
+    recording.inputEvents = telemetry;
+    ZoomDirector director;
+    director.style = style;
+    CameraTrack camera = director.regenerate(project.camera, recording);
+    camera.style = style;
+    return camera;
+}
+
 } // namespace
 
 // Zoom.
 
 void EditorSession::setZoomStyle(CameraTrack::Style style) {
-    editProject([&](Project& project) {
-        Recording recording = project.source;
-        recording.inputEvents = m_document->telemetry();
-        ZoomDirector director;
-        director.style = style;
-        project.camera = director.regenerate(project.camera, recording);
-        project.camera.style = style;
-    });
+    if (m_document) {
+        editProject("Zoom Style", [&](Project& project) {
+            project.camera = regenerated(project, m_document->telemetry(), style);
+        });
+    }
 }
 
 void EditorSession::regenerateZoom() {
     if (m_document) {
-        setZoomStyle(m_document->project.camera.style);
+        editProject("Regenerate Zooms", [&](Project& project) {
+            project.camera = regenerated(project, m_document->telemetry(), project.camera.style);
+        });
     }
 }
 
@@ -110,7 +121,7 @@ void EditorSession::deleteBeat(Uuid id) {
     if (!m_document) {
         return;
     }
-    editProject([&](Project& project) { project.camera.remove(id); });
+    editProject("Delete Zoom", [&](Project& project) { project.camera.remove(id); });
     if (m_selectedBeat == id) {
         setSelectedBeat(std::nullopt);
     }
@@ -132,7 +143,7 @@ void EditorSession::addBeat(double time) {
     // The beat's constructor raises the start to 0 and the end to the shortest beat after it.
     const ZoomBeat beat(Uuid::random(), time, wantedEnd, center, newBeatScale, newBeatRamp, newBeatRamp,
                         Easing::easeInOut, false);
-    editProject([&](Project& project) { project.camera.beats.push_back(beat); });
+    editProject("Add Zoom", [&](Project& project) { project.camera.beats.push_back(beat); });
     setSelectedBeat(beat.id);
 }
 
@@ -148,11 +159,8 @@ void EditorSession::cutSelection() {
     if (!(to - from > shortestManualCut)) {
         return;
     }
-    editProject([&](Project& project) { project.manualCuts.push_back(Span(Range{from, to})); });
+    editProject("Cut", [&](Project& project) { project.manualCuts.push_back(Span(Range{from, to})); });
     clearSelection();
-    rebuildCursor();
-    reloadPlayback(true);
-    loadWaveform();
 }
 
 void EditorSession::clearSelection() {
@@ -178,22 +186,16 @@ void EditorSession::restoreCut(Uuid id) {
     if (std::none_of(cuts.begin(), cuts.end(), [&](const Span& cut) { return cut.id == id; })) {
         return;
     }
-    editProject([&](Project& project) {
+    editProject("Restore Cut", [&](Project& project) {
         std::erase_if(project.manualCuts, [&](const Span& cut) { return cut.id == id; });
     });
-    rebuildCursor();
-    reloadPlayback(true);
-    loadWaveform();
 }
 
 void EditorSession::restoreAllCuts() {
     if (!m_document || m_document->project.manualCuts.empty()) {
         return;
     }
-    editProject([](Project& project) { project.manualCuts.clear(); });
-    rebuildCursor();
-    reloadPlayback(true);
-    loadWaveform();
+    editProject("Restore All Cuts", [](Project& project) { project.manualCuts.clear(); });
 }
 
 // Music.
@@ -202,8 +204,7 @@ void EditorSession::setMusic(std::optional<MusicBed> bed) {
     if (!m_document) {
         return;
     }
-    editProject([&](Project& project) { project.audio.music = std::move(bed); });
-    reloadPlayback(true);
+    editProject(bed ? "Music" : "Remove Music", [&](Project& project) { project.audio.music = std::move(bed); });
 }
 
 void EditorSession::chooseMusic() {
@@ -224,10 +225,7 @@ void EditorSession::setSilence(SilenceTrim trim) {
         return;
     }
     const bool wasEnabled = m_document->project.audio.silence.isEnabled;
-    editProject([&](Project& project) { project.audio.silence = trim; });
-    rebuildCursor();
-    reloadPlayback(true);
-    loadWaveform();
+    editProject("Trim Silence", [&](Project& project) { project.audio.silence = trim; }, "silence");
     // The first switching-on runs the analysis by itself; after that it runs on request.
     if (trim.isEnabled && !wasEnabled && !m_document->project.trim) {
         analyseSilence();
@@ -268,10 +266,7 @@ QCoro::Task<> EditorSession::runSilenceAnalysis(Project project, std::uint64_t d
         if (found) {
             trim = outcome.value;
         }
-        editProject([&](Project& current) { current.trim = trim; });
-        rebuildCursor();
-        reloadPlayback(true);
-        loadWaveform();
+        editProject("Silence Analysis", [&](Project& current) { current.trim = trim; });
         if (!found) {
             setLastError("No silence long enough to cut. Try a shorter minimum or a higher threshold.");
         }
@@ -321,7 +316,7 @@ QCoro::Task<> EditorSession::runTranscription(Project project, Locale locale, st
     } else if (m_document) {
         const std::vector<CaptionTrack::Cue> cues =
             CaptionTrack::cuesFromWords(*outcome.value, cueMaximumWords, cuePauseBreak);
-        editProject([&](Project& current) {
+        editProject("Transcribe Captions", [&](Project& current) {
             CaptionTrack track;
             track.cues = cues;
             track.isEnabled = true;
@@ -337,7 +332,7 @@ QCoro::Task<> EditorSession::runTranscription(Project project, Locale locale, st
 // Retake.
 
 void EditorSession::replaceRecordingFromFile() {
-    if (!m_document || !canExport()) {
+    if (!m_document || !canExport() || !settleUnsavedChanges()) {
         return;
     }
     const std::optional<fs::path> chosen = m_panels->chooseFile(FilePanels::FileKind::movie);
@@ -370,21 +365,24 @@ QCoro::Task<> EditorSession::runReplacement(fs::path movie) {
     recording.size = {static_cast<double>(info.width), static_cast<double>(info.height)};
     recording.frameRate = info.frameRate > 0 ? info.frameRate : replacementFallbackRate;
     recording.duration = info.duration;
-    applyRetake(recording);
+    applyRetake(recording, "Replace Recording");
 }
 
-void EditorSession::applyRetake(const Recording& recording) {
+void EditorSession::applyRetake(const Recording& recording, const std::string& name) {
     if (!m_document) {
         return;
     }
     RetakeSwap::Result result = RetakeSwap{}.apply(recording, *m_document);
-    setDocument(std::move(result.document));
-    setRetakeReport(result.report);
+    // One step of the history, the take and its telemetry with it, so that an undo brings the old take
+    // back under the edit.
+    const DocumentState before = currentState();
+    const DocumentState after{std::move(result.document.project),
+                              std::make_shared<const std::vector<InputEvent>>(result.document.telemetry())};
+    m_history.record({name, {}, before, after, EditHistory::Clock::now()});
     setSelectedBeat(std::nullopt);
-    rebuildCursor();
-    reloadPlayback(true);
-    probeAudioTracks();
-    loadWaveform();
+    applyState(after);
+    emit historyChanged();
+    setRetakeReport(result.report);
     setPhase(SessionPhase::editing());
 }
 

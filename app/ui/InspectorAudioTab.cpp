@@ -42,8 +42,7 @@ InspectorSlider* InspectorAudioTab::addMixSlider(QBoxLayout* rows, const QString
             AudioSettings audio = p.audio;
             audio.*field = v;
             p.audio = audio;
-        },
-        [this] { m_session.reloadPlayback(true); });
+        });
 }
 
 QCheckBox* InspectorAudioTab::addMixToggle(QBoxLayout* rows, const QString& label, bool AudioSettings::*field,
@@ -55,21 +54,23 @@ QCheckBox* InspectorAudioTab::addMixToggle(QBoxLayout* rows, const QString& labe
             audio.*field = on;
             p.audio = audio;
         },
-        [this] { m_session.reloadPlayback(true); }, help);
+        help);
 }
 
 InspectorSlider* InspectorAudioTab::addMusicSlider(QBoxLayout* rows, const QString& label, double low,
                                                    double high, double MusicBed::*field) {
     auto* slider = new InspectorSlider(label, low, high, rows->parentWidget());
     rows->addWidget(slider);
-    connect(slider, &InspectorSlider::moved, this, [this, field](double value) {
-        const auto& document = m_session.document();
-        if (filling() || !document || !document->project.audio.music) {
-            return;
-        }
-        MusicBed bed = *document->project.audio.music;
-        bed.*field = value;
-        m_session.setMusic(bed);
+    const QString gesture = QString("slider@%1").arg(reinterpret_cast<quintptr>(slider));
+    connect(slider, &InspectorSlider::moved, this, [this, field, label, gesture](double value) {
+        edit(
+            label,
+            [&](Project& project) {
+                if (project.audio.music) {
+                    (*project.audio.music).*field = value;
+                }
+            },
+            gesture);
     });
     follow([this, slider, field] {
         const auto& document = m_session.document();

@@ -66,7 +66,7 @@ InspectorCaptionSection::InspectorCaptionSection(InspectorPage& page, EditorSess
     }
     connect(position, &QComboBox::activated, this, [this, position] {
         const auto value = static_cast<CaptionStyle::Position>(position->currentData().toInt());
-        m_page.edit([value](Project& p) {
+        m_page.edit(tr("Caption Position"), [value](Project& p) {
             if (p.captions) {
                 p.captions->style.position = value;
             }
@@ -83,7 +83,7 @@ InspectorCaptionSection::InspectorCaptionSection(InspectorPage& page, EditorSess
     QLabel* lines = m_page.addText(trackRows, {}, true);
     QPushButton* remove = m_page.addButton(trackRows, tr("Remove"), {}, true);
     connect(remove, &QPushButton::clicked, this,
-            [this] { m_page.edit([](Project& p) { p.captions.reset(); }); });
+            [this] { m_page.edit(tr("Remove Captions"), [](Project& p) { p.captions.reset(); }); });
 
     m_page.follow([this, transcribing, start, language, generate, withTrack, position, lines] {
         const auto& document = m_session.document();

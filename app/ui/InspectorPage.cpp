@@ -101,23 +101,23 @@ void InspectorPage::follow(std::function<void()> fill) {
     m_fills.push_back(std::move(fill));
 }
 
-void InspectorPage::edit(const std::function<void(Project&)>& change, const After& after) {
+void InspectorPage::edit(const QString& name, const std::function<void(Project&)>& change,
+                         const QString& gesture) {
     if (m_filling) {
         return;
     }
-    m_session.editProject(change);
-    if (after) {
-        after();
-    }
+    m_session.editProject(name.toStdString(), change, gesture.toStdString());
 }
 
 InspectorSlider* InspectorPage::addSlider(QBoxLayout* rows, const QString& label, double low, double high,
-                                          Read read, Write write, After after, const QString& help) {
+                                          Read read, Write write, const QString& help) {
     auto* slider = new InspectorSlider(label, low, high, rows->parentWidget());
     slider->setToolTip(help);
     rows->addWidget(slider);
-    connect(slider, &InspectorSlider::moved, this, [this, write, after](double value) {
-        edit([&](Project& project) { write(project, value); }, after);
+    // The slider itself names the gesture: its moves in quick succession are one step.
+    const QString gesture = QString("slider@%1").arg(reinterpret_cast<quintptr>(slider));
+    connect(slider, &InspectorSlider::moved, this, [this, write, label, gesture](double value) {
+        edit(label, [&](Project& project) { write(project, value); }, gesture);
     });
     follow([this, slider, read] {
         if (const auto& document = m_session.document()) {
@@ -128,12 +128,12 @@ InspectorSlider* InspectorPage::addSlider(QBoxLayout* rows, const QString& label
 }
 
 QCheckBox* InspectorPage::addToggle(QBoxLayout* rows, const QString& label, ReadFlag read, WriteFlag write,
-                                    After after, const QString& help) {
+                                    const QString& help) {
     auto* toggle = new QCheckBox(label, rows->parentWidget());
     toggle->setToolTip(help);
     rows->addWidget(toggle);
     connect(toggle, &QCheckBox::toggled, this,
-            [this, write, after](bool on) { edit([&](Project& project) { write(project, on); }, after); });
+            [this, write, label](bool on) { edit(label, [&](Project& project) { write(project, on); }); });
     follow([this, toggle, read] {
         if (const auto& document = m_session.document()) {
             const QSignalBlocker quiet(toggle);

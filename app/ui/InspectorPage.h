@@ -24,9 +24,9 @@ class EditorSession;
 class InspectorSlider;
 
 // What a tab of the inspector is built from: labelled sections stacked in a scroll area, and controls
-// bound to one field of the open project each. A bound control writes its field with one edit of the
-// session's document, then runs what the field needs rebuilt; it follows the document through `refresh`,
-// which fills every control without any of them writing back.
+// bound to one field of the open project each. A bound control asks the session for one named edit of its
+// field (a slider's moves in one gesture are one step of the history); the session decides what to rebuild.
+// It follows the document through `refresh`, which fills every control without any of them writing back.
 //
 // Thread: the main thread only. The session is not owned and outlives the page.
 class InspectorPage : public QWidget {
@@ -45,7 +45,6 @@ public:
     using Write = std::function<void(Project&, double)>;
     using ReadFlag = std::function<bool(const Project&)>;
     using WriteFlag = std::function<void(Project&, bool)>;
-    using After = std::function<void()>;
 
     // A new section at the foot of the page, titled, with its rows in a column.
     QVBoxLayout* addSection(const QString& title);
@@ -57,14 +56,15 @@ public:
     void follow(std::function<void()> fill);
     // Whether a refresh is under way: a control hearing its own filling doesn't write.
     bool filling() const { return m_filling; }
-    // One edit of the document, then `after` (the rebuild the field needs), unless a refresh is filling.
-    void edit(const std::function<void(Project&)>& change, const After& after = {});
+    // One edit of the document named `name`, unless a refresh is filling; edits of the same `gesture` in
+    // quick succession are one step.
+    void edit(const QString& name, const std::function<void(Project&)>& change, const QString& gesture = {});
 
-    // A slider over [low, high] bound to a field through `read` and `write`.
+    // A slider over [low, high] bound to a field through `read` and `write`; a drag is one edit.
     InspectorSlider* addSlider(QBoxLayout* rows, const QString& label, double low, double high, Read read,
-                               Write write, After after = {}, const QString& help = {});
+                               Write write, const QString& help = {});
     QCheckBox* addToggle(QBoxLayout* rows, const QString& label, ReadFlag read, WriteFlag write,
-                         After after = {}, const QString& help = {});
+                         const QString& help = {});
     // A picker with its label on the left; its entries are added by the caller.
     QComboBox* addPicker(QBoxLayout* rows, const QString& label, const QString& help = {});
     // A line of text that wraps; `caption` sets it smaller, in the secondary colour.

@@ -97,7 +97,7 @@ void InspectorScreenTab::buildFormat() {
     }
     connect(shape, &QComboBox::activated, this, [this, shape] {
         const auto ratio = static_cast<AspectRatio>(shape->currentData().toInt());
-        edit([&](Project& project) { project.canvas.ratio = ratio; });
+        edit(tr("Aspect Ratio"), [&](Project& project) { project.canvas.ratio = ratio; });
     });
     QComboBox* framing = addPicker(rows, tr("Framing"));
     for (const auto& [mode, name] : EnumNames<ContentMode>::names) {
@@ -106,7 +106,7 @@ void InspectorScreenTab::buildFormat() {
     }
     connect(framing, &QComboBox::activated, this, [this, framing] {
         const auto mode = static_cast<ContentMode>(framing->currentData().toInt());
-        edit([&](Project& project) { project.canvas.contentMode = mode; });
+        edit(tr("Framing"), [&](Project& project) { project.canvas.contentMode = mode; });
     });
     QLabel* summaryText = addText(rows, {}, true);
 
@@ -128,7 +128,7 @@ void InspectorScreenTab::buildFormat() {
     anchorLine->addWidget(anchorText, 1);
     anchorLine->addWidget(centre);
     connect(centre, &QPushButton::clicked, this, [this] {
-        edit([](Project& project) { project.canvas.contentAnchor = {0.5, 0.5}; });
+        edit(tr("Center Framing"), [](Project& project) { project.canvas.contentAnchor = {0.5, 0.5}; });
     });
     addText(fillRows, tr("Where the frame sits when the camera is idle. Zooms take over."), true);
     addText(rows, tr("The preview is composed at this shape. Exports below match it."), true);
@@ -295,7 +295,7 @@ void InspectorScreenTab::buildDevice() {
         frame->addItem(QString::fromStdString(device.name));
     }
     connect(frame, &QComboBox::activated, this, [this](int index) {
-        edit([index](Project& project) {
+        edit(tr("Device Frame"), [index](Project& project) {
             if (index <= 0) {
                 project.canvas.deviceFrame.reset();
             } else {
@@ -346,7 +346,7 @@ void InspectorScreenTab::buildPerspective() {
     reset->setAutoDefault(false);
     line->addWidget(degrees, 1);
     line->addWidget(reset);
-    connect(reset, &QPushButton::clicked, this, [this] { edit([](Project& p) { p.canvas.tilt = {0, 0}; }); });
+    connect(reset, &QPushButton::clicked, this, [this] { edit(tr("Reset Tilt"), [](Project& p) { p.canvas.tilt = {0, 0}; }); });
     follow([this, degrees, reset] {
         const auto& document = m_session.document();
         if (!document) {
@@ -360,13 +360,12 @@ void InspectorScreenTab::buildPerspective() {
 
 void InspectorScreenTab::buildCursor() {
     QVBoxLayout* rows = addSection(tr("Cursor"));
-    const After rebuild = [this] { m_session.rebuildCursor(); };
     addSlider(
         rows, tr("Smoothing"), 0, 1, [](const Project& p) { return p.cursor.smoothing; },
-        [](Project& p, double v) { p.cursor.smoothing = v; }, rebuild);
+        [](Project& p, double v) { p.cursor.smoothing = v; });
     addSlider(
         rows, tr("Size"), 0.5, 2.5, [](const Project& p) { return p.cursor.scale; },
-        [](Project& p, double v) { p.cursor.scale = v; }, rebuild);
+        [](Project& p, double v) { p.cursor.scale = v; });
 }
 
 void InspectorScreenTab::buildBackground() {
@@ -396,7 +395,7 @@ void InspectorScreenTab::buildBackground() {
         ++index;
         swatches.emplace_back(cell, swatch.background);
         connect(cell, &QToolButton::clicked, this, [this, background = swatch.background] {
-            edit([&](Project& project) { project.canvas.background = background; });
+            edit(tr("Background"), [&](Project& project) { project.canvas.background = background; });
         });
     }
     cells->setColumnStretch(swatchColumns, 1);
@@ -436,7 +435,7 @@ void InspectorScreenTab::chooseCustomColour() {
     connect(m_colourDialog, &QColorDialog::colorSelected, this, [this](const QColor& colour) {
         m_customBackground = colour;
         const std::string hex = colour.name(QColor::HexRgb).toUpper().toStdString();
-        edit([&](Project& project) { project.canvas.background = Background::solid(hex); });
+        edit(tr("Background"), [&](Project& project) { project.canvas.background = Background::solid(hex); });
     });
     connect(m_colourDialog, &QObject::destroyed, this, [this] { m_colourDialog = nullptr; });
     m_colourDialog->open();

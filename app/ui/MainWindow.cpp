@@ -13,6 +13,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QCloseEvent>
 #include <QIcon>
 #include <QMenu>
 #include <QMenuBar>
@@ -95,6 +96,15 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
             [&session] { session.setSelectionEnd(session.playback()->currentTime()); });
     connect(removeSelection, &QAction::triggered, &session, &EditorSession::cutSelection);
     QMenu* edit = menuBar()->addMenu(tr("&Edit"));
+    m_undo = new QAction(QIcon::fromTheme("edit-undo"), tr("Undo"), this);
+    m_undo->setShortcut(QKeySequence::Undo);
+    connect(m_undo, &QAction::triggered, &session, &EditorSession::undo);
+    m_redo = new QAction(QIcon::fromTheme("edit-redo"), tr("Redo"), this);
+    m_redo->setShortcuts({QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z), QKeySequence(Qt::CTRL | Qt::Key_Y)});
+    connect(m_redo, &QAction::triggered, &session, &EditorSession::redo);
+    edit->addAction(m_undo);
+    edit->addAction(m_redo);
+    edit->addSeparator();
     edit->addAction(m_cutIn);
     edit->addAction(m_cutOut);
     edit->addAction(removeSelection);
@@ -112,9 +122,13 @@ MainWindow::MainWindow(EditorSession& session, QWidget* parent)
     connect(&session, &EditorSession::phaseChanged, this, &MainWindow::followPhase);
     connect(&session, &EditorSession::commandsChanged, this, &MainWindow::followCommands);
     connect(&session, &EditorSession::documentChanged, this, &MainWindow::fillExportMenu);
+    connect(&session, &EditorSession::documentChanged, this, &MainWindow::followTitle);
+    connect(&session, &EditorSession::isModifiedChanged, this, &MainWindow::followTitle);
+    connect(&session, &EditorSession::historyChanged, this, &MainWindow::followCommands);
     connect(session.playback(), &PlaybackEngine::isPlayingChanged, this, &MainWindow::followPlaying);
     followPhase();
     fillExportMenu();
+    followTitle();
     resize(1180, 760);
 }
 
@@ -250,10 +264,34 @@ void MainWindow::followCommands() {
     m_startRecording->setVisible(!recording);
     m_startRecording->setEnabled(m_session.canRecord());
     m_stopRecording->setVisible(recording);
+    // The history's names on its two commands, which are there only while editing.
+    const auto name = [](const QString& verb, const std::optional<std::string>& step) {
+        return step ? QString("%1 “%2”").arg(verb, QString::fromStdString(*step)) : verb;
+    };
+    m_undo->setText(name(tr("Undo"), m_session.undoName()));
+    m_undo->setEnabled(editing && m_session.undoName().has_value());
+    m_redo->setText(name(tr("Redo"), m_session.redoName()));
+    m_redo->setEnabled(editing && m_session.redoName().has_value());
+}
+
+void MainWindow::followTitle() {
+    const auto& document = m_session.document();
+    setWindowTitle(document ? QString::fromStdString(document->project.name) + "[*] — Marlowick" : "Marlowick");
+    setWindowModified(m_session.isModified());
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    // Unsaved work is never dropped without asking; Cancel keeps the window open.
+    if (m_session.phase().kind() == SessionPhase::Kind::editing && !m_session.settleUnsavedChanges()) {
+        event->ignore();
+        return;
+    }
+    QMainWindow::closeEvent(event);
 }
 
 void MainWindow::startTake(bool retake) {
-    if (!m_session.canRecord()) {
+    // A new take replaces the open project, and a retake its take: unsaved work is saved or let go first.
+    if (!m_session.canRecord() || !m_session.settleUnsavedChanges()) {
         return;
     }
     // The window leaves the screen first, so that the take's first frames don't show it; it comes back at

@@ -41,6 +41,12 @@ public:
     QAction* startRecordingAction() const { return m_startRecording; }
     QAction* stopRecordingAction() const { return m_stopRecording; }
     QAction* openAction() const { return m_open; }
+    QAction* undoAction() const { return m_undo; }
+    QAction* redoAction() const { return m_redo; }
+
+protected:
+    // Asks before closing over unsaved changes.
+    void closeEvent(QCloseEvent* event) override;
 
 signals:
     // The "Permissions…" command: the application opens the onboarding sheet.
@@ -53,6 +59,8 @@ private:
     // Enables the commands the session allows now; the stop keeps its own state, since one stop is taken
     // per take.
     void followCommands();
+    // The title: the project's name and "Marlowick", marked while there are unsaved changes.
+    void followTitle();
     // Starts a take, or a retake of the open project, once the window is out of the picture.
     void startTake(bool retake);
     void followPlaying(bool playing);
@@ -67,6 +75,8 @@ private:
     QAction* m_open = nullptr;
     QAction* m_cutIn = nullptr;
     QAction* m_cutOut = nullptr;
+    QAction* m_undo = nullptr;
+    QAction* m_redo = nullptr;
     QAction* m_save = nullptr;
     QToolButton* m_export = nullptr;
     Banners* m_banners = nullptr;

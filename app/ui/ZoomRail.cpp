@@ -97,8 +97,8 @@ void ZoomRail::follow(EditorSession& session) {
     connect(this, &ZoomRail::selectionChanged, &session, &EditorSession::setSelectedBeat);
     connect(this, &ZoomRail::deleteRequested, &session, &EditorSession::deleteBeat);
     connect(this, &ZoomRail::beatEdited, &session, [&session](const ZoomBeat& beat) {
-        session.editProject(
-            [&](Project& project) { project.camera.update(ZoomClock(project).stored(beat)); });
+        session.editProject("Move Zoom",
+                            [&](Project& project) { project.camera.update(ZoomClock(project).stored(beat)); });
     });
     connect(this, &ZoomRail::addRequested, &session, [&session](double time) {
         if (const auto& document = session.document()) {

@@ -195,8 +195,10 @@ void ZoomRow::mousePressEvent(QMouseEvent* event) {
 void ZoomRow::write(const std::function<void(ZoomBeat&)>& change) {
     ZoomBeat edited = m_beat;
     change(edited);
+    // A field's steps (a spin box held down) are one step of the history.
     m_session.editProject(
-        [&](Project& project) { project.camera.update(ZoomClock(project).stored(edited)); });
+        "Edit Zoom", [&](Project& project) { project.camera.update(ZoomClock(project).stored(edited)); },
+        "zoom-row:" + edited.id.toString());
 }
 
 } // namespace marlowick

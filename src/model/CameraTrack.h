@@ -57,6 +57,8 @@ struct CameraTrack {
     void update(const ZoomBeat& beat);
     // Removes every beat with the id. Taken by value: callers often pass the id of a beat in the list.
     void remove(Uuid id);
+
+    friend bool operator==(const CameraTrack&, const CameraTrack&) = default;
 };
 
 std::string_view displayName(CameraTrack::Style style);

@@ -28,25 +28,32 @@ std::string_view summary(ContentMode mode);
 
 // What lies behind the recording. Colours are "#RRGGBB" strings with straight alpha.
 struct Background {
-    struct Transparent {};
+    struct Transparent {
+        friend bool operator==(const Transparent&, const Transparent&) = default;
+    };
     struct Solid {
         std::string hex;
+        friend bool operator==(const Solid&, const Solid&) = default;
     };
     struct LinearGradient {
         std::string from;
         std::string to;
         double angle = 0; // degrees
+        friend bool operator==(const LinearGradient&, const LinearGradient&) = default;
     };
     struct MeshGradient {
         std::vector<std::string> stops;
+        friend bool operator==(const MeshGradient&, const MeshGradient&) = default;
     };
     // Stored; drawn as the fallback colour until pictures are drawn.
     struct Image {
         Url url;
+        friend bool operator==(const Image&, const Image&) = default;
     };
     // Stored; drawn as the fallback colour until the blur is drawn.
     struct BlurredSource {
         double radius = 0;
+        friend bool operator==(const BlurredSource&, const BlurredSource&) = default;
     };
 
     std::variant<Transparent, Solid, LinearGradient, MeshGradient, Image, BlurredSource> value;
@@ -58,18 +65,21 @@ struct Background {
     }
 
     bool isTransparent() const { return std::holds_alternative<Transparent>(value); }
+    friend bool operator==(const Background&, const Background&) = default;
 };
 
 struct Shadow {
     double radius = 48; // pixels
     double opacity = 0.45;
     Point offset{0, 24}; // canvas pixels
+    friend bool operator==(const Shadow&, const Shadow&) = default;
 };
 
 // Perspective tilt in degrees; (0, 0) is none.
 struct Tilt {
     double x = 0;
     double y = 0;
+    friend bool operator==(const Tilt&, const Tilt&) = default;
 };
 
 // The frame around the recording. A default-made canvas holds the values a project without any
@@ -86,6 +96,7 @@ struct Canvas {
     Point contentAnchor{0.5, 0.5}; // in `fill`, the point of the recording the crop rests on
 
     static Canvas freshRecording();
+    friend bool operator==(const Canvas&, const Canvas&) = default;
 };
 
 // A named background offered by the picker.

@@ -66,6 +66,8 @@ struct CaptionTrack {
     // in ".", "?" or "!", or reaching `maximumWords`, closes one.
     static std::vector<Cue> cuesFromWords(const std::vector<Word>& words, std::size_t maximumWords,
                                           double pauseBreak);
+
+    friend bool operator==(const CaptionTrack&, const CaptionTrack&) = default;
 };
 
 template <> struct EnumNames<CaptionStyle::Position> {

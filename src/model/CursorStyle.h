@@ -14,6 +14,8 @@ struct CursorStyle {
     bool clickRipple = true;
     // Seconds of rest after which the cursor fades out; none means it never hides.
     std::optional<double> hideWhenIdle = 3.0;
+
+    friend bool operator==(const CursorStyle&, const CursorStyle&) = default;
 };
 
 // The cursor's state for one output frame; never stored. Positions are fractions of the frame.

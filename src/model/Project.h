@@ -42,6 +42,8 @@ struct Project {
     // When the clicks of `telemetry` (in source time) fall on the finished video: the `down` events that
     // survive the cuts, moved through them, in output seconds. The mix plays its click sounds there.
     std::vector<double> clickTimes(const std::vector<InputEvent>& telemetry) const;
+
+    friend bool operator==(const Project&, const Project&) = default;
 };
 
 struct Project::Trimmed {

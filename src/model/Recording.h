@@ -19,6 +19,8 @@ struct Recording {
     // system audio true, which is what recordings made before the flags existed had.
     bool capturedMicrophone = false;
     bool capturedSystemAudio = false;
+
+    friend bool operator==(const Recording&, const Recording&) = default;
 };
 
 } // namespace marlowick
