@@ -4,6 +4,7 @@
 
 #include "session/EditorSession.h"
 #include "captions/CaptionTranscriber.h"
+#include "capture/MonitorLayout.h"
 #include "capture/X11ScreenCapturer.h"
 #include "support/FakeUser.h"
 #include "support/Prerequisites.h"
@@ -214,7 +215,7 @@ protected:
         m_session = std::make_unique<EditorSession>(
             std::move(panels), [opened = m_opened] { return std::make_unique<RecordingPlayer>(opened); },
             [options] { return std::make_unique<X11ScreenCapturer>(options); },
-            std::make_unique<FixedScreen>(X11ScreenCapturer::screenSize(display.name()), 1.0));
+            std::make_unique<FixedScreen>(MonitorLayout::read(display.name()).choose("").size(), 1.0));
     }
 
     // Opens the sample package and waits until the first preview has reached the player and the probe
@@ -224,8 +225,9 @@ protected:
         m_session->open();
         // The derived state is all there once the player plays the processed mix.
         ASSERT_TRUE(waitFor([&] {
-            return !m_opened->items.empty() && m_session->audioTrackCount() && !m_session->waveform().empty() &&
-                   m_session->audioPreviewUrl() && !m_opened->items.back().composition.audio.empty() &&
+            return !m_opened->items.empty() && m_session->audioTrackCount() &&
+                   !m_session->waveform().empty() && m_session->audioPreviewUrl() &&
+                   !m_opened->items.back().composition.audio.empty() &&
                    m_opened->items.back().composition.audio[0].file == m_session->audioPreviewUrl()->path();
         }));
     }
