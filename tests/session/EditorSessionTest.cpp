@@ -1,6 +1,6 @@
 // The session driven as the window drives it, over real packages and movies and a fake player: opening and
 // saving, the derived state after each edit, the debounced preview mix, silence analysis, retakes, export,
-// and recordings on a private X display and sound server.
+// and recordings on a private X display and sound server, one of them of a monitor picked out of two.
 
 #include "session/EditorSession.h"
 #include "captions/CaptionTranscriber.h"
@@ -92,18 +92,15 @@ private:
     }
 };
 
-// A screen of a fixed size and scale; none of either stands for a session without a main screen.
-class FixedScreen : public ScreenInfo {
+// The monitors of an X display as the window would list them.
+class DisplayMonitors : public ScreenInfo {
 public:
-    FixedScreen(std::optional<Size> size, std::optional<double> scale)
-        : m_size(size)
-        , m_scale(scale) {}
-    std::optional<Size> primaryScreenSize() const override { return m_size; }
-    std::optional<double> primaryScreenScale() const override { return m_scale; }
+    explicit DisplayMonitors(std::string display)
+        : m_display(std::move(display)) {}
+    std::vector<ScreenMonitor> monitors() const override { return MonitorLayout::read(m_display).monitors(); }
 
 private:
-    std::optional<Size> m_size;
-    std::optional<double> m_scale;
+    std::string m_display;
 };
 
 // Notes each configuration it is started with, and fails a start or a stop when told; a stop yields a
@@ -203,19 +200,19 @@ protected:
             [script = m_capture] { return std::make_unique<ScriptedCapturer>(script); }, nullptr);
     }
 
-    // Replaces the session with one that records `display` and `sound` through the X11 capturer, its main
-    // screen the display's own.
-    void recordFrom(const VirtualDisplay& display, const SoundServer& sound) {
+    // Replaces the session with one that records `display` and `sound` through the X11 capturer, offering
+    // the display's monitors.
+    void recordFrom(const std::string& display, const std::string& soundServer) {
         m_session.reset();
         auto panels = std::make_unique<FakePanels>();
         m_panels = panels.get();
         X11ScreenCapturer::Options options;
-        options.display = display.name();
-        options.soundServer = sound.server();
+        options.display = display;
+        options.soundServer = soundServer;
         m_session = std::make_unique<EditorSession>(
             std::move(panels), [opened = m_opened] { return std::make_unique<RecordingPlayer>(opened); },
             [options] { return std::make_unique<X11ScreenCapturer>(options); },
-            std::make_unique<FixedScreen>(MonitorLayout::read(display.name()).choose("").size(), 1.0));
+            std::make_unique<DisplayMonitors>(display));
     }
 
     // Opens the sample package and waits until the first preview has reached the player and the probe
@@ -570,7 +567,7 @@ TEST_F(EditorSessionTest, ARecordingOnAPrivateDisplayOpensWithZoomsAndARetakeKee
     const VirtualDisplay display;
     const SoundServer sound;
     MARLOWICK_REQUIRE(xvfb(display), pulseAudio(sound));
-    recordFrom(display, sound);
+    recordFrom(display.name(), sound.server());
     FakeUser user(display.name());
     // Two bursts of clicks 1.7 s apart, longer than the director's cluster gap, each a cluster the director
     // zooms into.
@@ -647,15 +644,18 @@ TEST_F(EditorSessionTest, ARecordingOnAPrivateDisplayOpensWithZoomsAndARetakeKee
     fs::remove(m_session->document()->project.source.mediaURL.path(), ignored);
 }
 
-TEST_F(EditorSessionTest, ACaptureIsSizedFromTheScreenAndAFailureKeepsThePendingRetake) {
-    // No main screen: 1920 by 1080 at twice the pixels, with the sound asked for as chosen.
+TEST_F(EditorSessionTest, ACaptureIsOfTheChosenMonitorAtItsOwnSizeAndAFailureKeepsThePendingRetake) {
+    // No monitors to choose from: the primary one, at the size the capture finds, with the sound asked for
+    // as chosen.
+    EXPECT_TRUE(m_session->monitors().empty());
     m_session->setCapturesSystemAudio(false);
     m_session->setCapturesMicrophone(true);
     m_session->startRecording();
     ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::recording(); }));
     ASSERT_EQ(m_capture->started.size(), 1u);
     const CaptureConfiguration asked = m_capture->started[0];
-    EXPECT_EQ(asked.size, (Size{3840, 2160}));
+    EXPECT_EQ(asked.size, Size{});
+    EXPECT_EQ(asked.monitor, "");
     EXPECT_EQ(asked.frameRate, 60);
     EXPECT_FALSE(asked.capturesAudio);
     EXPECT_TRUE(asked.capturesMicrophone);
@@ -678,13 +678,18 @@ TEST_F(EditorSessionTest, ACaptureIsSizedFromTheScreenAndAFailureKeepsThePending
     EXPECT_EQ(m_session->lastError(), EditorSession::describe(*m_capture->failStop));
     EXPECT_FALSE(m_session->document());
 
-    // Neither source asked for: a capture without sound.
+    // Neither source asked for: a capture without sound, of the monitor picked.
     m_capture->failStart.reset();
     m_capture->failStop.reset();
     m_session->setCapturesMicrophone(false);
+    QSignalSpy picks(m_session.get(), &EditorSession::recordedMonitorChanged);
+    m_session->setRecordedMonitor("HDMI-1");
+    m_session->setRecordedMonitor("HDMI-1");
+    EXPECT_EQ(picks.count(), 1);
     m_session->startRecording();
     ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::recording(); }));
     EXPECT_FALSE(m_session->capturedWithAudio());
+    EXPECT_EQ(m_capture->started.back().monitor, "HDMI-1");
 
     // Its end opens the take as a new project.
     m_capture->take.mediaURL = Url::fileUrl(*s_dir / "take.mp4");
@@ -713,6 +718,37 @@ TEST_F(EditorSessionTest, ACaptureIsSizedFromTheScreenAndAFailureKeepsThePending
     EXPECT_EQ(m_session->document()->project.id, project);
     ASSERT_TRUE(m_session->retakeReport());
     EXPECT_EQ(m_session->retakeReport()->newDuration, 8);
+}
+
+TEST_F(EditorSessionTest, TheMonitorPickedOutOfTwoIsTheOneRecorded) {
+    const TwoMonitorDisplay display;
+    MARLOWICK_REQUIRE(xorgDummy(display));
+    const TempDir scratch;
+    const TemporaryDirectoryOverride temporary(scratch.path());
+    recordFrom(display.name(), "unix:/nonexistent");
+    m_session->setCapturesSystemAudio(false);
+    const std::vector<ScreenMonitor> monitors = m_session->monitors();
+    ASSERT_EQ(monitors.size(), 2u);
+    EXPECT_EQ(monitors[1].name, "DUMMY1");
+    m_session->setRecordedMonitor(monitors[1].name);
+    m_session->startRecording();
+    ASSERT_TRUE(
+        waitFor([&] { return m_session->phase() != SessionPhase::idle() || m_session->lastError(); }));
+    ASSERT_EQ(m_session->phase(), SessionPhase::recording()) << m_session->lastError().value_or("");
+    QTest::qWait(500);
+    m_session->stopRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() != SessionPhase::recording(); }));
+    ASSERT_EQ(m_session->phase(), SessionPhase::editing()) << m_session->lastError().value_or("");
+    EXPECT_EQ(m_session->document()->project.source.size, (Size{800, 600}));
+
+    // A monitor gone by the next take: the start fails, naming those there are.
+    m_session->setRecordedMonitor("DUMMY7");
+    m_session->startRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->lastError().has_value(); }));
+    EXPECT_EQ(
+        m_session->lastError(),
+        "No monitor is named DUMMY7; the monitors are DUMMY0 (1280×720, primary) and DUMMY1 (800×600).");
+    EXPECT_EQ(m_session->phase(), SessionPhase::idle());
 }
 
 TEST_F(EditorSessionTest, CaptionsComeFromTheNarrationAndNeedThePermission) {
