@@ -4,6 +4,7 @@
 #include "InterruptWatch.h"
 
 #include "capture/CaptureBackend.h"
+#include "capture/MonitorLayout.h"
 #include "capture/WaylandScreenCapturer.h"
 #include "capture/X11Connection.h"
 #include "capture/X11ScreenCapturer.h"
@@ -27,7 +28,7 @@ namespace {
 
 constexpr std::string_view help =
     R"(Usage: marlowick record [-o TAKE.marlowick] [--seconds N] [--system-audio | --no-system-audio]
-                        [--mic] [--countdown N] [--backend x11|wayland]
+                        [--mic] [--countdown N] [--monitor NAME] [--backend x11|wayland]
 
 Records the screen with the system's sound (on unless --no-system-audio) and, with --mic,
 the default microphone, each on a track of its own, and the pointer and keyboard telemetry beside it.
@@ -38,6 +39,10 @@ which screen to share, once: the answer is kept in $XDG_STATE_HOME/marlowick/ (~
 for the next takes. There the telemetry holds pointer positions where the desktop shares them, and
 clicks, scrolls and keys where this user may read the input devices (membership of the input group). Elsewhere the X display of $DISPLAY is recorded. --backend chooses either.
 
+On X11 one monitor is recorded at its own size: the primary one, or with --monitor NAME the one
+'xrandr --listmonitors' names so (HDMI-1, DP-2...); an unknown name is refused with the names there
+are. The telemetry is on that monitor's pixels; what happens on the other monitors is left out.
+
 Recording runs until Ctrl-C or for N seconds, after a countdown (3 seconds unless told). The take then
 becomes a new project, with zooms placed in the dynamic style, saved as a package (by default
 "Take YYYY-MM-DD at HH.MM.SS.marlowick" here). While recording, the movie is written to the
@@ -47,6 +52,7 @@ path is printed when the recording starts.
 Examples:
   marlowick record --seconds 30 --mic -o tour.marlowick
   marlowick record --countdown 0 --no-system-audio
+  marlowick record --monitor HDMI-1 --seconds 10
 )";
 
 std::string defaultPackageName() {
@@ -97,7 +103,7 @@ int runRecord(const std::vector<std::string>& args) {
         return 0;
     }
     const auto parsed = parseArguments("record", args, {"--system-audio", "--no-system-audio", "--mic"},
-                                       {"-o", "--seconds", "--countdown", "--backend"}, 0);
+                                       {"-o", "--seconds", "--countdown", "--monitor", "--backend"}, 0);
     if (!parsed) {
         return exitUsage;
     }
@@ -125,13 +131,20 @@ int runRecord(const std::vector<std::string>& args) {
         }
         backend = *chosen;
     }
+    const std::optional<std::string> monitor = parsed->value("--monitor");
+    if (monitor && backend == CaptureBackend::wayland) {
+        report("record: --monitor chooses among an X display's monitors; on Wayland the desktop's "
+               "screen-sharing dialog asks which screen to share");
+        return exitUsage;
+    }
 
     const InterruptWatch interrupt;
     std::unique_ptr<ScreenCapturer> capturer;
     std::function<std::string()> encoderName;
+    // The movie takes the recorded monitor's own size, or the shared stream's.
     CaptureConfiguration configuration;
+    std::string recorded = "the shared screen";
     if (backend == CaptureBackend::wayland) {
-        // The movie takes the shared stream's own size.
         WaylandScreenCapturer::Options options;
         options.restoreToken = readRestoreToken();
         options.restoreTokenChanged = writeRestoreToken;
@@ -139,14 +152,18 @@ int runRecord(const std::vector<std::string>& args) {
         encoderName = [w = wayland.get()] { return w->encoderName(); };
         capturer = std::move(wayland);
     } else {
-        // The connection that measures the screen is the one the take records through.
+        // The connection that finds the monitor is the one the take records through; an unknown monitor is
+        // refused before the countdown.
         std::shared_ptr<X11Connection> display;
         try {
             display = std::make_shared<X11Connection>();
-            configuration.size = X11ScreenCapturer::screenSize(*display);
+            const ScreenMonitor chosen = MonitorLayout::read(*display).choose(monitor.value_or(""));
+            configuration.monitor = chosen.name;
+            recorded =
+                chosen.name + " (" + std::to_string(chosen.width) + "×" + std::to_string(chosen.height) + ")";
         } catch (const CaptureError& error) {
             report(describe(error));
-            return exitFailure;
+            return error.kind() == CaptureErrorKind::unknownMonitor ? exitUsage : exitFailure;
         }
         auto x11 = std::make_unique<X11ScreenCapturer>(X11ScreenCapturer::Options{}, display);
         encoderName = [x = x11.get()] { return x->encoderName(); };
@@ -173,11 +190,7 @@ int runRecord(const std::vector<std::string>& args) {
         return exitFailure;
     }
     const bool terminal = ::isatty(STDERR_FILENO) != 0;
-    const std::string size = configuration.size.width > 0
-                                 ? std::to_string(static_cast<int>(configuration.size.width)) + "×" +
-                                       std::to_string(static_cast<int>(configuration.size.height))
-                                 : std::string("the shared screen");
-    std::cerr << (countdown >= 1 ? "\n" : "") << "Recording " << size << " at 60 fps into "
+    std::cerr << (countdown >= 1 ? "\n" : "") << "Recording " << recorded << " at 60 fps into "
               << configuration.outputURL.string() << " (" << encoderName() << "); "
               << (seconds > 0
                       ? "it stops after " + std::to_string(static_cast<int>(seconds)) + " s or at Ctrl-C"

@@ -36,8 +36,9 @@ Commands:
   sample PACKAGE [--size WxH] [--rate FPS] [--seconds S] [--no-voice]
                           Make a sample take (a synthetic desktop, telemetry, sound) as a package.
   record [-o PACKAGE] [--seconds N] [--no-system-audio] [--mic] [--countdown N]
-                          Record the screen, its sound, the microphone and the telemetry into a new
-                          package.
+         [--monitor NAME]
+                          Record a monitor (the primary one unless named), its sound, the microphone
+                          and the telemetry into a new package.
 
 Run 'marlowick help COMMAND' (or 'marlowick COMMAND --help') for more about a command, with examples.
 'marlowick --version' prints the version.

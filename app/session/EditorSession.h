@@ -79,6 +79,9 @@ private:
                    capturesSystemAudioChanged)
     Q_PROPERTY(bool capturesMicrophone READ capturesMicrophone WRITE setCapturesMicrophone NOTIFY
                    capturesMicrophoneChanged)
+    // The monitor a take records, by the name `monitors` gives it; empty for the primary one.
+    Q_PROPERTY(std::string recordedMonitor READ recordedMonitor WRITE setRecordedMonitor NOTIFY
+                   recordedMonitorChanged)
     Q_PROPERTY(marlowick::PlaybackEngine* playback READ playback CONSTANT)
     Q_PROPERTY(OptionalCursor cursorSampler READ cursorSampler NOTIFY cursorSamplerChanged)
     Q_PROPERTY(
@@ -108,7 +111,7 @@ private:
     Q_PROPERTY(bool isModified READ isModified NOTIFY isModifiedChanged)
 
 public:
-    // `screen` may be null: then there is no main screen, and a capture takes the fall-back size.
+    // `screen` may be null: then there are no monitors to choose from, and a take records the primary one.
     EditorSession(std::unique_ptr<FilePanels> panels, PlaybackEngine::PlayerFactory makePlayer,
                   const CapturerFactory& makeCapturer, std::unique_ptr<ScreenInfo> screen,
                   QObject* parent = nullptr);
@@ -123,6 +126,7 @@ public:
     const OptionalUrl& lastExportUrl() const { return m_lastExportUrl; }
     bool capturesSystemAudio() const { return m_capturesSystemAudio; }
     bool capturesMicrophone() const { return m_capturesMicrophone; }
+    const std::string& recordedMonitor() const { return m_recordedMonitor; }
     PlaybackEngine* playback() const { return m_playback; }
     const OptionalCursor& cursorSampler() const { return m_cursorSampler; }
     bool isRenderingAudioPreview() const { return m_isRenderingAudioPreview; }
@@ -142,6 +146,7 @@ public:
     void setLastError(OptionalText value);
     void setCapturesSystemAudio(bool value);
     void setCapturesMicrophone(bool value);
+    void setRecordedMonitor(std::string value);
     void setSelectionStart(OptionalSeconds value);
     void setSelectionEnd(OptionalSeconds value);
     void setSelectedBeat(OptionalBeat value);
@@ -168,9 +173,10 @@ public:
     static std::string describe(const std::exception& error);
 
     // Recording. Both return at once; the capturer starts and stops off the session's thread, one call
-    // after the other in the order asked. startRecording clears lastError, sizes the capture from the main
-    // screen (in device pixels, at 60 frames a second, into "take-UUID.mov" in the temporary directory)
-    // and enters the recording phase once the capture runs. A failed start sets lastError and the idle
+    // after the other in the order asked. startRecording clears lastError, asks for recordedMonitor at its
+    // own size (at 60 frames a second, into "take-UUID.mov" in the temporary directory; on Wayland the
+    // shared stream's size) and enters the recording phase once the capture runs; a monitor no longer
+    // there fails the start, its message naming those there are. A failed start sets lastError and the idle
     // phase, and leaves the open project and a pending retake as they were; a start refused because a
     // capture runs leaves the recording phase. stopRecording keeps the recording phase while the movie is
     // finished, then opens the take as a new project named "Untitled" with the director's zooms, or
@@ -181,6 +187,9 @@ public:
     void stopRecording();
     // How much telemetry a capture from the session's capturer holds; asks the capturer each time.
     TelemetryAvailability telemetryAvailability() const;
+    // The monitors a take may record, for the person to pick recordedMonitor among; asks the screen
+    // information each time. None without it, or where the desktop's own dialog picks (Wayland).
+    std::vector<ScreenMonitor> monitors() const;
     // Records a new take for the open project: the capture of startRecording, with the sound sources the
     // take it replaces had, whose recording the next successful stopRecording puts under the edit as
     // replaceRecordingFromFile does. Returns false, doing nothing, without a document or unless canRecord.
@@ -285,6 +294,7 @@ signals:
     void lastExportUrlChanged();
     void capturesSystemAudioChanged(bool value);
     void capturesMicrophoneChanged(bool value);
+    void recordedMonitorChanged();
     void cursorSamplerChanged();
     void isRenderingAudioPreviewChanged(bool value);
     void selectionStartChanged();
@@ -367,7 +377,7 @@ private:
                             std::uint64_t exportNumber, std::stop_token stop);
 
     std::unique_ptr<FilePanels> m_panels;
-    std::unique_ptr<ScreenInfo> m_screen; // null: no main screen
+    std::unique_ptr<ScreenInfo> m_screen; // null: no monitors to choose from
     PlaybackEngine* m_playback;           // a child, never replaced
     std::unique_ptr<ScreenCapturer> m_capturer;
     // The one thread the capturer's start and stop run on, in the order asked; declared after the
@@ -381,6 +391,7 @@ private:
     OptionalUrl m_lastExportUrl;
     bool m_capturesSystemAudio = true;
     bool m_capturesMicrophone = false;
+    std::string m_recordedMonitor;
     OptionalCursor m_cursorSampler;
     bool m_isRenderingAudioPreview = false;
     OptionalUrl m_audioPreviewUrl;

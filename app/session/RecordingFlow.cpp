@@ -16,9 +16,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr double captureFrameRate = 60;
-// Without a main screen a capture is sized for a 1920 by 1080 screen at twice the pixels.
-constexpr Size fallbackScreenSize{1920, 1080};
-constexpr double fallbackScreenScale = 2;
 constexpr const char* newProjectName = "Untitled";
 
 // How a call of the capturer ended off the session's thread: its value, or the error's words.
@@ -60,20 +57,22 @@ TelemetryAvailability EditorSession::telemetryAvailability() const {
     return m_capturer->telemetryAvailability();
 }
 
-CaptureConfiguration EditorSession::captureConfiguration(bool systemAudio, bool microphone) const {
-    // The size and the scale are each read on their own: a screen may answer one and not the other.
-    std::optional<Size> points;
-    std::optional<double> scale;
-    if (m_screen) {
-        points = m_screen->primaryScreenSize();
-        scale = m_screen->primaryScreenScale();
-    }
-    const Size size = points.value_or(fallbackScreenSize);
-    const double factor = scale.value_or(fallbackScreenScale);
+std::vector<ScreenMonitor> EditorSession::monitors() const {
+    return m_screen ? m_screen->monitors() : std::vector<ScreenMonitor>{};
+}
 
+void EditorSession::setRecordedMonitor(std::string value) {
+    if (m_recordedMonitor != value) {
+        m_recordedMonitor = std::move(value);
+        emit recordedMonitorChanged();
+    }
+}
+
+CaptureConfiguration EditorSession::captureConfiguration(bool systemAudio, bool microphone) const {
+    // The size is left to the capture: the monitor's own, or the shared stream's, every pixel as it is.
     CaptureConfiguration configuration;
     configuration.outputURL = fs::temp_directory_path() / ("take-" + Uuid::random().toString() + ".mov");
-    configuration.size = {size.width * factor, size.height * factor};
+    configuration.monitor = m_recordedMonitor;
     configuration.frameRate = captureFrameRate;
     configuration.capturesAudio = systemAudio;
     // Every Linux desktop can offer the microphone: where the sound server has no source, the capturer

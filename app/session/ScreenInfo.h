@@ -1,23 +1,23 @@
 #pragma once
 
-#include "model/Geometry.h"
+#include "capture/ScreenMonitor.h"
 
-#include <optional>
+#include <vector>
 
 namespace marlowick {
 
-// The main screen as the window system reports it, which sizes a new capture: the window answers from Qt's
-// primary screen; a session without a window has none, and the capture falls back on a 1920 by 1080
-// screen at twice the pixels. Each value is asked for on its own, and either may be missing.
+// The monitors a take may record, as the window system lists them, for the person to pick one: the window
+// answers from Qt's screens where the capture is X11's (Qt names them as RandR does, and the capture takes
+// them by those names). A session without a window, and a Wayland desktop, where the desktop's own dialog
+// picks the screen, have none to offer, and a take records the primary monitor.
 // Thread: called on the session's thread only.
 class ScreenInfo {
 public:
     virtual ~ScreenInfo() = default;
 
-    // The primary screen's size in device-independent pixels (Qt's `geometry().size()`).
-    virtual std::optional<Size> primaryScreenSize() const = 0;
-    // Device pixels to a device-independent pixel on that screen (Qt's `devicePixelRatio()`).
-    virtual std::optional<double> primaryScreenScale() const = 0;
+    // In the root window's device pixels, exactly one of them primary; asked anew each time, since
+    // monitors come and go.
+    virtual std::vector<ScreenMonitor> monitors() const = 0;
 };
 
 } // namespace marlowick

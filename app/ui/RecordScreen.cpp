@@ -4,12 +4,25 @@
 
 #include <QAction>
 #include <QCheckBox>
+#include <QComboBox>
+#include <QGuiApplication>
+#include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
 #include <QPushButton>
+#include <QScreen>
+#include <QSettings>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 namespace marlowick {
+
+namespace {
+
+constexpr const char* recordedMonitorKey = "recordedMonitor";
+
+} // namespace
 
 RecordScreen::RecordScreen(EditorSession& session, QAction* startRecording, QWidget* parent)
     : QWidget(parent)
@@ -25,6 +38,16 @@ RecordScreen::RecordScreen(EditorSession& session, QAction* startRecording, QWid
                                "this computer."),
                             this);
     text->setAlignment(Qt::AlignCenter);
+
+    m_monitorRow = new QWidget(this);
+    auto* monitorLabel = new QLabel(tr("Monitor"), m_monitorRow);
+    m_monitor = new QComboBox(m_monitorRow);
+    m_monitor->setAccessibleName(tr("Monitor to record"));
+    monitorLabel->setBuddy(m_monitor);
+    auto* monitorLine = new QHBoxLayout(m_monitorRow);
+    monitorLine->setContentsMargins(0, 0, 0, 0);
+    monitorLine->addWidget(monitorLabel);
+    monitorLine->addWidget(m_monitor);
 
     m_systemAudio = new QCheckBox(tr("System audio"), this);
     m_systemAudio->setChecked(session.capturesSystemAudio());
@@ -55,6 +78,7 @@ RecordScreen::RecordScreen(EditorSession& session, QAction* startRecording, QWid
         column->addWidget(item, 0, Qt::AlignHCenter);
     }
     column->addSpacing(16);
+    column->addWidget(m_monitorRow, 0, Qt::AlignHCenter);
     column->addWidget(m_systemAudio, 0, Qt::AlignHCenter);
     column->addWidget(m_microphone, 0, Qt::AlignHCenter);
     column->addWidget(microphoneNote, 0, Qt::AlignHCenter);
@@ -69,6 +93,48 @@ RecordScreen::RecordScreen(EditorSession& session, QAction* startRecording, QWid
     connect(m_microphone, &QCheckBox::toggled, &session, &EditorSession::setCapturesMicrophone);
     connect(&session, &EditorSession::capturesSystemAudioChanged, m_systemAudio, &QCheckBox::setChecked);
     connect(&session, &EditorSession::capturesMicrophoneChanged, m_microphone, &QCheckBox::setChecked);
+
+    // The pick of an earlier start, where that monitor is still there.
+    const std::string remembered = QSettings().value(recordedMonitorKey).toString().toStdString();
+    for (const ScreenMonitor& monitor : session.monitors()) {
+        if (monitor.name == remembered) {
+            session.setRecordedMonitor(remembered);
+        }
+    }
+    connect(&session, &EditorSession::recordedMonitorChanged, this, &RecordScreen::listMonitors);
+    listMonitors();
+    connect(m_monitor, &QComboBox::activated, this, [this](int index) {
+        const QString name = m_monitor->itemData(index).toString();
+        QSettings().setValue(recordedMonitorKey, name);
+        m_session.setRecordedMonitor(name.toStdString());
+    });
+    for (const auto signal : {&QGuiApplication::screenAdded, &QGuiApplication::screenRemoved,
+                              &QGuiApplication::primaryScreenChanged}) {
+        connect(qGuiApp, signal, this, &RecordScreen::listMonitors);
+    }
+}
+
+void RecordScreen::listMonitors() {
+    const std::vector<ScreenMonitor> monitors = m_session.monitors();
+    const auto picked = std::find_if(monitors.begin(), monitors.end(), [&](const ScreenMonitor& m) {
+        return m.name == m_session.recordedMonitor();
+    });
+    if (picked == monitors.end() && !m_session.recordedMonitor().empty()) {
+        m_session.setRecordedMonitor({}); // gone: the primary one instead, listed on the change
+        return;
+    }
+    m_monitor->clear();
+    for (const ScreenMonitor& monitor : monitors) {
+        const QString size = tr("%1 × %2").arg(monitor.width).arg(monitor.height);
+        m_monitor->addItem(monitor.primary
+                               ? tr("%1 — %2, primary").arg(QString::fromStdString(monitor.name), size)
+                               : tr("%1 — %2").arg(QString::fromStdString(monitor.name), size),
+                           QString::fromStdString(monitor.name));
+        if (picked == monitors.end() ? monitor.primary : monitor.name == picked->name) {
+            m_monitor->setCurrentIndex(m_monitor->count() - 1);
+        }
+    }
+    m_monitorRow->setVisible(!monitors.empty());
 }
 
 } // namespace marlowick

@@ -18,8 +18,8 @@
 #include <QCommandLineParser>
 #include <QElapsedTimer>
 #include <QIcon>
-#include <QSettings>
 #include <QScreen>
+#include <QSettings>
 #include <QSurfaceFormat>
 #include <QTimer>
 
@@ -131,7 +131,8 @@ int main(int argc, char** argv) {
             }
             return std::make_unique<marlowick::X11ScreenCapturer>();
         },
-        std::make_unique<marlowick::QtScreenInfo>());
+        std::make_unique<marlowick::QtScreenInfo>(marlowick::sessionCaptureBackend() ==
+                                                  marlowick::CaptureBackend::x11));
     marlowick::MainWindow window(session);
     panelsInUse->setParent(&window);
     window.show();

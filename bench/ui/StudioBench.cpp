@@ -127,7 +127,7 @@ double since(Clock::time_point start) {
 std::unique_ptr<EditorSession> makeSession(const fs::path& package) {
     return std::make_unique<EditorSession>(
         std::make_unique<bench::OnePackage>(package), [] { return std::make_unique<PreviewPlayer>(); },
-        [] { return std::make_unique<X11ScreenCapturer>(); }, std::make_unique<QtScreenInfo>());
+        [] { return std::make_unique<X11ScreenCapturer>(); }, std::make_unique<QtScreenInfo>(true));
 }
 
 void setUpApplication() {

@@ -12,6 +12,7 @@ enum class CaptureErrorKind {
     microphoneDenied,   // no microphone can be recorded
     noSoundServer,      // no PulseAudio (or PipeWire's PulseAudio service) answers, so no microphone either
     noDisplayAvailable, // no X display answers
+    unknownMonitor,     // no monitor has the name asked for; the text names it, then the monitors there are
     alreadyRecording,
     notRecording,
 };

@@ -52,6 +52,8 @@ struct SharedSegment {
 struct X11FrameGrabber::State {
     std::shared_ptr<X11Connection> connection;
     xcb_window_t root = 0;
+    int x = 0; // the picture's top left on the root
+    int y = 0;
     int width = 0;
     int height = 0;
     std::unique_ptr<SharedSegment> segment;
@@ -62,7 +64,8 @@ struct X11FrameGrabber::State {
 X11FrameGrabber::X11FrameGrabber(const std::string& display)
     : X11FrameGrabber(std::make_shared<X11Connection>(display)) {}
 
-X11FrameGrabber::X11FrameGrabber(std::shared_ptr<X11Connection> connection)
+X11FrameGrabber::X11FrameGrabber(std::shared_ptr<X11Connection> connection,
+                                 const std::optional<ScreenMonitor>& monitor)
     : m_state(std::make_unique<State>()) {
     State& s = *m_state;
     s.connection = std::move(connection);
@@ -76,6 +79,12 @@ X11FrameGrabber::X11FrameGrabber(std::shared_ptr<X11Connection> connection)
     s.root = screen->root;
     s.width = screen->width_in_pixels;
     s.height = screen->height_in_pixels;
+    if (monitor) {
+        s.x = monitor->x;
+        s.y = monitor->y;
+        s.width = monitor->width;
+        s.height = monitor->height;
+    }
 
     const xcb_query_extension_reply_t* shm = xcb_get_extension_data(c, &xcb_shm_id);
     if (shm != nullptr && shm->present != 0) {
@@ -118,11 +127,13 @@ const std::uint8_t* X11FrameGrabber::grab() {
     State& s = *m_state;
     xcb_connection_t* c = s.connection->get();
     xcb_generic_error_t* error = nullptr;
+    const auto x = static_cast<std::int16_t>(s.x);
+    const auto y = static_cast<std::int16_t>(s.y);
     const auto w = static_cast<std::uint16_t>(s.width);
     const auto h = static_cast<std::uint16_t>(s.height);
     if (s.segment) {
         xcb_shm_get_image_reply_t* reply = xcb_shm_get_image_reply(
-            c, xcb_shm_get_image(c, s.root, 0, 0, w, h, ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, s.serverSegment, 0),
+            c, xcb_shm_get_image(c, s.root, x, y, w, h, ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, s.serverSegment, 0),
             &error);
         if (reply != nullptr) {
             std::free(reply);
@@ -130,7 +141,7 @@ const std::uint8_t* X11FrameGrabber::grab() {
         }
     } else {
         xcb_get_image_reply_t* reply = xcb_get_image_reply(
-            c, xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, s.root, 0, 0, w, h, ~0u), &error);
+            c, xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, s.root, x, y, w, h, ~0u), &error);
         if (reply != nullptr) {
             const std::uint8_t* data = xcb_get_image_data(reply);
             s.copied.assign(data, data + xcb_get_image_data_length(reply));

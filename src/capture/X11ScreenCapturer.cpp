@@ -2,13 +2,11 @@
 
 #include "capture/CaptureSounds.h"
 #include "capture/InputMonitor.h"
+#include "capture/MonitorLayout.h"
 #include "capture/MonotonicClock.h"
 #include "capture/RecordingSink.h"
 #include "capture/X11Connection.h"
 #include "capture/X11FrameGrabber.h"
-
-#include <xcb/randr.h>
-#include <xcb/xcb.h>
 
 #include <chrono>
 #include <cmath>
@@ -23,6 +21,7 @@ struct X11ScreenCapturer::Capture {
     std::unique_ptr<X11FrameGrabber> grabber;
     std::optional<CaptureSounds> sounds;
     std::unique_ptr<InputMonitor> monitor;
+    ScreenMonitor screen; // the monitor recorded
     Point pointsToPixels{1, 1};
     std::optional<CaptureError> grabFailure; // guarded by the capturer's m_lock
     std::jthread grabbing;                   // last: it ends before the rest goes
@@ -72,38 +71,6 @@ TelemetryAvailability X11ScreenCapturer::telemetryAvailability() const {
                                                                 : TelemetryAvailability::positionOnly;
 }
 
-namespace {
-
-Size sizeOf(const X11Connection& display) {
-    xcb_connection_t* connection = display.get();
-    const xcb_screen_t* screen = &display.screen();
-    Size size{static_cast<double>(screen->width_in_pixels), static_cast<double>(screen->height_in_pixels)};
-    const xcb_query_extension_reply_t* randr = xcb_get_extension_data(connection, &xcb_randr_id);
-    if (randr != nullptr && randr->present != 0) {
-        xcb_randr_get_screen_info_reply_t* info = xcb_randr_get_screen_info_reply(
-            connection, xcb_randr_get_screen_info(connection, screen->root), nullptr);
-        if (info != nullptr) {
-            const xcb_randr_screen_size_t* sizes = xcb_randr_get_screen_info_sizes(info);
-            if (info->sizeID < xcb_randr_get_screen_info_sizes_length(info)) {
-                size = {static_cast<double>(sizes[info->sizeID].width),
-                        static_cast<double>(sizes[info->sizeID].height)};
-            }
-            std::free(info);
-        }
-    }
-    return size;
-}
-
-} // namespace
-
-Size X11ScreenCapturer::screenSize(const std::string& display) {
-    return sizeOf(X11Connection(display));
-}
-
-Size X11ScreenCapturer::screenSize(const X11Connection& connection) {
-    return sizeOf(connection);
-}
-
 void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
     {
         std::lock_guard lock(m_lock);
@@ -113,25 +80,29 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
     }
     auto capture = std::make_unique<Capture>();
     capture->configuration = configuration;
-    // One connection for the picture, the screen's size and the input monitor; only the monitor's tap
-    // opens a second.
+    // One connection for the picture, the monitors and the input monitor; only the monitor's tap opens a
+    // second.
     const std::shared_ptr<X11Connection> connection =
         m_connection ? m_connection : std::make_shared<X11Connection>(m_options.display);
-    capture->grabber = std::make_unique<X11FrameGrabber>(connection);
-    const Size screen = sizeOf(*connection);
+    capture->screen = MonitorLayout::read(*connection).choose(configuration.monitor);
+    const Size screen = capture->screen.size();
+    if (capture->configuration.size.width <= 0 || capture->configuration.size.height <= 0) {
+        capture->configuration.size = screen;
+    }
+    capture->grabber = std::make_unique<X11FrameGrabber>(connection, capture->screen);
 
     // The sound streams open before the take starts, so that their first pieces come in time; they
     // deliver only once started, when the sink exists. They are started before the first picture is
     // grabbed, so that the sound tracks begin with it: the sink refuses what was captured before it.
     Capture* c = capture.get();
     capture->sounds.emplace(
-        configuration, m_options.soundServer, [c]() -> RecordingSink& { return *c->sink; },
+        capture->configuration, m_options.soundServer, [c]() -> RecordingSink& { return *c->sink; },
         [this](const std::string& message) { warn(message); });
 
     RecordingSink::Options sinkOptions;
     sinkOptions.minimumFreeBytes = m_options.minimumFreeBytes;
     sinkOptions.allowHardware = m_options.allowHardware;
-    capture->sink = std::make_unique<RecordingSink>(configuration, sinkOptions);
+    capture->sink = std::make_unique<RecordingSink>(capture->configuration, sinkOptions);
     capture->sounds->start();
 
     capture->grabbing = std::jthread([this, c](std::stop_token stop) {
@@ -168,8 +139,9 @@ void X11ScreenCapturer::start(const CaptureConfiguration& configuration) {
     });
     capture->monitor = std::make_unique<InputMonitor>(connection, m_options.allowTap);
     capture->monitor->start();
-    capture->pointsToPixels = {screen.width > 0 ? configuration.size.width / screen.width : 1.0,
-                               screen.height > 0 ? configuration.size.height / screen.height : 1.0};
+    const Size movie = capture->configuration.size;
+    capture->pointsToPixels = {screen.width > 0 ? movie.width / screen.width : 1.0,
+                               screen.height > 0 ? movie.height / screen.height : 1.0};
     std::lock_guard lock(m_lock);
     m_capture = std::move(capture);
 }
@@ -204,13 +176,12 @@ Recording X11ScreenCapturer::stop() {
     recording.inputEvents.reserve(events.size());
     for (const InputEvent& event : events) {
         const double time = event.time + shift;
-        if (time < 0) {
-            continue; // before the movie's first picture
+        const std::optional<Point> place = c->screen.place(event.location);
+        if (time < 0 || !place) {
+            continue; // before the movie's first picture, or on another monitor
         }
         recording.inputEvents.push_back(
-            {time,
-             event.kind,
-             {event.location.x * c->pointsToPixels.x, event.location.y * c->pointsToPixels.y}});
+            {time, event.kind, {place->x * c->pointsToPixels.x, place->y * c->pointsToPixels.y}});
     }
     recording.capturedMicrophone = c->configuration.capturesMicrophone;
     recording.capturedSystemAudio = c->configuration.capturesAudio;
@@ -254,6 +225,11 @@ std::optional<double> X11ScreenCapturer::lastMovieStart() const {
 Point X11ScreenCapturer::pointsToPixels() const {
     std::lock_guard lock(m_lock);
     return m_capture ? m_capture->pointsToPixels : Point{1, 1};
+}
+
+std::optional<ScreenMonitor> X11ScreenCapturer::recordedMonitor() const {
+    std::lock_guard lock(m_lock);
+    return m_capture ? std::optional(m_capture->screen) : std::nullopt;
 }
 
 std::string X11ScreenCapturer::encoderName() const {

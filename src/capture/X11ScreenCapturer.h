@@ -1,6 +1,7 @@
 #pragma once
 
 #include "capture/ScreenCapturer.h"
+#include "capture/ScreenMonitor.h"
 #include "model/Geometry.h"
 
 #include <memory>
@@ -11,13 +12,16 @@ namespace marlowick {
 
 class X11Connection;
 
-// The capturer on an X11 desktop: the root window of the display's default screen, read through MIT-SHM
-// on a thread of its own at the configured rate (the server leaves the cursor out); the system's sound
-// from the default sink's monitor and the microphone from the default source, through PulseAudio; the
-// input telemetry from the RECORD extension, or from polling the pointer where it is missing.
+// The capturer on an X11 desktop: one monitor of the display's default screen (the configuration's, by
+// name, or the primary one; see MonitorLayout), its rectangle of the root window read through MIT-SHM on a
+// thread of its own at the configured rate (the server leaves the cursor out); the system's sound from the
+// default sink's monitor and the microphone from the default source, through PulseAudio; the input
+// telemetry from the RECORD extension, or from polling the pointer where it is missing.
 //
-// The picture is recorded at the configuration's `size`: the screen's own size gives every pixel as it
-// is, another size is scaled to. Telemetry is scaled by the same factor, `pointsToPixels`.
+// The picture is recorded at the configuration's `size`, or at the monitor's own where that is empty: the
+// monitor's own size gives every pixel as it is, another size is scaled to. Telemetry is on the monitor's
+// pixels from its top left, scaled by the same factor (`pointsToPixels`); what happens outside the monitor
+// is left out.
 class X11ScreenCapturer : public ScreenCapturer {
 public:
     struct Options {
@@ -46,7 +50,7 @@ public:
     // Of the running capture, or of the last one once it has stopped.
     CaptureStatistics statistics() const override;
 
-    // The factor from screen pixels to pixels of the recording, per axis; (1, 1) outside a capture.
+    // The factor from the monitor's pixels to pixels of the recording, per axis; (1, 1) outside a capture.
     Point pointsToPixels() const;
     // When the movie of the last stopped capture begins (its first picture), in seconds on the steady
     // clock; none before any capture or when no picture came.
@@ -54,11 +58,8 @@ public:
     // The video encoder of the running capture, as "libx264".
     std::string encoderName() const;
 
-    // The size of the display's screen in pixels, as RandR reports it (the root window's where the server
-    // has no RandR). Throws CaptureError (noDisplayAvailable) when no display answers.
-    static Size screenSize(const std::string& display = {});
-    // The same, of a display already open.
-    static Size screenSize(const X11Connection& connection);
+    // The monitor the running capture records; none outside a capture.
+    std::optional<ScreenMonitor> recordedMonitor() const;
 
 private:
     struct Capture;

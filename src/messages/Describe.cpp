@@ -71,6 +71,8 @@ std::string describeCapture(const CaptureError& e) {
     case CaptureErrorKind::noDisplayAvailable:
         return "No display available to capture. Run Marlowick in an X11 or Wayland session, or set DISPLAY "
                "to the X display to record.";
+    case CaptureErrorKind::unknownMonitor:
+        return std::string("No monitor is named ") + e.what() + ".";
     case CaptureErrorKind::alreadyRecording:
         return "Already recording.";
     case CaptureErrorKind::notRecording:

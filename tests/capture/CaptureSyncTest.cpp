@@ -166,7 +166,6 @@ public:
     CaptureConfiguration configuration(const TempDir& dir) const override {
         CaptureConfiguration configuration;
         configuration.outputURL = dir / "take.mov";
-        configuration.size = X11ScreenCapturer::screenSize(m_display.name());
         configuration.frameRate = 60;
         return configuration;
     }

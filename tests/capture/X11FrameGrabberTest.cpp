@@ -1,8 +1,11 @@
-// The screen read from a real X server (a private Xvfb): a window of a known colour shows where it is.
+// The screen read from a real X server (a private Xvfb, and Xorg's dummy driver with two monitors): a window
+// of a known colour shows where it is.
 
 #include "capture/X11FrameGrabber.h"
 #include "capture/CaptureError.h"
+#include "capture/MonitorLayout.h"
 #include "capture/X11Connection.h"
+#include "support/ColouredWindow.h"
 #include "support/Prerequisites.h"
 #include "support/VirtualDisplay.h"
 
@@ -60,5 +63,36 @@ TEST(X11FrameGrabber, WithoutADisplayItSaysSo) {
         FAIL() << "connected";
     } catch (const CaptureError& e) {
         EXPECT_EQ(e.kind(), CaptureError::Kind::noDisplayAvailable);
+    }
+}
+
+TEST(X11FrameGrabber, ReadsOnlyTheMonitorsRectangleOfTheRoot) {
+    const TwoMonitorDisplay display;
+    MARLOWICK_REQUIRE(xorgDummy(display));
+    // A red window on the second monitor, 100 pixels in from its top left, and a green one on the first.
+    const auto connection = std::make_shared<X11Connection>(display.name());
+    const ColouredWindow red(*connection, 0xff0000, 1280 + 100, 120 + 100, 200, 100);
+    const ColouredWindow green(*connection, 0x00ff00, 0, 0, 1280, 720);
+    const ScreenMonitor second = MonitorLayout::read(*connection).choose("DUMMY1");
+
+    X11FrameGrabber grabber(connection, second);
+    EXPECT_EQ(grabber.width(), 800);
+    EXPECT_EQ(grabber.height(), 600);
+    EXPECT_EQ(grabber.stride(), 800 * 4);
+    EXPECT_TRUE(grabber.sharesMemory());
+    const std::uint8_t* pixels = grabber.grab();
+    const auto colour = [&](int x, int y) {
+        const std::uint8_t* p = pixels + y * grabber.stride() + x * 4;
+        return std::uint32_t{p[2]} << 16 | std::uint32_t{p[1]} << 8 | p[0];
+    };
+    EXPECT_EQ(colour(100, 100), 0xff0000u);
+    EXPECT_EQ(colour(299, 199), 0xff0000u);
+    EXPECT_NE(colour(99, 100), 0xff0000u);
+    EXPECT_NE(colour(300, 200), 0xff0000u);
+    // Nothing of the first monitor's window anywhere.
+    for (int y = 0; y < 600; y += 7) {
+        for (int x = 0; x < 800; x += 7) {
+            ASSERT_NE(colour(x, y), 0x00ff00u) << x << "," << y;
+        }
     }
 }

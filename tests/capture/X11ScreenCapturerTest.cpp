@@ -1,13 +1,16 @@
 // The whole capture on a real X server and a real PulseAudio daemon, both started by the fixtures:
 // pictures at the configured rate, input telemetry on the movie's clock, the system's sound and the
-// microphone on tracks of their own, the failures of start and stop, and a take that outlives a
-// recorder killed part way.
+// microphone on tracks of their own, one monitor of two at its own size, the failures of start and stop,
+// and a take that outlives a recorder killed part way.
 
 #include "capture/X11ScreenCapturer.h"
+#include "capture/MonitorLayout.h"
 #include "media/AudioFile.h"
 #include "media/MediaInfo.h"
 #include "media/RecordingWriter.h"
 #include "media/VideoDecoder.h"
+#include "model/MarlowickDocument.h"
+#include "support/ColouredWindow.h"
 #include "support/FakeUser.h"
 #include "support/Prerequisites.h"
 #include "support/SoundServer.h"
@@ -64,6 +67,28 @@ void writeTone(const std::filesystem::path& path, double frequency, double secon
     }
 }
 
+// The last picture of a movie.
+BgraImage lastPicture(const std::filesystem::path& movie) {
+    VideoDecoder decoder(movie);
+    BgraImage image;
+    while (decoder.next(image, [](double) { return true; })) {
+    }
+    return image;
+}
+
+// Whether the picture is close to a colour there, as 0xRRGGBB, within what the movie's coding changes.
+bool near(const BgraImage& image, int x, int y, std::uint32_t rgb) {
+    const std::uint8_t* p = image.row(y) + x * 4;
+    const int want[] = {static_cast<int>(rgb & 0xff), static_cast<int>(rgb >> 8 & 0xff),
+                        static_cast<int>(rgb >> 16 & 0xff)};
+    for (int i = 0; i < 3; ++i) {
+        if (std::abs(p[i] - want[i]) > 24) {
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 TEST(X11ScreenCapturer, RecordsPicturesTelemetryAndBothSoundsOnOneClock) {
@@ -79,8 +104,6 @@ TEST(X11ScreenCapturer, RecordsPicturesTelemetryAndBothSoundsOnOneClock) {
     EXPECT_EQ(capturer.telemetryAvailability(), TelemetryAvailability::full);
     CaptureConfiguration configuration;
     configuration.outputURL = dir / "take.mov";
-    configuration.size = X11ScreenCapturer::screenSize(display.name());
-    EXPECT_EQ(configuration.size, (Size{1280, 720}));
     configuration.frameRate = 60;
     configuration.capturesAudio = true;
     configuration.capturesMicrophone = true;
@@ -126,7 +149,7 @@ TEST(X11ScreenCapturer, RecordsPicturesTelemetryAndBothSoundsOnOneClock) {
 
     const double start = capturer.lastMovieStart().value();
     EXPECT_NEAR(recording.duration, stopped - start, 0.1);
-    EXPECT_EQ(recording.size, configuration.size);
+    EXPECT_EQ(recording.size, (Size{1280, 720})); // the screen's own
     EXPECT_TRUE(recording.capturedMicrophone);
     EXPECT_TRUE(recording.capturedSystemAudio);
 
@@ -198,18 +221,135 @@ TEST(X11ScreenCapturer, TelemetryIsScaledToTheMoviesPixels) {
     }
 }
 
+TEST(X11ScreenCapturer, RecordsOneMonitorOfTwoAtItsOwnSizeWithItsOwnTelemetry) {
+    const TwoMonitorDisplay display;
+    MARLOWICK_REQUIRE(xorgDummy(display));
+    const TempDir dir;
+    // The first monitor all green; a red window on the second, 100 pixels in from its top left.
+    const X11Connection drawing(display.name());
+    const ColouredWindow green(drawing, 0x00ff00, 0, 0, 1280, 720);
+    const ColouredWindow red(drawing, 0xff0000, 1280 + 100, 120 + 100, 200, 100);
+    X11ScreenCapturer capturer({display.name(), "unix:/nonexistent"});
+    CaptureConfiguration configuration;
+    configuration.outputURL = dir / "second.mov";
+    configuration.frameRate = 30;
+
+    // A monitor that isn't there is refused before anything is written, naming those that are.
+    configuration.monitor = "HDMI-9";
+    try {
+        capturer.start(configuration);
+        FAIL() << "recording a monitor that isn't there";
+    } catch (const CaptureError& e) {
+        EXPECT_EQ(e.kind(), CaptureError::Kind::unknownMonitor);
+        EXPECT_STREQ(e.what(), "HDMI-9; the monitors are DUMMY0 (1280×720, primary) and DUMMY1 (800×600)");
+    }
+    EXPECT_FALSE(std::filesystem::exists(configuration.outputURL));
+
+    configuration.monitor = "DUMMY1";
+    capturer.start(configuration);
+    EXPECT_EQ(capturer.recordedMonitor(), (ScreenMonitor{"DUMMY1", 1280, 120, 800, 600, false}));
+    EXPECT_EQ(capturer.pointsToPixels(), (Point{1, 1}));
+    FakeUser user(display.name());
+    std::this_thread::sleep_for(150ms);
+    user.moveTo(1280 + 300, 120 + 200); // on the second monitor, at (300, 200) of it
+    user.press(1);
+    user.release(1);
+    std::this_thread::sleep_for(50ms);
+    user.moveTo(640, 360); // on the first: left out
+    user.press(1);
+    user.release(1);
+    user.press(5);
+    user.release(5);
+    std::this_thread::sleep_for(50ms);
+    user.moveTo(1280 + 799, 120 + 599); // the second's last pixel
+    user.key(38);
+    std::this_thread::sleep_for(300ms);
+    const Recording recording = capturer.stop();
+
+    EXPECT_EQ(recording.size, (Size{800, 600}));
+    const auto all = [&](InputEvent::Kind kind) {
+        std::vector<Point> places;
+        for (const InputEvent& e : recording.inputEvents) {
+            if (e.kind == kind) {
+                places.push_back(e.location);
+            }
+        }
+        return places;
+    };
+    EXPECT_EQ(all(InputEvent::Kind::down), (std::vector<Point>{{300, 200}}));
+    EXPECT_EQ(all(InputEvent::Kind::up), (std::vector<Point>{{300, 200}}));
+    EXPECT_TRUE(all(InputEvent::Kind::scroll).empty());
+    EXPECT_EQ(all(InputEvent::Kind::keyPress), (std::vector<Point>{{799, 599}}));
+    for (const InputEvent& e : recording.inputEvents) {
+        EXPECT_TRUE(e.location.x >= 0 && e.location.x < 800 && e.location.y >= 0 && e.location.y < 600)
+            << e.location.x << "," << e.location.y;
+    }
+
+    // The movie is the second monitor at its own size: the red window where it lies on it, none of the
+    // first monitor's green.
+    BgraImage picture = lastPicture(configuration.outputURL);
+    ASSERT_EQ(picture.width, 800);
+    ASSERT_EQ(picture.height, 600);
+    EXPECT_TRUE(near(picture, 110, 110, 0xff0000));
+    EXPECT_TRUE(near(picture, 290, 190, 0xff0000));
+    EXPECT_FALSE(near(picture, 90, 90, 0xff0000));
+    for (int y = 0; y < 600; y += 10) {
+        for (int x = 0; x < 800; x += 10) {
+            ASSERT_FALSE(near(picture, x, y, 0x00ff00)) << x << "," << y;
+        }
+    }
+
+    // Without a name, the primary monitor.
+    configuration.monitor.clear();
+    configuration.outputURL = dir / "first.mov";
+    capturer.start(configuration);
+    std::this_thread::sleep_for(300ms);
+    EXPECT_EQ(capturer.stop().size, (Size{1280, 720}));
+    picture = lastPicture(configuration.outputURL);
+    ASSERT_EQ(picture.width, 1280);
+    EXPECT_TRUE(near(picture, 640, 360, 0x00ff00));
+    EXPECT_TRUE(near(picture, 1279, 719, 0x00ff00));
+}
+
+TEST(X11ScreenCapturer, TheToolRecordsTheMonitorItIsToldAndRefusesOneThatIsntThere) {
+    const TwoMonitorDisplay display;
+    MARLOWICK_REQUIRE(xorgDummy(display));
+    const TempDir dir;
+    const auto record = [&](const std::string& monitor, const std::filesystem::path& package) {
+        const std::string command =
+            "DISPLAY=" + display.name() + " TMPDIR='" + dir.path().string() + "' '" + MARLOWICK_CLI +
+            "' record --countdown 0 --seconds 1 --no-system-audio -o '" + package.string() + "' --monitor " +
+            monitor + " >/dev/null 2>'" + (dir / "said.txt").string() + "'";
+        const int status = std::system(command.c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    EXPECT_EQ(record("HDMI-9", dir / "none.marlowick"), 2);
+    EXPECT_EQ(readText(dir / "said.txt"), "marlowick: No monitor is named HDMI-9; the monitors are DUMMY0 "
+                                          "(1280×720, primary) and DUMMY1 (800×600).\n");
+    EXPECT_FALSE(std::filesystem::exists(dir / "none.marlowick"));
+
+    ASSERT_EQ(record("DUMMY1", dir / "second.marlowick"), 0) << readText(dir / "said.txt");
+    EXPECT_NE(readText(dir / "said.txt").find("Recording DUMMY1 (800×600) at 60 fps"), std::string::npos)
+        << readText(dir / "said.txt");
+    const Recording source = MarlowickDocument::read(dir / "second.marlowick").project.source;
+    EXPECT_EQ(source.size, (Size{800, 600}));
+    VideoDecoder movie(source.mediaURL.path());
+    EXPECT_EQ(movie.width(), 800);
+    EXPECT_EQ(movie.height(), 600);
+}
+
 TEST(X11ScreenCapturer, TenShortTakesInARowAllSucceed) {
     const VirtualDisplay display;
     MARLOWICK_REQUIRE(xvfb(display));
     const TempDir dir;
     std::vector<std::string> failures;
     for (int take = 0; take < 10; ++take) {
-        // As `marlowick record` goes about it: the screen's size first, then the take.
+        // As `marlowick record` goes about it: the monitor first, then the take.
         try {
             X11ScreenCapturer capturer({display.name(), "unix:/nonexistent"});
             CaptureConfiguration configuration;
             configuration.outputURL = dir / ("take-" + std::to_string(take) + ".mov");
-            configuration.size = X11ScreenCapturer::screenSize(display.name());
+            configuration.monitor = MonitorLayout::read(display.name()).choose("").name;
             configuration.frameRate = 30;
             capturer.start(configuration);
             EXPECT_EQ(capturer.telemetryAvailability(), TelemetryAvailability::full) << "take " << take;
@@ -294,8 +434,8 @@ TEST(X11ScreenCapturer, ATakeOutlivesARecorderKilledPartWay) {
     const double killed = now();
     kill(recorder, SIGKILL);
     waitpid(recorder, nullptr, 0);
-    // The recorder opened the display twice: once for the screen's size, the pictures and the tap's
-    // requests, once for the tap's stream of events.
+    // The recorder opened the display twice: once for the monitors, the pictures and the tap's requests,
+    // once for the tap's stream of events.
     EXPECT_EQ(connectionsOf(recorder), 2u) << readText(dir / "audit.log");
 
     const std::vector<double> times = frameTimes(take);

@@ -271,6 +271,9 @@ TEST_F(Cli, BadOptionValuesAreRefusedInOneLineNamingTheOptionAndTheValue) {
         {{"sample", fresh, "--rate", "0"}, "--rate takes frames a second from 1 to 240, got '0'"},
         {{"record", "-o", fresh, "--countdown", "soon"},
          "record: --countdown takes seconds from 0 to 60, got 'soon'"},
+        {{"record", "-o", fresh, "--backend", "wayland", "--monitor", "HDMI-1"},
+         "record: --monitor chooses among an X display's monitors; on Wayland the desktop's screen-sharing "
+         "dialog asks which screen to share"},
         {{"zoom", package, "--style", "wild"}, "zoom: unknown style 'wild'"},
         {{"export", package, "--preset", "8k", "-o", (dir / "x.mp4").string()}, "export: no preset '8k'"},
         {{"export", package, "--preset", "free-720p", "-o", (dir / "x.mp4").string(), "--subtitles", "ass"},

@@ -1,9 +1,10 @@
 // The session driven as the window drives it, over real packages and movies and a fake player: opening and
 // saving, the derived state after each edit, the debounced preview mix, silence analysis, retakes, export,
-// and recordings on a private X display and sound server.
+// and recordings on a private X display and sound server, one of them of a monitor picked out of two.
 
 #include "session/EditorSession.h"
 #include "captions/CaptionTranscriber.h"
+#include "capture/MonitorLayout.h"
 #include "capture/X11ScreenCapturer.h"
 #include "support/FakeUser.h"
 #include "support/Prerequisites.h"
@@ -23,6 +24,7 @@
 #include <cstdlib>
 #include <deque>
 #include <fstream>
+#include <random>
 
 using namespace marlowick;
 using namespace marlowick::test;
@@ -74,7 +76,18 @@ public:
         return next(packagesToSave);
     }
     std::optional<fs::path> chooseFile(FileKind) override { return next(filesToChoose); }
-    SaveAnswer askToSave(const std::string&) override { return SaveAnswer::cancel; }
+    // Unsaved changes are let go unless an answer is queued.
+    std::deque<SaveAnswer> saveAnswers;
+    int savesAsked = 0;
+    SaveAnswer askToSave(const std::string&) override {
+        ++savesAsked;
+        if (saveAnswers.empty()) {
+            return SaveAnswer::discard;
+        }
+        const SaveAnswer answer = saveAnswers.front();
+        saveAnswers.pop_front();
+        return answer;
+    }
     bool askToRecover(const std::string&) override { return false; }
     bool askToDeleteTake(const std::string&) override { return false; }
     std::optional<fs::path> saveFile(const std::string& name, const FileType&) override {
@@ -94,18 +107,15 @@ private:
     }
 };
 
-// A screen of a fixed size and scale; none of either stands for a session without a main screen.
-class FixedScreen : public ScreenInfo {
+// The monitors of an X display as the window would list them.
+class DisplayMonitors : public ScreenInfo {
 public:
-    FixedScreen(std::optional<Size> size, std::optional<double> scale)
-        : m_size(size)
-        , m_scale(scale) {}
-    std::optional<Size> primaryScreenSize() const override { return m_size; }
-    std::optional<double> primaryScreenScale() const override { return m_scale; }
+    explicit DisplayMonitors(std::string display)
+        : m_display(std::move(display)) {}
+    std::vector<ScreenMonitor> monitors() const override { return MonitorLayout::read(m_display).monitors(); }
 
 private:
-    std::optional<Size> m_size;
-    std::optional<double> m_scale;
+    std::string m_display;
 };
 
 // Notes each configuration it is started with, and fails a start or a stop when told; a stop yields a
@@ -205,19 +215,19 @@ protected:
             [script = m_capture] { return std::make_unique<ScriptedCapturer>(script); }, nullptr);
     }
 
-    // Replaces the session with one that records `display` and `sound` through the X11 capturer, its main
-    // screen the display's own.
-    void recordFrom(const VirtualDisplay& display, const SoundServer& sound) {
+    // Replaces the session with one that records `display` and `sound` through the X11 capturer, offering
+    // the display's monitors.
+    void recordFrom(const std::string& display, const std::string& soundServer) {
         m_session.reset();
         auto panels = std::make_unique<FakePanels>();
         m_panels = panels.get();
         X11ScreenCapturer::Options options;
-        options.display = display.name();
-        options.soundServer = sound.server();
+        options.display = display;
+        options.soundServer = soundServer;
         m_session = std::make_unique<EditorSession>(
             std::move(panels), [opened = m_opened] { return std::make_unique<RecordingPlayer>(opened); },
             [options] { return std::make_unique<X11ScreenCapturer>(options); },
-            std::make_unique<FixedScreen>(X11ScreenCapturer::screenSize(display.name()), 1.0));
+            std::make_unique<DisplayMonitors>(display));
     }
 
     // Opens the sample package and waits until the first preview has reached the player and the probe
@@ -227,8 +237,9 @@ protected:
         m_session->open();
         // The derived state is all there once the player plays the processed mix.
         ASSERT_TRUE(waitFor([&] {
-            return !m_opened->items.empty() && m_session->audioTrackCount() && !m_session->waveform().empty() &&
-                   m_session->audioPreviewUrl() && !m_opened->items.back().composition.audio.empty() &&
+            return !m_opened->items.empty() && m_session->audioTrackCount() &&
+                   !m_session->waveform().empty() && m_session->audioPreviewUrl() &&
+                   !m_opened->items.back().composition.audio.empty() &&
                    m_opened->items.back().composition.audio[0].file == m_session->audioPreviewUrl()->path();
         }));
     }
@@ -546,7 +557,7 @@ TEST_F(EditorSessionTest, ARecordingOnAPrivateDisplayOpensWithZoomsAndARetakeKee
     const VirtualDisplay display;
     const SoundServer sound;
     MARLOWICK_REQUIRE(xvfb(display), pulseAudio(sound));
-    recordFrom(display, sound);
+    recordFrom(display.name(), sound.server());
     FakeUser user(display.name());
     // Two bursts of clicks 1.7 s apart, longer than the director's cluster gap, each a cluster the director
     // zooms into.
@@ -623,15 +634,18 @@ TEST_F(EditorSessionTest, ARecordingOnAPrivateDisplayOpensWithZoomsAndARetakeKee
     fs::remove(m_session->document()->project.source.mediaURL.path(), ignored);
 }
 
-TEST_F(EditorSessionTest, ACaptureIsSizedFromTheScreenAndAFailureKeepsThePendingRetake) {
-    // No main screen: 1920 by 1080 at twice the pixels, with the sound asked for as chosen.
+TEST_F(EditorSessionTest, ACaptureIsOfTheChosenMonitorAtItsOwnSizeAndAFailureKeepsThePendingRetake) {
+    // No monitors to choose from: the primary one, at the size the capture finds, with the sound asked for
+    // as chosen.
+    EXPECT_TRUE(m_session->monitors().empty());
     m_session->setCapturesSystemAudio(false);
     m_session->setCapturesMicrophone(true);
     m_session->startRecording();
     ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::recording(); }));
     ASSERT_EQ(m_capture->started.size(), 1u);
     const CaptureConfiguration asked = m_capture->started[0];
-    EXPECT_EQ(asked.size, (Size{3840, 2160}));
+    EXPECT_EQ(asked.size, Size{});
+    EXPECT_EQ(asked.monitor, "");
     EXPECT_EQ(asked.frameRate, 60);
     EXPECT_FALSE(asked.capturesAudio);
     EXPECT_TRUE(asked.capturesMicrophone);
@@ -660,13 +674,18 @@ TEST_F(EditorSessionTest, ACaptureIsSizedFromTheScreenAndAFailureKeepsThePending
     EXPECT_EQ(m_session->lastError(), EditorSession::describe(*m_capture->failStop));
     EXPECT_FALSE(m_session->document());
 
-    // Neither source asked for: a capture without sound.
+    // Neither source asked for: a capture without sound, of the monitor picked.
     m_capture->failStart.reset();
     m_capture->failStop.reset();
     m_session->setCapturesMicrophone(false);
+    QSignalSpy picks(m_session.get(), &EditorSession::recordedMonitorChanged);
+    m_session->setRecordedMonitor("HDMI-1");
+    m_session->setRecordedMonitor("HDMI-1");
+    EXPECT_EQ(picks.count(), 1);
     m_session->startRecording();
     ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::recording(); }));
     EXPECT_FALSE(m_session->capturedWithAudio());
+    EXPECT_EQ(m_capture->started.back().monitor, "HDMI-1");
 
     // Its end opens the take as a new project.
     m_capture->take.mediaURL = Url::fileUrl(*s_dir / "take.mp4");
@@ -753,6 +772,37 @@ TEST_F(EditorSessionTest, JobsLandOnlyOnTheProjectTheyWereStartedFor) {
     for (const fs::directory_entry& entry : fs::directory_iterator(temporary.path())) {
         EXPECT_EQ(entry.path().extension(), ".marlowick") << entry.path();
     }
+}
+
+TEST_F(EditorSessionTest, TheMonitorPickedOutOfTwoIsTheOneRecorded) {
+    const TwoMonitorDisplay display;
+    MARLOWICK_REQUIRE(xorgDummy(display));
+    const TempDir scratch;
+    const TemporaryDirectoryOverride temporary(scratch.path());
+    recordFrom(display.name(), "unix:/nonexistent");
+    m_session->setCapturesSystemAudio(false);
+    const std::vector<ScreenMonitor> monitors = m_session->monitors();
+    ASSERT_EQ(monitors.size(), 2u);
+    EXPECT_EQ(monitors[1].name, "DUMMY1");
+    m_session->setRecordedMonitor(monitors[1].name);
+    m_session->startRecording();
+    ASSERT_TRUE(
+        waitFor([&] { return m_session->phase() != SessionPhase::idle() || m_session->lastError(); }));
+    ASSERT_EQ(m_session->phase(), SessionPhase::recording()) << m_session->lastError().value_or("");
+    QTest::qWait(500);
+    m_session->stopRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() != SessionPhase::recording(); }));
+    ASSERT_EQ(m_session->phase(), SessionPhase::editing()) << m_session->lastError().value_or("");
+    EXPECT_EQ(m_session->document()->project.source.size, (Size{800, 600}));
+
+    // A monitor gone by the next take: the start fails, naming those there are.
+    m_session->setRecordedMonitor("DUMMY7");
+    m_session->startRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->lastError().has_value(); }));
+    EXPECT_EQ(
+        m_session->lastError(),
+        "No monitor is named DUMMY7; the monitors are DUMMY0 (1280×720, primary) and DUMMY1 (800×600).");
+    EXPECT_EQ(m_session->phase(), SessionPhase::idle());
 }
 
 TEST_F(EditorSessionTest, CaptionsComeFromTheNarrationAndNeedThePermission) {
@@ -866,3 +916,193 @@ TEST_F(EditorSessionTest, AnExportCarriesItsProgressAndEndsInTheEditor) {
 }
 
 } // namespace
+
+namespace {
+
+// Everything derived from the open project, as a session shows it once its jobs have landed.
+struct DerivedView {
+    std::vector<float> waveform;
+    std::vector<PlaybackComposition::Segment> segments;
+    std::size_t soundEntries = 0;
+    bool playsTheMix = false;
+    std::vector<std::optional<CursorFrame>> cursor;
+
+    friend bool operator==(const DerivedView&, const DerivedView&) = default;
+};
+
+DerivedView derivedView(const EditorSession& session, const OpenedItems& opened) {
+    DerivedView view;
+    view.waveform = session.waveform();
+    if (!opened.items.empty()) {
+        const PlaybackComposition& composition = opened.items.back().composition;
+        view.segments = composition.segments;
+        view.soundEntries = composition.audio.size();
+        view.playsTheMix = !composition.audio.empty() && composition.audio.front().preTrimmed;
+    }
+    if (session.cursorSampler()) {
+        for (double t = 0; t <= 8; t += 0.25) {
+            view.cursor.push_back(session.cursorSampler()->frameAt(t));
+        }
+    }
+    return view;
+}
+
+} // namespace
+
+TEST_F(EditorSessionTest, EditsUndoAndRedoToTheSameProjectsAndDeriveWhatAFreshOpenWould) {
+    openSample();
+    std::mt19937 random(20261125);
+    const auto pick = [&](double low, double high) { return std::uniform_real_distribution<double>(low, high)(random); };
+    const auto any = [&](std::size_t count) { return static_cast<std::size_t>(random() % count); };
+
+    // The derived state of the session as it is now equals that of a fresh session opening the same state
+    // from a package, once both have settled.
+    const auto expectAsFreshlyOpened = [&] {
+        const TempDir scratch;
+        const fs::path saved = scratch / "State.marlowick";
+        m_session->document()->write(saved);
+        auto panels = std::make_unique<FakePanels>();
+        panels->packagesToOpen.push_back(saved);
+        auto opened = std::make_shared<OpenedItems>();
+        EditorSession fresh(
+            std::move(panels), [opened] { return std::make_unique<RecordingPlayer>(opened); },
+            [script = m_capture] { return std::make_unique<ScriptedCapturer>(script); }, nullptr);
+        fresh.open();
+        const bool same = waitFor([&] {
+            return !fresh.isRenderingAudioPreview() && !m_session->isRenderingAudioPreview() &&
+                   !fresh.waveform().empty() && derivedView(fresh, *opened) == derivedView(*m_session, *m_opened);
+        });
+        EXPECT_TRUE(same);
+    };
+
+    std::vector<Project> states{m_session->document()->project};
+    std::vector<std::string> names;
+    for (int step = 0; step < 16; ++step) {
+        switch (any(7)) {
+        case 0:
+            m_session->setZoomStyle(static_cast<CameraTrack::Style>(any(4)));
+            break;
+        case 1:
+            m_session->addBeat(pick(0, 7));
+            break;
+        case 2:
+            if (const auto beats = m_session->document()->project.camera.beats; !beats.empty()) {
+                m_session->deleteBeat(beats[any(beats.size())].id);
+            }
+            break;
+        case 3: {
+            const double from = pick(0, 6);
+            m_session->setSelectionStart(from);
+            m_session->setSelectionEnd(from + pick(0.2, 1.5));
+            m_session->cutSelection();
+            break;
+        }
+        case 4:
+            if (const auto cuts = m_session->manualCuts(); !cuts.empty()) {
+                m_session->restoreCut(cuts[any(cuts.size())].id);
+            }
+            break;
+        case 5:
+            m_session->setMusic(any(2) == 0 ? std::optional(MusicBed::forFile(Url::fileUrl(*s_dir / "music.m4a")))
+                                            : std::nullopt);
+            break;
+        case 6:
+            m_session->editProject("Look", [&](Project& project) {
+                project.cursor.scale = pick(0.5, 2.5);
+                project.canvas.inset = pick(0, 0.2);
+            });
+            break;
+        }
+        if (!(m_session->document()->project == states.back())) {
+            states.push_back(m_session->document()->project);
+            names.push_back(m_session->undoName().value_or(""));
+        }
+        if (step == 7) {
+            expectAsFreshlyOpened();
+        }
+    }
+    ASSERT_GE(states.size(), 6u);
+
+    // Undone to the start, each step gives back the project before it, exactly; redone to the end, each
+    // gives the one after it.
+    for (std::size_t i = states.size() - 1; i > 0; --i) {
+        EXPECT_EQ(m_session->undoName(), names[i - 1]);
+        m_session->undo();
+        ASSERT_TRUE(m_session->document()->project == states[i - 1]) << "undoing step " << i;
+        if (i == states.size() / 2) {
+            expectAsFreshlyOpened();
+        }
+    }
+    EXPECT_FALSE(m_session->undoName());
+    EXPECT_FALSE(m_session->isModified());
+    expectAsFreshlyOpened();
+    for (std::size_t i = 1; i < states.size(); ++i) {
+        m_session->redo();
+        ASSERT_TRUE(m_session->document()->project == states[i]) << "redoing step " << i;
+    }
+    EXPECT_FALSE(m_session->redoName());
+    expectAsFreshlyOpened();
+}
+
+TEST_F(EditorSessionTest, UnsavedChangesAreSavedOrLetGoAsThePersonAnswers) {
+    openSample();
+    EXPECT_FALSE(m_session->isModified());
+    const auto inset = [&] { return m_session->document()->project.canvas.inset; };
+    m_session->editProject("Inset", [](Project& project) { project.canvas.inset = 0.15; });
+    EXPECT_TRUE(m_session->isModified());
+    EXPECT_EQ(m_session->undoName(), "Inset");
+    // Undone back to the state on disk, the project is clean again; redone, it isn't.
+    m_session->undo();
+    EXPECT_FALSE(m_session->isModified());
+    EXPECT_EQ(m_session->redoName(), "Inset");
+    m_session->redo();
+    EXPECT_TRUE(m_session->isModified());
+
+    // The steps of one gesture are one step.
+    for (const double depth : {0.16, 0.17, 0.18}) {
+        m_session->editProject("Inset", [&](Project& project) { project.canvas.inset = depth; }, "inset-slider");
+    }
+    m_session->undo();
+    EXPECT_EQ(inset(), 0.15);
+    m_session->redo();
+    EXPECT_EQ(inset(), 0.18);
+
+    // Cancel, and a save whose panel is cancelled, stop the open; nothing is asked of the open panel.
+    m_panels->packagesToOpen.push_back(package());
+    m_panels->saveAnswers = {FilePanels::SaveAnswer::cancel, FilePanels::SaveAnswer::save};
+    m_session->open();
+    m_session->open();
+    EXPECT_EQ(m_panels->savesAsked, 2);
+    EXPECT_EQ(m_panels->packagesToOpen.size(), 1u);
+    EXPECT_EQ(inset(), 0.18);
+    EXPECT_TRUE(m_session->isModified());
+
+    // Saved through the panel, the project is clean and its history stays: an undo makes it modified.
+    const TempDir scratch;
+    m_panels->saveAnswers = {FilePanels::SaveAnswer::save};
+    m_panels->packagesToSave.push_back(scratch / "Saved.marlowick");
+    EXPECT_TRUE(m_session->settleUnsavedChanges());
+    EXPECT_FALSE(m_session->isModified());
+    EXPECT_EQ(MarlowickDocument::read(scratch / "Saved.marlowick").project.canvas.inset, 0.18);
+    m_session->undo();
+    EXPECT_TRUE(m_session->isModified());
+    m_session->redo();
+    EXPECT_FALSE(m_session->isModified());
+
+    // Don't Save lets the action go on and keeps nothing; the open then reads the package as it was.
+    m_session->editProject("Inset", [](Project& project) { project.canvas.inset = 0.01; });
+    m_panels->saveAnswers = {FilePanels::SaveAnswer::discard};
+    m_session->open();
+    EXPECT_EQ(m_session->document()->project.name, "Demo");
+    EXPECT_FALSE(m_session->isModified());
+    EXPECT_FALSE(m_session->undoName());
+
+    // A new take has never been saved.
+    m_capture->take = walkingTake(*s_dir / "take.mp4", 8, {20, 30}, {3, 10});
+    m_session->startRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::recording(); }));
+    m_session->stopRecording();
+    ASSERT_TRUE(waitFor([&] { return m_session->phase() == SessionPhase::editing(); }));
+    EXPECT_TRUE(m_session->isModified());
+    EXPECT_FALSE(m_session->undoName());
+}

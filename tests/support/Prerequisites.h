@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/SoundServer.h"
+#include "support/TwoMonitorDisplay.h"
 #include "support/VirtualDisplay.h"
 
 #include <gtest/gtest.h>
@@ -20,6 +21,11 @@ struct Prerequisite {
 
 inline Prerequisite xvfb(const VirtualDisplay& display) {
     return {!display.name().empty(), "Xvfb (a private X display)", "the Debian package xvfb"};
+}
+
+inline Prerequisite xorgDummy(const TwoMonitorDisplay& display) {
+    return {!display.name().empty(), "Xorg with the dummy video driver (a private display of two monitors)",
+            "the Debian packages xserver-xorg-core and xserver-xorg-video-dummy"};
 }
 
 inline Prerequisite pulseAudio(const SoundServer& sound) {
