@@ -419,7 +419,9 @@ TEST_F(InspectorTest, CutsAreMarkedAtThePlayheadRemovedAndRestored) {
     playback->seek(2.0);
     setIn->click();
     EXPECT_TRUE(showsText(m_screen, "Cut", "Selected 1.00s – 2.00s (1.00s)"));
+    QSignalSpy cutWaveforms(m_session.get(), &EditorSession::waveformChanged);
     remove->click();
+    EXPECT_TRUE(within(10, [&] { return cutWaveforms.count() > 0; }));
     ASSERT_EQ(project().manualCuts.size(), 1u);
     EXPECT_NEAR(project().manualCuts[0].start, 1.0, 1e-9);
     EXPECT_NEAR(project().manualCuts[0].end, 2.0, 1e-9);
@@ -730,4 +732,10 @@ TEST_F(InspectorTest, ControlsFollowTheDocumentWithoutWritingBack) {
     EXPECT_EQ(edits.count(), before + 5);
     QTest::mouseRelease(tilt, Qt::LeftButton, {}, handle + QPoint(40, 0));
     EXPECT_EQ(project().canvas.tilt.x, last);
+
+    // The drag is one step of the history: one undo takes the tilt back to where the drag began.
+    EXPECT_EQ(m_session->undoName(), "Tilt X");
+    m_session->undo();
+    EXPECT_EQ(project().canvas.tilt.x, 10);
+    EXPECT_EQ(m_session->undoName(), "Smoothing");
 }

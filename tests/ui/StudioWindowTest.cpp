@@ -297,6 +297,32 @@ TEST_F(StudioWindowTest, ThePhaseDecidesTheScreen) {
     saveScreenshot(*m_window->recordingScreen(), "recording");
 }
 
+TEST_F(StudioWindowTest, ClosingOrRecordingOverUnsavedWorkAsksFirstAndTheTitleSaysSo) {
+    openPackage();
+    EXPECT_EQ(m_window->windowTitle().toStdString(), "Demo[*] — Marlowick");
+    EXPECT_FALSE(m_window->isWindowModified());
+    EXPECT_FALSE(m_window->undoAction()->isEnabled());
+    m_session->editProject("Inset", [](Project& project) { project.canvas.inset = 0.15; });
+    EXPECT_TRUE(m_window->isWindowModified());
+    EXPECT_EQ(m_window->undoAction()->text().toStdString(), "Undo “Inset”");
+
+    // Cancel keeps the window, and a take doesn't start over the unsaved project.
+    m_panels->saveAnswers = {FilePanels::SaveAnswer::cancel, FilePanels::SaveAnswer::cancel};
+    EXPECT_FALSE(m_window->close());
+    EXPECT_TRUE(m_window->isVisible());
+    m_window->startRecordingAction()->trigger();
+    EXPECT_FALSE(m_window->recordingAside()->isWaiting());
+    EXPECT_EQ(m_session->phase(), SessionPhase::editing());
+    EXPECT_EQ(m_panels->questionsAsked, 2);
+
+    // Undone back to the package's state, nothing is unsaved and closing asks nothing.
+    m_window->undoAction()->trigger();
+    EXPECT_FALSE(m_window->isWindowModified());
+    EXPECT_EQ(m_window->redoAction()->text().toStdString(), "Redo “Inset”");
+    EXPECT_TRUE(m_window->close());
+    EXPECT_EQ(m_panels->questionsAsked, 2);
+}
+
 TEST_F(StudioWindowTest, TheRecordScreensSoundChoicesAreThereAgainAtTheNextLaunch) {
     const bool systemAudio = m_session->capturesSystemAudio();
     const bool microphone = m_session->capturesMicrophone();

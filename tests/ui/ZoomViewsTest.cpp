@@ -210,6 +210,13 @@ TEST_F(ZoomViewsTest, DragsOnTheRailMakeOneEditEachAndKeepToTheStripAndTheShorte
     dragOnRail(trailingHandle(first.id), trailingHandle(first.id) + QPoint(30, 0));
     EXPECT_NEAR(stored(first.id).end, before.end + secondsFor(30), 1e-9);
     EXPECT_DOUBLE_EQ(stored(first.id).start, before.start);
+
+    // That drag is one step of the history, named in the Edit menu: one undo puts the beat back.
+    EXPECT_EQ(m_window->undoAction()->text().toStdString(), "Undo “Move Zoom”");
+    EXPECT_TRUE(m_window->undoAction()->isEnabled());
+    m_window->undoAction()->trigger();
+    EXPECT_EQ(stored(first.id), before);
+    EXPECT_EQ(m_window->redoAction()->text().toStdString(), "Redo “Move Zoom”");
 }
 
 TEST_F(ZoomViewsTest, ATapSelectsOrScrubsAndTheKeysAndMenuDeleteAndAdd) {
