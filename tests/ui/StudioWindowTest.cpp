@@ -632,6 +632,10 @@ TEST_F(ShellWindowTest, ATakeTakesTheWindowOutOfThePictureAndCtrlPeriodAnywhereS
     EXPECT_EQ(m_gate->starts, 1);
     EXPECT_FALSE(m_gate->windowShownAtStart);
     EXPECT_EQ(m_window->currentScreen(), m_window->recordingScreen());
+    // The toolbar's first button is Stop for the take.
+    EXPECT_FALSE(m_window->startRecordingAction()->isVisible());
+    EXPECT_TRUE(m_window->stopRecordingAction()->isVisible());
+    EXPECT_EQ(m_window->stopRecordingAction()->iconText().toStdString(), "Stop");
     EXPECT_TRUE(m_window->recordingAside()->isAside());
     EXPECT_FALSE(m_window->isVisible());
     EXPECT_TRUE(within(5, [&] { return !other.isViewable(m_window->winId()); }));

@@ -445,6 +445,17 @@ TEST_F(ZoomViewsTest, TheZoomEditorListsTheBeatsAndItsFieldsReachTheBeat) {
     EXPECT_EQ(project().camera.beats.front().id, later.id);
     EXPECT_EQ(editor.rows().size(), 1u);
 
+    // A beat a cut covers whole is still listed, at the cut, and says so; its times can't be typed there.
+    const ZoomBeat covered = beat(1.2, 1.8, 1.5, true);
+    setCamera({covered}, {Span(Range{1.0, 2.0})});
+    ASSERT_EQ(editor.rows().size(), 1u);
+    const auto rowLabels = editor.rows()[0]->findChildren<QLabel*>();
+    EXPECT_TRUE(std::any_of(rowLabels.begin(), rowLabels.end(), [](QLabel* label) {
+        return label->text() == QString::fromUtf8("1.00 · hidden by a cut");
+    }));
+    EXPECT_FALSE(fieldOf(editor.rows()[0], "Start")->isEnabled());
+    EXPECT_TRUE(fieldOf(editor.rows()[0], "Depth")->isEnabled());
+
     QTest::mouseClick(buttonOf(&editor, "Screen"), Qt::LeftButton);
     EXPECT_EQ(back.count(), 1);
 }
