@@ -19,6 +19,7 @@ namespace {
 
 constexpr std::string_view help =
     R"(Usage: marlowick captions PACKAGE [--locale L] [--write] [--json] [--srt FILE | --vtt FILE]
+       marlowick captions PACKAGE --from FILE [--write] [--json]
        marlowick captions --locales
 
 Listens to the recording's voice on this machine (nothing is sent anywhere) and prints the captions it
@@ -29,7 +30,12 @@ Options:
   --locale L   The language spoken, as en-US. By default the installed language that best matches
                LANGUAGE, LC_ALL, LC_MESSAGES or LANG; 'captions --locales' lists the installed ones.
   --write      Keep the cues as the project's captions, switched on, in the style its captions had.
-  --json       Print the recognised words and the cues as JSON instead of the table.
+  --json       Print the captions track as JSON instead of the table (with the recognised words beside
+               its cues when transcribing); 'marlowick set PACKAGE captions=FILE' takes that file back.
+  --from FILE  Make the captions from a subtitle file (SubRip .srt or WebVTT .vtt) instead of listening:
+               one a person corrected, or one from another tool. Its times are on the finished video's
+               clock, as --srt and 'export --subtitles' write them, and are moved back through the cuts;
+               each cue's words are spread over its time by their length.
   --srt FILE   Write the captions as SubRip subtitles, on the finished video's clock (after the cuts).
   --vtt FILE   The same as WebVTT.
 With --srt or --vtt alone, a project that has captions gives the ones it has, edits included, and
@@ -41,6 +47,7 @@ Speech models come from the pocketsphinx-en-us package (English), or from a fold
 Examples:
   marlowick captions demo.marlowick --write
   marlowick captions demo.marlowick --srt demo.srt
+  marlowick captions demo.marlowick --from corrected.srt --write
 )";
 
 // The grouping the editor uses too.
@@ -111,6 +118,58 @@ std::optional<std::vector<CaptionTrack::Word>> transcribeVoice(const std::filesy
     }
 }
 
+// Prints the project's captions as the table or, with `json`, as the track's JSON (with `words` beside
+// the cues when given).
+void printCaptions(const CaptionTrack& track, bool json, const std::vector<CaptionTrack::Word>* words) {
+    if (json) {
+        Json shown = toJson(track);
+        if (words) {
+            Json wordList = Json::array();
+            for (const CaptionTrack::Word& w : *words) {
+                wordList.push_back(toJson(w));
+            }
+            shown["words"] = wordList;
+        }
+        std::cout << shown.dump(2) << '\n';
+        return;
+    }
+    std::size_t wordCount = 0;
+    for (const CaptionTrack::Cue& c : track.cues) {
+        std::cout << span(c.start(), c.end()) << "  " << c.text() << '\n';
+        wordCount += c.words.size();
+    }
+    std::cout << counted(track.cues.size(), "cue") << ", " << counted(wordCount, "word") << '\n';
+}
+
+int captionsFromFile(const std::filesystem::path& package, const std::filesystem::path& file, bool write,
+                     bool json) {
+    auto document = openPackage(package);
+    if (!document) {
+        return exitFailure;
+    }
+    std::vector<SubtitleCue> cues;
+    try {
+        cues = readSubtitles(file);
+    } catch (const std::exception& e) {
+        reportFailure(file, e);
+        return exitFailure;
+    }
+    Project& project = document->project;
+    project.captions = CaptionTrack{captionCuesFrom(cues, project.effectiveTrim()),
+                                    project.captions ? project.captions->style : CaptionStyle{}, true};
+    printCaptions(*project.captions, json, nullptr);
+    std::ostream& said = json ? std::cerr : std::cout;
+    if (!write) {
+        said << "Nothing was saved: --write keeps these captions in the project\n";
+        return 0;
+    }
+    if (!savePackage(*document, package)) {
+        return exitFailure;
+    }
+    said << "Saved " << package.string() << '\n';
+    return 0;
+}
+
 } // namespace
 
 int runCaptions(const std::vector<std::string>& args) {
@@ -122,9 +181,17 @@ int runCaptions(const std::vector<std::string>& args) {
         return listLocales();
     }
     const auto parsed =
-        parseArguments("captions", args, {"--write", "--json"}, {"--locale", "--srt", "--vtt"}, 1);
+        parseArguments("captions", args, {"--write", "--json"}, {"--locale", "--srt", "--vtt", "--from"}, 1);
     if (!parsed) {
         return exitUsage;
+    }
+    if (const auto from = parsed->value("--from")) {
+        if (parsed->value("--srt") || parsed->value("--vtt") || parsed->value("--locale")) {
+            throw UsageError("captions: --from reads the captions from a file; it goes with --write and --json "
+                             "alone");
+        }
+        return captionsFromFile(parsed->words.front(), *from, parsed->has("--write"),
+                                parsed->has("--json"));
     }
     const auto srt = parsed->value("--srt");
     const auto vtt = parsed->value("--vtt");
@@ -167,24 +234,9 @@ int runCaptions(const std::vector<std::string>& args) {
             return exitFailure;
         }
         const auto cues = CaptionTrack::cuesFromWords(*words, wordsPerCue, cuePauseBreak);
-        if (parsed->has("--json")) {
-            Json wordList = Json::array();
-            for (const CaptionTrack::Word& w : *words) {
-                wordList.push_back(toJson(w));
-            }
-            Json cueList = Json::array();
-            for (const CaptionTrack::Cue& c : cues) {
-                cueList.push_back(toJson(c));
-            }
-            std::cout << Json{{"words", wordList}, {"cues", cueList}}.dump(2) << '\n';
-        } else {
-            for (const CaptionTrack::Cue& c : cues) {
-                std::cout << span(c.start(), c.end()) << "  " << c.text() << '\n';
-            }
-            std::cout << counted(cues.size(), "cue") << ", " << counted(words->size(), "word") << '\n';
-        }
         project.captions =
             CaptionTrack{cues, project.captions ? project.captions->style : CaptionStyle{}, true};
+        printCaptions(*project.captions, parsed->has("--json"), &*words);
         // With --json standard output holds the JSON alone; the confirmations go beside it.
         std::ostream& said = parsed->has("--json") ? std::cerr : std::cout;
         if (parsed->has("--write")) {

@@ -24,7 +24,8 @@ Commands:
   silence PACKAGE [--threshold F] [--minimum S] [--padding S] [--write]
                           Find the pauses in the voice, and with --write cut them.
   captions PACKAGE [--locale L] [--write] [--json] [--srt FILE | --vtt FILE]
-                          Transcribe the voice on this machine into captions; --locales lists languages.
+                          Transcribe the voice on this machine into captions, or read them from a
+                          subtitle file with --from FILE; --locales lists languages.
   style PACKAGE --from OTHER [--dry-run]
                           Give the package the canvas, cursor and sound settings of another.
   set PACKAGE KEY=VALUE... [--dry-run] | --list

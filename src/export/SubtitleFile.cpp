@@ -6,6 +6,9 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <optional>
+#include <regex>
+#include <sstream>
 #include <system_error>
 
 namespace marlowick {
@@ -21,6 +24,42 @@ std::string timestamp(double seconds, char fractionMark) {
     std::snprintf(text, sizeof text, "%02lld:%02lld:%02lld%c%03lld", ms / 3600000, ms / 60000 % 60,
                   ms / 1000 % 60, fractionMark, ms % 1000);
     return text;
+}
+
+// "01:02:03,456", "01:02:03.456" or, in WebVTT, "02:03.456", in seconds; none for anything else.
+std::optional<double> readTimestamp(const std::string& text) {
+    static const std::regex form(R"((?:(\d+):)?(\d{1,2}):(\d{2})[,.](\d{3}))");
+    std::smatch parts;
+    if (!std::regex_match(text, parts, form)) {
+        return std::nullopt;
+    }
+    const double hours = parts[1].matched ? std::stod(parts[1]) : 0;
+    return hours * 3600 + std::stod(parts[2]) * 60 + std::stod(parts[3]) + std::stod(parts[4]) / 1000;
+}
+
+// The cue's text without markup: anything between '<' and '>' goes.
+std::string withoutMarkup(const std::string& line) {
+    std::string text;
+    bool inTag = false;
+    for (const char c : line) {
+        if (c == '<') {
+            inTag = true;
+        } else if (c == '>') {
+            inTag = false;
+        } else if (!inTag) {
+            text.push_back(c);
+        }
+    }
+    return text;
+}
+
+std::string trimmed(std::string line) {
+    const auto first = line.find_first_not_of(" \t\r");
+    if (first == std::string::npos) {
+        return {};
+    }
+    const auto last = line.find_last_not_of(" \t\r");
+    return line.substr(first, last - first + 1);
 }
 
 } // namespace
@@ -66,6 +105,95 @@ void writeSubtitles(const std::filesystem::path& target, const std::vector<Subti
         }
     }
     output.commit();
+}
+
+std::vector<SubtitleCue> parseSubtitles(std::string_view text) {
+    std::istringstream input{std::string(text)};
+    std::vector<SubtitleCue> cues;
+    std::string line;
+    int number = 0;
+    std::optional<SubtitleCue> cue; // the cue whose text lines are being read
+    bool skipping = false;          // inside a NOTE or STYLE block, or the header's block
+    const auto finish = [&] {
+        if (cue) {
+            cues.push_back(std::move(*cue));
+            cue.reset();
+        }
+    };
+    while (std::getline(input, line)) {
+        ++number;
+        if (number == 1 && line.starts_with("\xEF\xBB\xBF")) {
+            line.erase(0, 3);
+        }
+        line = trimmed(line);
+        if (line.empty()) {
+            finish();
+            skipping = false;
+            continue;
+        }
+        if (skipping) {
+            continue;
+        }
+        if (cue) {
+            const std::string shown = trimmed(withoutMarkup(line));
+            if (!shown.empty()) {
+                cue->text += (cue->text.empty() ? "" : " ") + shown;
+            }
+            continue;
+        }
+        if (line.starts_with("WEBVTT") || line.starts_with("NOTE") || line.starts_with("STYLE") ||
+            line.starts_with("REGION")) {
+            skipping = true;
+            continue;
+        }
+        const auto arrow = line.find("-->");
+        if (arrow == std::string::npos) {
+            // A cue's number or identifier comes before its times.
+            continue;
+        }
+        const std::string from = trimmed(line.substr(0, arrow));
+        std::string rest = trimmed(line.substr(arrow + 3));
+        // A WebVTT cue's settings follow its end time.
+        const std::string to = rest.substr(0, rest.find_first_of(" \t"));
+        const auto start = readTimestamp(from);
+        const auto end = readTimestamp(to);
+        if (!start || !end || *end < *start) {
+            throw SubtitleError(SubtitleErrorKind::unreadable,
+                                "line " + std::to_string(number) + ": \"" + line + "\" isn't a cue's times");
+        }
+        cue = SubtitleCue{*start, *end, {}};
+    }
+    finish();
+    std::erase_if(cues, [](const SubtitleCue& c) { return c.text.empty(); });
+    if (cues.empty()) {
+        throw SubtitleError(SubtitleErrorKind::noCues);
+    }
+    return cues;
+}
+
+std::vector<SubtitleCue> readSubtitles(const std::filesystem::path& file) {
+    return parseSubtitles(fileops::readFile(file));
+}
+
+std::vector<CaptionTrack::Cue> captionCuesFrom(const std::vector<SubtitleCue>& cues, const TimeMap& trim) {
+    std::vector<CaptionTrack::Cue> captions;
+    for (const SubtitleCue& cue : cues) {
+        CaptionTrack::Cue caption;
+        caption.id = Uuid::random();
+        // Spread on the finished video's clock, where the person timed them, then moved word by word, so
+        // that no word lands inside a cut.
+        for (CaptionTrack::Word word : CaptionTrack::spreadWords(cue.text, cue.start, cue.end)) {
+            // A start on a cut's instant begins after the cut, an end on it ends before.
+            word.start = trim.sourceTimeForOutput(word.end > word.start ? std::nextafter(word.start, word.end)
+                                                                        : word.start);
+            word.end = trim.sourceTimeForOutput(word.end);
+            caption.words.push_back(std::move(word));
+        }
+        if (!caption.words.empty()) {
+            captions.push_back(std::move(caption));
+        }
+    }
+    return captions;
 }
 
 } // namespace marlowick

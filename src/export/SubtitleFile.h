@@ -3,9 +3,11 @@
 #include "model/CaptionTrack.h"
 #include "model/EnumNames.h"
 #include "model/TimeMap.h"
+#include "model/TypedError.h"
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace marlowick {
@@ -41,5 +43,22 @@ std::string subtitleText(const std::vector<SubtitleCue>& cues, SubtitleFormat fo
 // Throws filesystem_error when it can't be written. Any thread.
 void writeSubtitles(const std::filesystem::path& target, const std::vector<SubtitleCue>& cues,
                     SubtitleFormat format);
+
+// A subtitle file that can't be read as one; the text says where and why ("line 7: ...").
+enum class SubtitleErrorKind { unreadable, noCues };
+using SubtitleError = TypedError<SubtitleErrorKind>;
+
+// The cues of a SubRip or a WebVTT text, told apart by the "WEBVTT" header, in file order: a cue's lines
+// joined by a blank, its markup (<i>, <v Name>) and a WebVTT cue's settings dropped; NOTE and STYLE blocks
+// skipped. Times as the files write them, hours optional in WebVTT. Throws SubtitleError for a time line
+// that can't be read or a text without cues.
+std::vector<SubtitleCue> parseSubtitles(std::string_view text);
+// The same, read from `file`; filesystem_error when it can't be read.
+std::vector<SubtitleCue> readSubtitles(const std::filesystem::path& file);
+
+// The caption cues that show `cues` (on the finished video's clock) in a project cut by `trim`: each cue's
+// words spread over its span in proportion to their length, then moved back through the cuts onto the
+// recording's clock. What `subtitleCues` makes of them gives the same cues back.
+std::vector<CaptionTrack::Cue> captionCuesFrom(const std::vector<SubtitleCue>& cues, const TimeMap& trim);
 
 } // namespace marlowick

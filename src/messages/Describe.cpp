@@ -5,6 +5,7 @@
 #include "capture/CaptureError.h"
 #include "compositor/CompositorError.h"
 #include "export/Exporter.h"
+#include "export/SubtitleFile.h"
 #include "media/MediaError.h"
 #include "model/Coding.h"
 #include "model/MarlowickDocument.h"
@@ -160,6 +161,10 @@ std::string describe(const std::exception& error, PackageAccess access) {
     }
     if (const auto* e = dynamic_cast<const ExportError*>(&error)) {
         return describeExport(*e);
+    }
+    if (const auto* e = dynamic_cast<const SubtitleError*>(&error)) {
+        return e->kind() == SubtitleErrorKind::noCues ? std::string("holds no subtitles (SubRip or WebVTT cues)")
+                                                      : std::string("not a subtitle file: ") + e->what();
     }
     if (const auto* e = dynamic_cast<const RenderError*>(&error)) {
         return describeRender(*e);

@@ -2,6 +2,8 @@
 
 #include "model/ModelCoding.h"
 
+#include <algorithm>
+
 namespace marlowick {
 
 std::string displayName(CaptionStyle::Position position) {
@@ -21,6 +23,46 @@ std::string CaptionTrack::Cue::text() const {
         joined += w.text;
     }
     return joined;
+}
+
+CaptionTrack::Cue CaptionTrack::Cue::withText(std::string_view text) const {
+    Cue corrected = *this;
+    std::vector<Word> spread = spreadWords(text, start(), end());
+    if (spread.size() == words.size()) {
+        for (std::size_t i = 0; i < words.size(); ++i) {
+            corrected.words[i].text = std::move(spread[i].text);
+        }
+    } else {
+        corrected.words = std::move(spread);
+    }
+    return corrected;
+}
+
+std::vector<CaptionTrack::Word> CaptionTrack::spreadWords(std::string_view text, double start, double end) {
+    std::vector<std::string> pieces;
+    std::size_t letters = 0;
+    std::size_t at = 0;
+    while (at < text.size()) {
+        const std::size_t begin = text.find_first_not_of(" \t\r\n", at);
+        if (begin == std::string_view::npos) {
+            break;
+        }
+        const std::size_t stop = std::min(text.find_first_of(" \t\r\n", begin), text.size());
+        pieces.emplace_back(text.substr(begin, stop - begin));
+        letters += stop - begin;
+        at = stop;
+    }
+    std::vector<Word> words;
+    double from = start;
+    std::size_t counted = 0;
+    for (std::string& piece : pieces) {
+        counted += piece.size();
+        // Each end is placed from the letters counted so far, so rounding never piles up at the last word.
+        const double to = start + (end - start) * static_cast<double>(counted) / static_cast<double>(letters);
+        words.push_back({std::move(piece), from, to, 1.0});
+        from = to;
+    }
+    return words;
 }
 
 std::optional<std::size_t> CaptionTrack::Cue::activeWordAt(double t) const {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace marlowick {
@@ -51,6 +52,10 @@ struct CaptionTrack {
         bool contains(double t) const { return start() <= t && t <= end(); }
         // The first word with start <= t <= end; none between words.
         std::optional<std::size_t> activeWordAt(double t) const;
+        // The cue with its text corrected to `text`: where the words are as many as before, each keeps its
+        // times (a spelling fixed); otherwise the new words are spread over the cue's span in proportion to
+        // their length. Words are split at blanks; a text without words leaves a cue without words.
+        Cue withText(std::string_view text) const;
 
         friend bool operator==(const Cue&, const Cue&) = default;
     };
@@ -66,6 +71,9 @@ struct CaptionTrack {
     // in ".", "?" or "!", or reaching `maximumWords`, closes one.
     static std::vector<Cue> cuesFromWords(const std::vector<Word>& words, std::size_t maximumWords,
                                           double pauseBreak);
+    // The words of `text`, split at blanks, laid end to end over [start, end], each as long as its share of
+    // the letters; confidence 1, since a person wrote them.
+    static std::vector<Word> spreadWords(std::string_view text, double start, double end);
 
     friend bool operator==(const CaptionTrack&, const CaptionTrack&) = default;
 };

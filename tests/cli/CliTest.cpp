@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <fstream>
 #include <sstream>
 #include <thread>
 
@@ -654,6 +655,55 @@ TEST_F(Cli, ImportMakesAProjectFromAMovieMadeElsewhere) {
         expectRefused(c.args, c.status, c.said);
     }
     EXPECT_FALSE(fs::exists(dir / "Voice.marlowick") || fs::exists(package / "Inner.marlowick"));
+}
+
+TEST_F(Cli, CaptionsComeBackFromASubtitleFileAcrossACut) {
+    const fs::path package = dir / "Subtitled.marlowick";
+    ASSERT_EQ(run({"sample", package.string(), "--size", "320x180", "--rate", "10", "--no-voice"}).status, 0);
+    // Two cues a person wrote, one on each side of a second cut at 3 s.
+    MarlowickDocument document = MarlowickDocument::read(package);
+    CaptionTrack captions;
+    captions.cues = {{Uuid::random(), CaptionTrack::spreadWords("Open the editor.", 1.0, 2.5)},
+                     {Uuid::random(), CaptionTrack::spreadWords("Then save the page", 4.5, 6.0)}};
+    document.project.captions = captions;
+    document.project.manualCuts = {Span(Range{3.0, 4.0})};
+    document.write(package);
+
+    // Written on the finished video's clock and read back, the subtitles are the same cues.
+    ASSERT_EQ(run({"captions", package.string(), "--srt", (dir / "first.srt").string()}).status, 0);
+    const std::string first = readText(dir / "first.srt");
+    EXPECT_NE(first.find("00:00:03,500 --> 00:00:05,000"), std::string::npos) << first;
+    Result r = run({"captions", package.string(), "--from", (dir / "first.srt").string(), "--write"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(run({"captions", package.string(), "--srt", (dir / "again.srt").string()}).status, 0);
+    EXPECT_EQ(readText(dir / "again.srt"), first);
+    // The second cue is back on the recording's clock, after the cut.
+    const auto reread = MarlowickDocument::read(package).project.captions;
+    ASSERT_TRUE(reread);
+    ASSERT_EQ(reread->cues.size(), 2u);
+    EXPECT_NEAR(reread->cues[1].start(), 4.5, 0.002);
+    EXPECT_EQ(reread->cues[1].text(), "Then save the page");
+
+    // A corrected WebVTT file with markup and settings: the words a person typed, timed within the cue.
+    std::ofstream(dir / "fixed.vtt") << "WEBVTT\n\nNOTE corrected by hand\n\n1\n00:01.000 --> 00:02.500 align:start\n"
+                                        "Open the <i>recorder</i> now.\n";
+    r = run({"captions", package.string(), "--from", (dir / "fixed.vtt").string(), "--json"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::ofstream(dir / "track.json") << r.out;
+    ASSERT_EQ(run({"set", package.string(), "captions=" + (dir / "track.json").string()}).status, 0);
+    const auto set = MarlowickDocument::read(package).project.captions;
+    ASSERT_TRUE(set);
+    ASSERT_EQ(set->cues.size(), 1u);
+    EXPECT_EQ(set->cues[0].text(), "Open the recorder now.");
+    EXPECT_NEAR(set->cues[0].start(), 1.0, 1e-9);
+    EXPECT_NEAR(set->cues[0].end(), 2.5, 1e-9);
+
+    // A file that isn't subtitles is refused in one line naming it, and the captions stay.
+    std::ofstream(dir / "notes.srt") << "just some notes\n";
+    r = run({"captions", package.string(), "--from", (dir / "notes.srt").string(), "--write"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("notes.srt: holds no subtitles"), std::string::npos) << r.err;
+    EXPECT_EQ(MarlowickDocument::read(package).project.captions, set);
 }
 
 TEST_F(Cli, CaptionsTranscribeTheVoiceOnThisMachine) {

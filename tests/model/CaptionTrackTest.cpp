@@ -100,3 +100,30 @@ TEST(CaptionCoding, EveryKeyIsRequiredInsideATrack) {
     EXPECT_THROW(fromJson<CaptionTrack>(broken), CodingError);
 
 }
+
+TEST(CaptionCues, ACorrectedTextKeepsTheTimingsWhereTheWordsStillMatch) {
+    const CaptionTrack::Cue heard{Uuid::random(),
+                                  {{"This", 1.0, 1.2, 0.9}, {"is", 1.25, 1.4, 0.8}, {"a", 1.45, 1.5, 0.7},
+                                   {"tape", 1.6, 2.0, 0.4}}};
+    // A spelling fixed: each word keeps its times.
+    const CaptionTrack::Cue fixed = heard.withText("This is a take");
+    ASSERT_EQ(fixed.words.size(), 4u);
+    EXPECT_EQ(fixed.text(), "This is a take");
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(fixed.words[i].start, heard.words[i].start);
+        EXPECT_EQ(fixed.words[i].end, heard.words[i].end);
+    }
+    EXPECT_EQ(fixed.id, heard.id);
+
+    // Words added: spread over the cue's span end to end, each as long as its share of the letters.
+    const CaptionTrack::Cue longer = heard.withText("This is a  take recorded");
+    ASSERT_EQ(longer.words.size(), 5u);
+    EXPECT_DOUBLE_EQ(longer.start(), 1.0);
+    EXPECT_DOUBLE_EQ(longer.end(), 2.0);
+    const double letters = 4 + 2 + 1 + 4 + 8;
+    EXPECT_NEAR(longer.words[4].end - longer.words[4].start, 8 / letters * 1.0, 1e-12);
+    for (std::size_t i = 1; i < longer.words.size(); ++i) {
+        EXPECT_EQ(longer.words[i].start, longer.words[i - 1].end);
+    }
+    EXPECT_TRUE(heard.withText("  ").words.empty());
+}
