@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <fstream>
 #include <optional>
-#include <regex>
 #include <sstream>
 #include <system_error>
 
@@ -28,13 +27,33 @@ std::string timestamp(double seconds, char fractionMark) {
 
 // "01:02:03,456", "01:02:03.456" or, in WebVTT, "02:03.456", in seconds; none for anything else.
 std::optional<double> readTimestamp(const std::string& text) {
-    static const std::regex form(R"((?:(\d+):)?(\d{1,2}):(\d{2})[,.](\d{3}))");
-    std::smatch parts;
-    if (!std::regex_match(text, parts, form)) {
+    const auto mark = text.find_first_of(",.");
+    if (mark == std::string::npos || text.size() - mark - 1 != 3) {
         return std::nullopt;
     }
-    const double hours = parts[1].matched ? std::stod(parts[1]) : 0;
-    return hours * 3600 + std::stod(parts[2]) * 60 + std::stod(parts[3]) + std::stod(parts[4]) / 1000;
+    // The fields before the fraction, from the seconds up: seconds, minutes, and hours where given.
+    std::vector<std::string> fields;
+    std::size_t from = 0;
+    for (std::size_t colon = text.find(':'); from <= mark; colon = text.find(':', from)) {
+        const std::size_t to = std::min(colon, mark);
+        fields.push_back(text.substr(from, to - from));
+        from = to + 1;
+    }
+    fields.push_back(text.substr(mark + 1));
+    const bool digits = std::all_of(fields.begin(), fields.end(), [](const std::string& field) {
+        return !field.empty() && field.size() <= 3 &&
+               std::all_of(field.begin(), field.end(), [](char c) { return c >= '0' && c <= '9'; });
+    });
+    if (!digits || fields.size() < 3 || fields.size() > 4) {
+        return std::nullopt;
+    }
+    double seconds = std::stod(fields.back()) / 1000;
+    double unit = 1;
+    for (std::size_t i = fields.size() - 1; i-- > 0;) {
+        seconds += std::stod(fields[i]) * unit;
+        unit *= 60;
+    }
+    return seconds;
 }
 
 // The cue's text without markup: anything between '<' and '>' goes.
