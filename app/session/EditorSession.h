@@ -227,6 +227,15 @@ public:
     // Transcribes the recording's voice in captionLocale into the project's captions. One at a time; an
     // empty transcription leaves the earlier captions as they were.
     void generateCaptions();
+    // Corrections of the captions, each one step of the history; `cue` names a cue of the project's
+    // captions, and nothing happens without one. The text keeps the word timings where the words still
+    // match (CaptionTrack::Cue::withText); an empty text deletes the cue. A split at `time` (source
+    // seconds) leaves the words that start before it and moves the rest into a new cue after it, and needs
+    // words on both sides; a merge joins the cue with the one after it.
+    void setCaptionText(Uuid cue, const std::string& text);
+    void splitCaption(Uuid cue, double time);
+    void mergeCaptionWithNext(Uuid cue);
+    void deleteCaption(Uuid cue);
 
     // Pauses the player, asks where to write the movie and writes it, the phase carrying the progress.
     // The phase is back at editing when it ends, a late progress report notwithstanding. Nothing unless

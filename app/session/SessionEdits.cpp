@@ -329,6 +329,66 @@ QCoro::Task<> EditorSession::runTranscription(Project project, Locale locale, st
     setIsTranscribing(false);
 }
 
+void EditorSession::setCaptionText(Uuid cue, const std::string& text) {
+    if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
+        deleteCaption(cue);
+        return;
+    }
+    editProject("Edit Caption", [&](Project& project) {
+        if (project.captions) {
+            for (CaptionTrack::Cue& each : project.captions->cues) {
+                if (each.id == cue) {
+                    each = each.withText(text);
+                }
+            }
+        }
+    });
+}
+
+void EditorSession::splitCaption(Uuid cue, double time) {
+    editProject("Split Caption", [&](Project& project) {
+        if (!project.captions) {
+            return;
+        }
+        auto& cues = project.captions->cues;
+        const auto at = std::find_if(cues.begin(), cues.end(), [&](const auto& each) { return each.id == cue; });
+        if (at == cues.end()) {
+            return;
+        }
+        const auto after = std::find_if(at->words.begin(), at->words.end(),
+                                        [&](const CaptionTrack::Word& word) { return word.start >= time; });
+        if (after == at->words.begin() || after == at->words.end()) {
+            return;
+        }
+        CaptionTrack::Cue second{Uuid::random(), std::vector<CaptionTrack::Word>(after, at->words.end())};
+        at->words.erase(after, at->words.end());
+        cues.insert(at + 1, std::move(second));
+    });
+}
+
+void EditorSession::mergeCaptionWithNext(Uuid cue) {
+    editProject("Merge Captions", [&](Project& project) {
+        if (!project.captions) {
+            return;
+        }
+        auto& cues = project.captions->cues;
+        const auto at = std::find_if(cues.begin(), cues.end(), [&](const auto& each) { return each.id == cue; });
+        if (at == cues.end() || at + 1 == cues.end()) {
+            return;
+        }
+        at->words.insert(at->words.end(), (at + 1)->words.begin(), (at + 1)->words.end());
+        cues.erase(at + 1);
+    });
+}
+
+void EditorSession::deleteCaption(Uuid cue) {
+    editProject("Delete Caption", [&](Project& project) {
+        if (project.captions) {
+            std::erase_if(project.captions->cues, [&](const auto& each) { return each.id == cue; });
+        }
+    });
+}
+
 // Retake.
 
 void EditorSession::replaceRecordingFromFile() {

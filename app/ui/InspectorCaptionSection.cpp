@@ -1,6 +1,7 @@
 #include "ui/InspectorCaptionSection.h"
 
 #include "session/EditorSession.h"
+#include "ui/CaptionCueList.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -81,6 +82,8 @@ InspectorCaptionSection::InspectorCaptionSection(InspectorPage& page, EditorSess
             }
         });
     QLabel* lines = m_page.addText(trackRows, {}, true);
+    // The cues themselves, to correct what the recogniser misheard.
+    trackRows->addWidget(new CaptionCueList(m_session, trackRows->parentWidget()));
     QPushButton* remove = m_page.addButton(trackRows, tr("Remove"), {}, true);
     connect(remove, &QPushButton::clicked, this,
             [this] { m_page.edit(tr("Remove Captions"), [](Project& p) { p.captions.reset(); }); });

@@ -5,6 +5,7 @@
 #include "support/TempDir.h"
 #include "support/WalkingTake.h"
 #include "trajectory/NewRecording.h"
+#include "ui/CaptionCueList.h"
 #include "ui/CanvasPreview.h"
 #include "ui/CanvasWidget.h"
 #include "ui/InspectorAudioTab.h"
@@ -19,6 +20,7 @@
 #include <QComboBox>
 #include <QGroupBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPainter>
 #include <QProgressBar>
 #include <QPushButton>
@@ -631,6 +633,58 @@ TEST_F(InspectorTest, TheAudioTabsControlsWriteTheMix) {
         showsText(m_audio, "Trim silence",
                   QString::asprintf("Gaps under %.1fs are left alone.", audio().silence.minimumSilence)));
     EXPECT_EQ(audio().silence.padding, SilenceTrim{}.padding);
+}
+
+TEST_F(InspectorTest, ACaptionsMisheardWordsAreCorrectedSplitMergedAndDeletedOneEditEach) {
+    m_inspector->setTab(Inspector::Tab::audio);
+    m_window->resize(1100, 720);
+    // What the recogniser heard, in two cues; a cut of 0.2 s before the second moves it earlier.
+    const CaptionTrack::Cue first{Uuid::random(), CaptionTrack::spreadWords("This is a tape", 0.5, 1.5)};
+    const CaptionTrack::Cue second{Uuid::random(), CaptionTrack::spreadWords("recorded by my leg", 2.0, 3.0)};
+    m_session->editProject([&](Project& p) {
+        p.captions = CaptionTrack{{first, second}, CaptionStyle{}, true};
+        p.manualCuts = {Span(Range{1.6, 1.8})};
+    });
+    auto* list = m_audio->findChild<CaptionCueList*>();
+    ASSERT_NE(list, nullptr);
+    ASSERT_EQ(list->fields().size(), 2u);
+    EXPECT_EQ(list->fields()[1]->text().toStdString(), "recorded by my leg");
+
+    // A spelling fixed keeps every word's time.
+    QLineEdit* field = list->fields()[0];
+    field->setFocus();
+    field->selectAll();
+    QTest::keyClicks(field, "This is a take");
+    QTest::keyClick(field, Qt::Key_Return);
+    const auto cues = [&] { return project().captions->cues; };
+    EXPECT_EQ(cues()[0].text(), "This is a take");
+    EXPECT_EQ(cues()[0].words[3].start, first.words[3].start);
+    EXPECT_EQ(m_session->undoName(), "Edit Caption");
+
+    // A click on the second cue's time moves the playhead to it on the finished video, 1.8 s.
+    list->button(1, "Move the playhead here")->click();
+    EXPECT_NEAR(m_session->playback()->currentTime(), 1.8, 1e-9);
+    // Split there between "recorded by" and "my leg", the two halves merged again, then one deleted.
+    m_session->playback()->seek(2.45);
+    list->button(1, "Split at the playhead")->click();
+    ASSERT_EQ(cues().size(), 3u);
+    EXPECT_EQ(cues()[1].text(), "recorded by");
+    EXPECT_EQ(cues()[2].text(), "my leg");
+    ASSERT_EQ(list->fields().size(), 3u);
+    list->button(1, "Merge with the next")->click();
+    ASSERT_EQ(cues().size(), 2u);
+    EXPECT_EQ(cues()[1].text(), "recorded by my leg");
+    EXPECT_FALSE(list->button(1, "Merge with the next")->isEnabled());
+    QTest::qWait(50);
+    saveTabScreenshot(*m_inspector, *m_audio, "inspector-captions");
+    list->button(0, "Delete")->click();
+    ASSERT_EQ(cues().size(), 1u);
+
+    // Each was one step: four undos give the cues as heard.
+    for (int step = 0; step < 4; ++step) {
+        m_session->undo();
+    }
+    EXPECT_EQ(cues(), (std::vector<CaptionTrack::Cue>{first, second}));
 }
 
 TEST_F(InspectorTest, CaptionsOfferTheInstalledLanguagesThenStyleTheTrack) {
