@@ -12,6 +12,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <pthread.h>
 #include <thread>
@@ -22,7 +23,7 @@ namespace marlowick::cli {
 namespace {
 
 constexpr std::string_view help =
-    R"(Usage: marlowick export PACKAGE --preset ID -o FILE [--subtitles srt|vtt|none]
+    R"(Usage: marlowick export PACKAGE --preset ID -o FILE [--fps N] [--subtitles srt|vtt|none]
 
 Exports the finished movie of the project with one of the presets of 'marlowick presets': every frame
 of the recording that survives the cuts, drawn on the project's canvas with its zooms, cursor and
@@ -33,10 +34,14 @@ name and takes FILE's place only when complete, so an earlier export of that nam
 With captions in the project, a subtitle file goes beside the movie (FILE with the extension .srt, or
 .vtt with --subtitles vtt; none with --subtitles none), its cues on the finished video's clock: a cue
 that a cut removes whole is left out, and one that a cut overlaps stops or starts at the cut.
+With --fps N the movie has a frame exactly every 1/N s instead (N from 1 to 240), each drawn at its own
+time over the recording's picture shown at that instant: steady for players and editors, and a 60 fps
+take exported at 30 costs about half the encoding.
 Progress is shown on standard error. Ctrl-C stops the export and removes the unfinished file.
 
 Examples:
   marlowick export demo.marlowick --preset free-720p -o demo.mp4
+  marlowick export demo.marlowick --preset free-720p --fps 30 -o demo-30.mp4
   marlowick presets demo.marlowick          (the presets that suit the project)
 )";
 
@@ -142,7 +147,7 @@ int runExport(const std::vector<std::string>& args) {
         std::cout << help;
         return 0;
     }
-    const auto parsed = parseArguments("export", args, {}, {"--preset", "-o", "--subtitles"}, 1);
+    const auto parsed = parseArguments("export", args, {}, {"--preset", "-o", "--subtitles", "--fps"}, 1);
     if (!parsed) {
         return exitUsage;
     }
@@ -161,6 +166,17 @@ int runExport(const std::vector<std::string>& args) {
     if (preset == nullptr) {
         report("export: no preset '" + *presetId + "'; 'marlowick presets' lists them");
         return exitUsage;
+    }
+    ExportPreset atRate = *preset;
+    if (const auto fps = parsed->value("--fps")) {
+        char* end = nullptr;
+        const long rate = std::strtol(fps->c_str(), &end, 10);
+        if (fps->empty() || *end != '\0' || rate < 1 || rate > 240) {
+            throw UsageError("--fps takes a whole number of frames a second from 1 to 240, got '" + *fps + "'");
+        }
+        atRate.frameRate = static_cast<double>(rate);
+        atRate.constantRate = true;
+        preset = &atRate;
     }
     const auto subtitlesAsked = parsed->value("--subtitles");
     std::optional<SubtitleFormat> subtitles;

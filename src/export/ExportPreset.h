@@ -18,9 +18,12 @@ struct ExportPreset {
     std::string id;
     std::string name;
     Size size;
-    double frameRate = 30; // for the frame total of the progress report
+    double frameRate = 30; // for the frame total of the progress report; the rate itself when constant
     Container container = Container::mp4;
     Codec codec = Codec::h264;
+    // Whether the movie keeps the recording's own frame times (each frame that survives the cuts, at its
+    // time moved through them), or has a frame exactly every 1/frameRate s on the output's clock.
+    bool constantRate = false;
 
     // The canvas shape that fits the size best; on a tie the earlier shape in the list stays, so the
     // 9:16 rows are `vertical`, not `appStore`.

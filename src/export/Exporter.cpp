@@ -53,6 +53,10 @@ VideoEncoder::Settings encoderSettings(const ExportPreset& preset) {
     settings.height = static_cast<int>(preset.size.height);
     settings.input = VideoEncoder::PixelOrder::rgba; // as the framebuffer is read
     settings.frameRate = preset.frameRate > 0 ? preset.frameRate : 30;
+    if (preset.constantRate) {
+        // A tick a frame: every frame's time is exactly its number over the rate.
+        settings.timeScale = static_cast<int>(std::lround(settings.frameRate));
+    }
     return settings;
 }
 
@@ -85,7 +89,9 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
     const OutputTimeline timeline(project, telemetry);
     ExportPipeline pipeline;
     // The compositor's failure to start (no GL context, say) is the export's first.
-    CompositeStage compositing(pipeline, timeline, settings.width, settings.height, followsChanges);
+    const int constantRate = preset.constantRate ? static_cast<int>(std::lround(settings.frameRate)) : 0;
+    CompositeStage compositing(pipeline, timeline, settings.width, settings.height, followsChanges,
+                               constantRate);
 
     const fs::path media = project.source.mediaURL.path();
     const MediaInfo info = reportingMediaFailures([&] { return MediaInfo::of(media); });
@@ -93,7 +99,9 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
         throw ExportError(ExportError::Kind::noVideoTrack, media.string() + ": no video track");
     }
     const auto decoder = reportingMediaFailures([&] { return std::make_unique<VideoDecoder>(media); });
-    settings.timeScale = decoder->timeScale();
+    if (!preset.constantRate) {
+        settings.timeScale = decoder->timeScale();
+    }
 
     const SoundPlan sound(project, telemetry, info, settings.container, stop, onSoundProgress);
     settings.audio = sound.tracks();
@@ -102,12 +110,15 @@ fs::path Exporter::exportMovie(const Project& project, const std::vector<InputEv
     }
 
     EncodeStage encoding(target, settings); // replaces the target only once the movie is complete
-    DecodeStage decoding(pipeline, *decoder, timeline, followsChanges);
+    DecodeStage decoding(pipeline, *decoder, timeline, followsChanges && constantRate == 0);
 
-    // Every source frame that survives the cuts becomes one output frame.
+    // Every source frame that survives the cuts becomes one output frame, or at a constant rate there is a
+    // frame every 1/rate s of the finished movie.
     const double rate =
         timeline.project.source.frameRate > 0 ? timeline.project.source.frameRate : decoder->frameRate();
-    const auto total = static_cast<long long>(std::round(timeline.project.source.duration * rate));
+    const auto total = constantRate > 0
+                           ? std::llround(timeline.map.outputDuration() * constantRate)
+                           : static_cast<long long>(std::round(timeline.project.source.duration * rate));
     report(0, total);
     const long long written =
         encoding.encode(pipeline, stop, [&](long long completed) { report(completed, total); });

@@ -451,3 +451,38 @@ TEST_F(ExporterTest, ARecordingWithoutVideoIsNamedAsSuch) {
         EXPECT_EQ(e.kind(), ExportError::Kind::noVideoTrack);
     }
 }
+
+TEST_F(ExporterTest, AtAConstantRateEveryFrameIsAtItsNumberOverTheRateOverThePictureShownThen) {
+    // A black take at 25 fps whose one picture at 1.0 s is white, with 0.2 s cut before it.
+    const fs::path flash = dir / "flash.mp4";
+    const std::string make = "ffmpeg -v error -y -f lavfi -i \"color=black:size=160x90:rate=25,drawbox=c=white:"
+                             "t=fill:enable='eq(n,25)'\" -t 2 -c:v libx264 -pix_fmt yuv420p '" +
+                             flash.string() + "'";
+    ASSERT_EQ(std::system(make.c_str()), 0) << make;
+    Project project = projectOf(flash, 25);
+    project.manualCuts.emplace_back(Uuid::random(), 0.2, 0.4);
+    ExportPreset preset = small(10);
+    preset.constantRate = true;
+    const Exported run = exportOf(project, dir / "steady.mp4", preset, {});
+
+    // 1.8 s of movie: 18 frames, each at exactly n/10 s.
+    const auto streams = probe(run.movie);
+    const Stream* video = firstOf(streams, true);
+    ASSERT_NE(video, nullptr);
+    ASSERT_EQ(video->times.size(), 18u);
+    for (std::size_t n = 0; n < video->times.size(); ++n) {
+        EXPECT_DOUBLE_EQ(video->times[n], static_cast<double>(n) / 10) << "frame " << n;
+    }
+    EXPECT_EQ(run.reports.back().completedFrames, 18);
+
+    // The flash, at 0.8 s of the finished movie, is in the frame whose time covers it and in no other.
+    VideoDecoder decoder(run.movie);
+    std::vector<int> bright;
+    for (int n = 0; auto frame = decoder.next(); ++n) {
+        const std::uint8_t* middle = frame->image.row(frame->image.height / 2) + 4 * (frame->image.width / 2);
+        if (middle[0] > 200 && middle[1] > 200 && middle[2] > 200) {
+            bright.push_back(n);
+        }
+    }
+    EXPECT_EQ(bright, std::vector<int>{8});
+}
