@@ -4,10 +4,7 @@
 #include "audio/AudioRenderer.h"
 #include "media/AudioFile.h"
 #include "support/TempDir.h"
-
-#include <algorithm>
-#include <cmath>
-#include <numbers>
+#include "support/Tones.h"
 
 #include <gtest/gtest.h>
 
@@ -16,27 +13,6 @@ using namespace marlowick::test;
 namespace fs = std::filesystem;
 
 namespace {
-
-std::vector<float> tone(double frequency, double amplitude, double seconds, double silentAfter = 1e9) {
-    std::vector<float> out(static_cast<std::size_t>(seconds * 48000));
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        const double t = static_cast<double>(i) / 48000;
-        out[i] = t < silentAfter
-                     ? static_cast<float>(amplitude * std::sin(2 * std::numbers::pi * frequency * t))
-                     : 0.0f;
-    }
-    return out;
-}
-
-double rms(const std::vector<float>& s, double from, double to) {
-    double sum = 0;
-    const auto a = static_cast<std::size_t>(from * 48000);
-    const auto b = std::min(static_cast<std::size_t>(to * 48000), s.size());
-    for (std::size_t i = a; i < b; ++i) {
-        sum += static_cast<double>(s[i]) * s[i];
-    }
-    return b > a ? std::sqrt(sum / static_cast<double>(b - a)) : 0;
-}
 
 // Settings that leave the sound as it is, to look at one stage at a time.
 AudioSettings plain() {
@@ -83,12 +59,12 @@ TEST_F(Render, ALoneTrackIsTheVoiceOnlyWhileTheVoiceIsEnhanced) {
     AudioSettings settings = plain();
     settings.systemGain = 2;
     settings.voiceGain = 3;
-    EXPECT_NEAR(rms(rendered(one, settings), 0.2, 0.8), 0.2 / std::sqrt(2), 0.01);
+    EXPECT_NEAR(level(rendered(one, settings), 0.2, 0.8), 0.2 / std::sqrt(2), 0.01);
     settings.enhanceVoice = true; // with its amounts at 0 only the high-pass runs, far below 1 kHz
     settings.noiseReduction = 0;
     settings.presence = 0;
     settings.compression = 0;
-    EXPECT_NEAR(rms(rendered(one, settings), 0.2, 0.8), 0.3 / std::sqrt(2), 0.01);
+    EXPECT_NEAR(level(rendered(one, settings), 0.2, 0.8), 0.3 / std::sqrt(2), 0.01);
 }
 
 TEST_F(Render, ProgressRunsFromStartToEnd) {
@@ -109,9 +85,9 @@ TEST_F(Render, AShortVoiceIsPaddedAndTheSystemDucksUnderIt) {
     settings.ducking = 1;
     const std::vector<float> ducked = rendered(take, settings);
     // While the voice speaks the system drops to 15%; once it has been quiet a while, it is back.
-    EXPECT_NEAR(rms(ducked, 0.4, 0.9), std::sqrt(0.3 * 0.3 / 2 + 0.03 * 0.03 / 2), 0.01);
-    EXPECT_NEAR(rms(flat, 0.4, 0.9), std::sqrt(0.3 * 0.3 / 2 + 0.2 * 0.2 / 2), 0.01);
-    EXPECT_NEAR(rms(ducked, 2.5, 2.9), 0.2 / std::sqrt(2), 0.01);
+    EXPECT_NEAR(level(ducked, 0.4, 0.9), std::sqrt(0.3 * 0.3 / 2 + 0.03 * 0.03 / 2), 0.01);
+    EXPECT_NEAR(level(flat, 0.4, 0.9), std::sqrt(0.3 * 0.3 / 2 + 0.2 * 0.2 / 2), 0.01);
+    EXPECT_NEAR(level(ducked, 2.5, 2.9), 0.2 / std::sqrt(2), 0.01);
 }
 
 TEST_F(Render, CutsTheMixAndCanLeaveNothing) {
@@ -135,16 +111,16 @@ TEST_F(Render, TheMusicBedLoopsAndFadesOverTheOutput) {
     bed.fadeOut = 0.5;
     const std::vector<float> looped = renderer.loadMusic(bed, 96000);
     ASSERT_EQ(looped.size(), 96000u);
-    EXPECT_NEAR(rms(looped, 0.05, 0.1), 0.5 / std::sqrt(2) * 0.3, 0.05); // rising
-    EXPECT_NEAR(rms(looped, 0.9, 1.4), 0.5 / std::sqrt(2), 0.02);        // looped on past its end
-    EXPECT_LT(rms(looped, 1.98, 2.0), 0.02);                             // faded out at the mix's end
+    EXPECT_NEAR(level(looped, 0.05, 0.1), 0.5 / std::sqrt(2) * 0.3, 0.05); // rising
+    EXPECT_NEAR(level(looped, 0.9, 1.4), 0.5 / std::sqrt(2), 0.02);        // looped on past its end
+    EXPECT_LT(level(looped, 1.98, 2.0), 0.02);                             // faded out at the mix's end
     EXPECT_EQ(looped.back(), 0.0f);
 
     bed.loops = false;
     const std::vector<float> once = renderer.loadMusic(bed, 96000);
-    EXPECT_EQ(rms(once, 0.6, 1.4), 0); // silence after the file's end
-    bed.startOffset = 30;              // past its end: plays from the start
-    EXPECT_NEAR(rms(renderer.loadMusic(bed, 96000), 0.3, 0.45), 0.5 / std::sqrt(2), 0.02);
+    EXPECT_EQ(level(once, 0.6, 1.4), 0); // silence after the file's end
+    bed.startOffset = 30;                // past its end: plays from the start
+    EXPECT_NEAR(level(renderer.loadMusic(bed, 96000), 0.3, 0.45), 0.5 / std::sqrt(2), 0.02);
     EXPECT_TRUE(renderer.loadMusic(bed, 0).empty());
 }
 
@@ -154,19 +130,12 @@ TEST_F(Render, ClicksOutsideTheMixAddNothing) {
     settings.clickSounds = true;
     const std::vector<float> without = rendered(one, plain());
     EXPECT_EQ(rendered(one, settings, {-1, 5}), without);
-    EXPECT_GT(rms(rendered(one, settings, {0.5}), 0.5, 0.51), rms(without, 0.5, 0.51) + 0.03);
+    EXPECT_GT(level(rendered(one, settings, {0.5}), 0.5, 0.51), level(without, 0.5, 0.51) + 0.03);
 }
 
 TEST_F(Render, NormaliseLevelsThePeakOrElseTheMixIsClamped) {
     const fs::path take = movie(tone(500, 0.7, 1), tone(500, 0.7, 1));
     AudioSettings settings = plain();
-    auto peak = [](const std::vector<float>& s) {
-        float p = 0;
-        for (const float x : s) {
-            p = std::max(p, std::abs(x));
-        }
-        return p;
-    };
     EXPECT_NEAR(peak(rendered(take, settings)), 1.0, 0.05); // 1.4 clamped to 1
     settings.normalize = true;
     EXPECT_NEAR(peak(rendered(take, settings)), 0.89, 0.03);
@@ -176,7 +145,7 @@ TEST_F(Render, VoiceAndWaveformTakeTheSecondTrack) {
     const fs::path take = movie(tone(1000, 0.5, 1), tone(300, 0.25, 1, 0.5));
     renderer.extractVoice(take, dir / "voice-only.m4a");
     const std::vector<float> voice = AudioFile::decodeTrack(dir / "voice-only.m4a", 0);
-    EXPECT_NEAR(rms(voice, 0.1, 0.4), 0.25 / std::sqrt(2), 0.01);
+    EXPECT_NEAR(level(voice, 0.1, 0.4), 0.25 / std::sqrt(2), 0.01);
     const std::vector<float> wave = renderer.waveform(take, 10, std::nullopt);
     ASSERT_EQ(wave.size(), 10u);
     EXPECT_GT(wave[2], 0.85); // the loudest stride may be the codec's overshoot where the voice stops

@@ -1,52 +1,30 @@
 // The sound's toolbox on plain buffers: filters, the expander and compressor, ducking, clicks, levels.
 
 #include "audio/DSP.h"
-
-#include <cmath>
-#include <numbers>
+#include "support/Tones.h"
 
 #include <gtest/gtest.h>
 
 using namespace marlowick;
-
-namespace {
+using namespace marlowick::test;
 
 constexpr double rate = 48000;
 
-std::vector<float> sine(double frequency, double amplitude, double seconds) {
-    std::vector<float> out(static_cast<std::size_t>(seconds * rate));
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        out[i] = static_cast<float>(
-            amplitude * std::sin(2 * std::numbers::pi * frequency * static_cast<double>(i) / rate));
-    }
-    return out;
-}
-
-double peakOf(std::span<const float> s) {
-    double p = 0;
-    for (const float x : s) {
-        p = std::max(p, static_cast<double>(std::abs(x)));
-    }
-    return p;
-}
-
-} // namespace
-
 TEST(Biquad, HighPassBlocksTheLowAndKeepsTheHigh) {
     Biquad f = Biquad::highPass(85, 0.707, rate);
-    std::vector<float> low = sine(20, 0.5, 1);
+    std::vector<float> low = tone(20, 0.5, 1);
     f.process(low);
-    EXPECT_LT(peakOf(std::span(low).subspan(24000)), 0.05);
+    EXPECT_LT(peak(std::span(low).subspan(24000)), 0.05);
     f.reset();
-    std::vector<float> high = sine(1000, 0.5, 1);
+    std::vector<float> high = tone(1000, 0.5, 1);
     f.process(high);
-    EXPECT_NEAR(peakOf(std::span(high).subspan(24000)), 0.5, 0.01);
+    EXPECT_NEAR(peak(std::span(high).subspan(24000)), 0.5, 0.01);
 
     // A peaking filter lifts its own frequency by its gain.
     Biquad lift = Biquad::peaking(3000, 0.9, 6, rate);
-    std::vector<float> centre = sine(3000, 0.1, 1);
+    std::vector<float> centre = tone(3000, 0.1, 1);
     lift.process(centre);
-    EXPECT_NEAR(20 * std::log10(peakOf(std::span(centre).subspan(24000)) / 0.1), 6, 0.1);
+    EXPECT_NEAR(20 * std::log10(peak(std::span(centre).subspan(24000)) / 0.1), 6, 0.1);
 }
 
 TEST(EnvelopeFollower, RisesAndFallsAtItsOwnPace) {

@@ -7,6 +7,7 @@
 #include "media/MediaError.h"
 #include "messages/Describe.h"
 #include "support/TempDir.h"
+#include "support/Thrown.h"
 
 #include <algorithm>
 #include <cmath>
@@ -223,15 +224,11 @@ fs::path modelCopy(const fs::path& root, const std::set<std::string>& damaged) {
 TEST_F(Transcription, FailuresComeInTheirOrder) {
     const SpeechRoots installed{{debianModels}};
     // No sound, before any recogniser is made: even where there are no models at all.
-    try {
+    const auto mute = thrown<TranscriptionError>([&] {
         CaptionTranscriber::transcribe(*dir / "mute.mov", english, {}, {}, SpeechRoots{{*dir / "none"}});
-        ADD_FAILURE() << "a movie without sound was transcribed";
-    } catch (const TranscriptionError& e) {
-        EXPECT_EQ(e.kind(), TranscriptionErrorKind::noAudioTrack);
-        EXPECT_EQ(
-            describe(e),
-            "This recording has no audio track. Re-record with system audio or the microphone enabled.");
-    }
+    });
+    ASSERT_TRUE(mute);
+    EXPECT_EQ(mute->kind(), TranscriptionErrorKind::noAudioTrack);
     // A file that isn't there is the media layer's to say.
     EXPECT_THROW(CaptionTranscriber::transcribe(*dir / "missing.m4a", english, {}, {}, installed),
                  MediaError);
@@ -239,28 +236,23 @@ TEST_F(Transcription, FailuresComeInTheirOrder) {
     CaptionTranscriber::setAuthorization(SpeechAuthorization::denied);
     EXPECT_FALSE(CaptionTranscriber::isAuthorized());
     EXPECT_EQ(CaptionTranscriber::requestAuthorization(), SpeechAuthorization::denied);
-    try {
-        CaptionTranscriber::transcribe(*dir / "missing.m4a", english, {}, {}, installed);
-        ADD_FAILURE() << "transcribed without permission";
-    } catch (const TranscriptionError& e) {
-        EXPECT_EQ(e.kind(), TranscriptionErrorKind::permissionDenied);
-        EXPECT_EQ(describe(e), "Speech Recognition permission was denied.");
-    }
+    const auto denied = thrown<TranscriptionError>(
+        [&] { CaptionTranscriber::transcribe(*dir / "missing.m4a", english, {}, {}, installed); });
+    ASSERT_TRUE(denied);
+    EXPECT_EQ(denied->kind(), TranscriptionErrorKind::permissionDenied);
     CaptionTranscriber::setAuthorization(SpeechAuthorization::granted);
-    // No models for the language, named for a person.
+    // No models for the language, named for a person, with what to install.
     for (const auto& [roots, locale, name] :
          {std::tuple{SpeechRoots{{*dir / "none"}}, english, "English (United States)"},
           std::tuple{installed, Locale("fr_fr"), "French (France)"}}) {
-        try {
-            CaptionTranscriber::transcribe(*dir / "offset.m4a", locale, {}, {}, roots);
-            ADD_FAILURE() << "transcribed without models for " << name;
-        } catch (const TranscriptionError& e) {
-            EXPECT_EQ(e.kind(), TranscriptionErrorKind::onDeviceUnavailable);
-            EXPECT_EQ(e.what(), std::string(name));
-            EXPECT_EQ(describe(e), std::string("On-device recognition is not installed for ") + name +
-                                       ". Install its speech models (for English, the pocketsphinx-en-us "
-                                       "package), or put them in ~/.local/share/marlowick/speech/LOCALE/.");
-        }
+        const auto e = thrown<TranscriptionError>(
+            [&] { CaptionTranscriber::transcribe(*dir / "offset.m4a", locale, {}, {}, roots); });
+        ASSERT_TRUE(e) << "transcribed without models for " << name;
+        EXPECT_EQ(e->kind(), TranscriptionErrorKind::onDeviceUnavailable);
+        EXPECT_EQ(e->what(), std::string(name));
+        EXPECT_EQ(describe(*e), std::string("On-device recognition is not installed for ") + name +
+                                    ". Install its speech models (for English, the pocketsphinx-en-us "
+                                    "package), or put them in ~/.local/share/marlowick/speech/LOCALE/.");
     }
     // Damaged models: the library refuses a language model it can't read, and gives up on a damaged
     // acoustic model with what would end the process if the transcriber let it.
@@ -268,13 +260,10 @@ TEST_F(Transcription, FailuresComeInTheirOrder) {
         const TempDir models;
         const SpeechRoots roots{{modelCopy(models.path(), {damaged})}};
         ASSERT_EQ(CaptionTranscriber::onDeviceLocales(roots), std::vector<Locale>{english});
-        try {
-            CaptionTranscriber::transcribe(*dir / "offset.m4a", english, {}, {}, roots);
-            ADD_FAILURE() << "transcribed with a damaged " << damaged;
-        } catch (const TranscriptionError& e) {
-            EXPECT_EQ(e.kind(), TranscriptionErrorKind::recognizerUnavailable) << damaged;
-            EXPECT_EQ(describe(e), "Speech recognition is unavailable right now.");
-        }
+        const auto e = thrown<TranscriptionError>(
+            [&] { CaptionTranscriber::transcribe(*dir / "offset.m4a", english, {}, {}, roots); });
+        ASSERT_TRUE(e) << "transcribed with a damaged " << damaged;
+        EXPECT_EQ(e->kind(), TranscriptionErrorKind::recognizerUnavailable) << damaged;
     }
     // And the process goes on to transcribe with the good ones.
     EXPECT_FALSE(CaptionTranscriber::transcribe(*dir / "offset.m4a", english, {}, {}, installed).empty());

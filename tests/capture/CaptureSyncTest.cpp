@@ -10,6 +10,7 @@
 #include "media/AudioFile.h"
 #include "media/VideoDecoder.h"
 #include "support/Beeper.h"
+#include "support/ColouredWindow.h"
 #include "support/PipeWireDaemon.h"
 #include "support/PortalBus.h"
 #include "support/Prerequisites.h"
@@ -135,14 +136,13 @@ public:
     // The first thing missing that the desktop needs, or one that is there.
     virtual Prerequisite ready() const = 0;
     virtual ScreenCapturer& capturer() = 0;
-    virtual CaptureConfiguration configuration(const TempDir& dir) const = 0;
     // Turns the flash on or off.
     virtual void flash(bool on) = 0;
     // After the take: when each flash was first shown, in seconds on the monotonic clock.
     virtual std::vector<double> flashesShown() = 0;
 };
 
-// A window over the whole screen, white, mapped for a flash; the X server paints it on mapping.
+// A white window over the whole screen, mapped for a flash.
 class X11Desktop : public Desktop {
 public:
     explicit X11Desktop(const SoundServer& sound) {
@@ -151,32 +151,16 @@ public:
         }
         m_capturer.emplace(X11ScreenCapturer::Options{m_display.name(), sound.server()});
         m_connection.emplace(m_display.name());
-        xcb_connection_t* c = m_connection->get();
         const xcb_screen_t& screen = m_connection->screen();
-        m_window = xcb_generate_id(c);
-        const std::uint32_t values[] = {screen.white_pixel, 1};
-        xcb_create_window(c, XCB_COPY_FROM_PARENT, m_window, screen.root, 0, 0, screen.width_in_pixels,
-                          screen.height_in_pixels, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, screen.root_visual,
-                          XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
-        sync();
+        m_window.emplace(*m_connection, 0xffffff, 0, 0, screen.width_in_pixels, screen.height_in_pixels,
+                         false);
     }
 
     Prerequisite ready() const override { return xvfb(m_display); }
     ScreenCapturer& capturer() override { return *m_capturer; }
-    CaptureConfiguration configuration(const TempDir& dir) const override {
-        CaptureConfiguration configuration;
-        configuration.outputURL = dir / "take.mov";
-        configuration.frameRate = 60;
-        return configuration;
-    }
     void flash(bool on) override {
         const double before = now();
-        if (on) {
-            xcb_map_window(m_connection->get(), m_window);
-        } else {
-            xcb_unmap_window(m_connection->get(), m_window);
-        }
-        sync();
+        m_window->show(on);
         if (on) {
             m_shown.push_back(before); // painted between the request and the answer to the next one
         }
@@ -184,15 +168,10 @@ public:
     std::vector<double> flashesShown() override { return m_shown; }
 
 private:
-    void sync() {
-        xcb_connection_t* c = m_connection->get();
-        std::free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
-    }
-
     VirtualDisplay m_display;
     std::optional<X11ScreenCapturer> m_capturer;
     std::optional<X11Connection> m_connection;
-    xcb_window_t m_window = 0;
+    std::optional<ColouredWindow> m_window;
     std::vector<double> m_shown;
 };
 
@@ -231,12 +210,6 @@ public:
         return pipeWire(m_daemon);
     }
     ScreenCapturer& capturer() override { return *m_capturer; }
-    CaptureConfiguration configuration(const TempDir& dir) const override {
-        CaptureConfiguration configuration;
-        configuration.outputURL = dir / "take.mov";
-        configuration.frameRate = 60;
-        return configuration;
-    }
     void flash(bool on) override { m_screen->setFlash(on); }
     // The stamp of the first white picture of each run of them.
     std::vector<double> flashesShown() override {
@@ -327,7 +300,9 @@ TEST_P(CaptureSync, EachBeepIsWhereItsFlashIsOnBothSoundTracks) {
     ASSERT_TRUE(systemHeard.waitUntilHearing());
     ASSERT_TRUE(voiceHeard.waitUntilHearing());
 
-    CaptureConfiguration configuration = desktop->configuration(dir);
+    CaptureConfiguration configuration;
+    configuration.outputURL = dir / "take.mov";
+    configuration.frameRate = 60;
     configuration.capturesAudio = true;
     configuration.capturesMicrophone = true;
     desktop->capturer().start(configuration);

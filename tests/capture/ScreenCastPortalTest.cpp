@@ -1,10 +1,11 @@
 // Asking for the screen through a fake screen-sharing portal on a private session bus: the calls and
-// their order, the options they carry, the restore token handed back and given again, a cancelled dialog,
-// and a bus with no portal or no bus at all.
+// their order, the options they carry, a cancelled dialog, and a bus with no portal or no bus at all. (The
+// restore token given again at the next start, the Wayland capturer's test follows through its takes.)
 
 #include "capture/ScreenCastPortal.h"
 #include "capture/CaptureError.h"
 #include "support/PortalBus.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -32,9 +33,14 @@ std::vector<std::string> methods(const std::vector<nlohmann::json>& calls) {
     return names;
 }
 
+// How asking the portal at `address` for the screen failed; none where it shared it.
+std::optional<CaptureError> refusal(const std::string& address) {
+    return thrown<CaptureError>([&] { ScreenCastPortal({address, 10}).open(""); });
+}
+
 } // namespace
 
-TEST(ScreenCastPortal, RunsTheFlowInOrderAndKeepsEachNewRestoreToken) {
+TEST(ScreenCastPortal, RunsTheFlowInOrderAskingForAMonitorAndThePointerAsMetadata) {
     PortalBus bus;
     MARLOWICK_REQUIRE(sessionBus(bus));
     MARLOWICK_REQUIRE(fakePortal(bus.startPortal()));
@@ -50,7 +56,7 @@ TEST(ScreenCastPortal, RunsTheFlowInOrderAndKeepsEachNewRestoreToken) {
     ::close(first.fd);
     portal.close();
 
-    std::vector<nlohmann::json> calls = parsed(bus.calls());
+    const std::vector<nlohmann::json> calls = parsed(bus.calls());
     EXPECT_EQ(methods(calls), (std::vector<std::string>{"CreateSession", "SelectSources", "Start",
                                                         "OpenPipeWireRemote", "Close"}));
     const nlohmann::json& selected = calls.at(1)["options"];
@@ -59,15 +65,6 @@ TEST(ScreenCastPortal, RunsTheFlowInOrderAndKeepsEachNewRestoreToken) {
     EXPECT_EQ(selected["persist_mode"], 2); // until revoked
     EXPECT_EQ(selected["multiple"], false);
     EXPECT_FALSE(selected.contains("restore_token"));
-
-    // The next start gives the token back, and gets a new one: each is good for one start.
-    const ScreenCastPortal::Share second = portal.open(first.restoreToken);
-    ::close(second.fd);
-    EXPECT_EQ(second.restoreToken, "token-2");
-    calls = parsed(bus.calls());
-    ASSERT_EQ(calls.size(), 9u);
-    EXPECT_EQ(calls.at(6)["method"], "SelectSources");
-    EXPECT_EQ(calls.at(6)["options"]["restore_token"], "token-1");
 }
 
 TEST(ScreenCastPortal, HidesThePointerWhereNoMetadataIsOfferedAndPersistsOnlyWhereItCan) {
@@ -96,14 +93,10 @@ TEST(ScreenCastPortal, ASessionTheStartingBackendEndsIsAskedForOnceMore) {
     EXPECT_EQ(std::count(names.begin(), names.end(), "OpenPipeWireRemote"), 1);
     // A dialog's request that the portal ends is not asked again: it would show the dialog twice.
     MARLOWICK_REQUIRE(fakePortal(bus.startPortal({"--end-first", "SelectSources"})));
-    ScreenCastPortal again({bus.address(), 10});
-    try {
-        again.open("");
-        ADD_FAILURE() << "an ended request shared the screen";
-    } catch (const CaptureError& error) {
-        EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
-        EXPECT_NE(std::string(error.what()).find("could not set up"), std::string::npos) << error.what();
-    }
+    const auto ended = refusal(bus.address());
+    ASSERT_TRUE(ended);
+    EXPECT_EQ(ended->kind(), CaptureError::Kind::captureUnavailable);
+    EXPECT_NE(std::string(ended->what()).find("could not set up"), std::string::npos) << ended->what();
 }
 
 TEST(ScreenCastPortal, ACancelledDialogIsPermissionDeniedAndClosesTheSession) {
@@ -112,13 +105,9 @@ TEST(ScreenCastPortal, ACancelledDialogIsPermissionDeniedAndClosesTheSession) {
     for (const char* method : {"SelectSources", "Start"}) {
         SCOPED_TRACE(method);
         MARLOWICK_REQUIRE(fakePortal(bus.startPortal({"--cancel", method})));
-        ScreenCastPortal portal({bus.address(), 10});
-        try {
-            portal.open("");
-            ADD_FAILURE() << "a cancelled dialog shared the screen";
-        } catch (const CaptureError& error) {
-            EXPECT_EQ(error.kind(), CaptureError::Kind::permissionDenied);
-        }
+        const auto cancelled = refusal(bus.address());
+        ASSERT_TRUE(cancelled);
+        EXPECT_EQ(cancelled->kind(), CaptureError::Kind::permissionDenied);
         const std::vector<std::string> names = methods(parsed(bus.calls()));
         ASSERT_FALSE(names.empty());
         EXPECT_EQ(names.back(), "Close");
@@ -129,28 +118,14 @@ TEST(ScreenCastPortal, ACancelledDialogIsPermissionDeniedAndClosesTheSession) {
 TEST(ScreenCastPortal, NoPortalOrNoBusIsCaptureUnavailableNamingWhatIsMissing) {
     PortalBus bus;
     MARLOWICK_REQUIRE(sessionBus(bus));
-    try {
-        ScreenCastPortal({bus.address(), 10}).open("");
-        ADD_FAILURE() << "a bus without a portal shared the screen";
-    } catch (const CaptureError& error) {
-        EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
-        EXPECT_NE(std::string(error.what()).find("xdg-desktop-portal"), std::string::npos) << error.what();
-    }
+    const auto names = [](const std::optional<CaptureError>& e, const std::string& missing) {
+        ASSERT_TRUE(e) << "the screen was shared without " << missing;
+        EXPECT_EQ(e->kind(), CaptureError::Kind::captureUnavailable);
+        EXPECT_NE(std::string(e->what()).find(missing), std::string::npos) << e->what();
+    };
+    names(refusal(bus.address()), "xdg-desktop-portal");
     // A portal whose desktop has no screen-sharing backend names the backends to install.
     ASSERT_TRUE(bus.startPortal({"--no-screencast"}));
-    try {
-        ScreenCastPortal({bus.address(), 10}).open("");
-        ADD_FAILURE() << "a portal without screen sharing shared the screen";
-    } catch (const CaptureError& error) {
-        EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
-        EXPECT_NE(std::string(error.what()).find("xdg-desktop-portal-gnome"), std::string::npos)
-            << error.what();
-    }
-    try {
-        ScreenCastPortal({"unix:path=/nonexistent/bus", 10}).open("");
-        ADD_FAILURE() << "no bus, and yet the screen was shared";
-    } catch (const CaptureError& error) {
-        EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
-        EXPECT_NE(std::string(error.what()).find("session bus"), std::string::npos) << error.what();
-    }
+    names(refusal(bus.address()), "xdg-desktop-portal-gnome");
+    names(refusal("unix:path=/nonexistent/bus"), "session bus");
 }

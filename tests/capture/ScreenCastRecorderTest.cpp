@@ -1,12 +1,14 @@
 // A screen shared through PipeWire, recorded from a private daemon started by the fixture and a
 // synthetic producer made by the test: the pictures on the producer's own times, the pointer's moves from
-// the cursor metadata on the movie's clock, the pixel formats, and a producer that goes away mid-take.
+// the cursor metadata on the movie's clock, the pixel formats and buffer kinds, and a producer that goes
+// away mid-take.
 
 #include "capture/ScreenCastRecorder.h"
 #include "media/VideoDecoder.h"
 #include "support/PipeWireDaemon.h"
 #include "support/SyntheticScreen.h"
 #include "support/TempDir.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -66,115 +68,86 @@ CaptureConfiguration configurationIn(const TempDir& dir, Size size = {}) {
     return configuration;
 }
 
-// The pictures the producer sent, by their number.
-std::map<int, SyntheticScreen::Sent> byNumber(const std::vector<SyntheticScreen::Sent>& sent) {
-    std::map<int, SyntheticScreen::Sent> numbered;
-    for (const SyntheticScreen::Sent& s : sent) {
-        numbered[s.number] = s;
-    }
-    return numbered;
-}
+// A take of a synthetic screen, stopped once it has sent a number of pictures, and what came of it.
+struct Take {
+    Size movieSize;
+    bool hasCursorMetadata = false;
+    Recording recording;
+    CaptureStatistics statistics;
+    std::optional<CaptureError> interruption;
+    std::vector<SyntheticScreen::Sent> sent;
+    std::map<int, SyntheticScreen::Sent> byNumber; // the pictures sent, by their number
+    std::vector<DecodedFrame> frames;              // the movie's, its square scaled back by `scale`
 
-// Each decoded picture shows a sent one, in order, at the distance from `firstPts` (the first picture's
-// stamp) that the producer's stamps put between them: to the tick, where stamping on arrival would wander
-// by milliseconds.
-void expectOnTheProducersStamps(const std::vector<DecodedFrame>& frames,
-                                const std::map<int, SyntheticScreen::Sent>& numbered,
-                                std::uint64_t firstPts) {
-    int previous = -1;
-    for (const DecodedFrame& frame : frames) {
-        const auto found = numbered.find(frame.number);
-        ASSERT_NE(found, numbered.end()) << frame.time;
-        EXPECT_GT(frame.number, previous);
-        previous = frame.number;
-        EXPECT_NEAR(frame.time, static_cast<double>(found->second.pts - firstPts) / 1e9, 0.0005)
-            << frame.number;
-    }
-}
-
-// Each pointer position is a sent picture's, at that picture's time on the movie's clock. Returns how many
-// there were.
-std::size_t expectThePointerAtItsPicturesTimes(const std::vector<InputEvent>& events,
-                                               const std::vector<SyntheticScreen::Sent>& sent,
-                                               std::uint64_t firstPts) {
-    std::size_t matched = 0;
-    for (const InputEvent& event : events) {
-        EXPECT_EQ(event.kind, InputEvent::Kind::move);
-        const auto found = std::find_if(sent.begin(), sent.end(), [&](const SyntheticScreen::Sent& s) {
-            return std::abs(static_cast<double>(s.pts - firstPts) / 1e9 - event.time) < 0.0005;
-        });
-        if (found == sent.end()) {
-            ADD_FAILURE() << "no picture at the pointer's time " << event.time;
-            continue;
-        }
-        EXPECT_EQ(event.location, found->cursor) << event.time;
-        matched += 1;
-    }
-    return matched;
-}
-
-} // namespace
-
-TEST(ScreenCastRecorder, RecordsPicturesOnTheProducersTimesAndThePointerOnTheMoviesClock) {
-    const PipeWireDaemon daemon;
-    MARLOWICK_REQUIRE(pipeWire(daemon));
-    const TempDir dir;
-    SyntheticScreen screen(daemon.connect(), {});
-    ScreenCastRecorder recorder({daemon.connect(), {}}, screen.nodeId(), configurationIn(dir),
-                                linkedBy(screen));
-    EXPECT_EQ(recorder.streamSize(), (Size{320, 240}));
-    EXPECT_EQ(recorder.movieSize(), (Size{320, 240})); // an empty size takes the stream's
-    EXPECT_TRUE(recorder.hasCursorMetadata());
-    const std::size_t before = screen.sent().size();
-    ASSERT_TRUE(screen.waitForPictures(before + 90));
-    const Recording recording = recorder.stop();
-    EXPECT_FALSE(recorder.interruption());
-    const std::vector<SyntheticScreen::Sent> sent = screen.sent();
-    std::map<int, SyntheticScreen::Sent> numbered = byNumber(sent);
-
-    const std::vector<DecodedFrame> frames = decode(dir / "take.mov", 1.0);
-    ASSERT_GE(frames.size(), 80u);
-    EXPECT_EQ(static_cast<std::int64_t>(frames.size()), recorder.statistics().framesWritten);
-    ASSERT_TRUE(numbered.contains(frames.front().number));
-    const std::uint64_t firstPts = numbered[frames.front().number].pts;
-    EXPECT_EQ(frames.front().time, 0.0);
-    expectOnTheProducersStamps(frames, numbered, firstPts);
-    // Pictures the producer had to skip are counted as dropped.
-    const std::int64_t skipped = sent.back().number + 1 - static_cast<std::int64_t>(sent.size());
-    EXPECT_GE(recorder.statistics().framesDropped, skipped > 0 ? 1 : 0);
-
-    // The pointer: every picture's position, at its picture's time on the movie's clock, in pixels.
-    ASSERT_FALSE(recording.inputEvents.empty());
-    EXPECT_EQ(recording.inputEvents.front().time, 0.0);
-    EXPECT_GE(expectThePointerAtItsPicturesTimes(recording.inputEvents, sent, firstPts), frames.size());
-    EXPECT_EQ(recording.size, (Size{320, 240}));
-    EXPECT_NEAR(recording.duration, frames.back().time + 1.0 / 60, 0.02);
-}
-
-TEST(ScreenCastRecorder, RedFirstPixelsAndAnotherMovieSizeAreConverted) {
-    const PipeWireDaemon daemon;
-    MARLOWICK_REQUIRE(pipeWire(daemon));
-    for (const spa_video_format format : {SPA_VIDEO_FORMAT_RGBx, SPA_VIDEO_FORMAT_BGRA}) {
-        SCOPED_TRACE(format == SPA_VIDEO_FORMAT_RGBx ? "RGBx" : "BGRA");
+    Take(const PipeWireDaemon& daemon, SyntheticScreen& screen, std::size_t pictures, Size size = {},
+         double scale = 1) {
         const TempDir dir;
-        SyntheticScreen::Options options;
-        options.format = format;
-        SyntheticScreen screen(daemon.connect(), options);
-        ScreenCastRecorder recorder({daemon.connect(), {}}, screen.nodeId(), configurationIn(dir, {640, 480}),
+        ScreenCastRecorder recorder({daemon.connect(), {}}, screen.nodeId(), configurationIn(dir, size),
                                     linkedBy(screen));
-        EXPECT_EQ(recorder.movieSize(), (Size{640, 480}));
-        ASSERT_TRUE(screen.waitForPictures(screen.sent().size() + 30));
-        const Recording recording = recorder.stop();
-        const std::vector<DecodedFrame> frames = decode(dir / "take.mov", 2.0);
-        ASSERT_GE(frames.size(), 20u);
+        movieSize = recorder.movieSize();
+        hasCursorMetadata = recorder.hasCursorMetadata();
+        EXPECT_TRUE(screen.waitForPictures(screen.sent().size() + pictures));
+        recording = recorder.stop();
+        statistics = recorder.statistics();
+        interruption = recorder.interruption();
+        sent = screen.sent();
+        for (const SyntheticScreen::Sent& s : sent) {
+            byNumber[s.number] = s;
+        }
+        frames = decode(dir / "take.mov", scale);
+    }
+
+    // The stamp of the movie's first picture as the producer sent it.
+    std::uint64_t firstPts() const {
+        const auto found = byNumber.find(frames.at(0).number);
+        EXPECT_NE(found, byNumber.end());
+        return found == byNumber.end() ? 0 : found->second.pts;
+    }
+
+    // Each decoded picture shows a sent one, in order, at the distance from the first picture's stamp that
+    // the producer's stamps put between them: to the tick, where stamping on arrival would wander by
+    // milliseconds.
+    void expectOnTheProducersStamps() const {
+        int previous = -1;
+        for (const DecodedFrame& frame : frames) {
+            const auto found = byNumber.find(frame.number);
+            ASSERT_NE(found, byNumber.end()) << frame.time;
+            EXPECT_GT(frame.number, previous);
+            previous = frame.number;
+            EXPECT_NEAR(frame.time, static_cast<double>(found->second.pts - firstPts()) / 1e9, 0.0005)
+                << frame.number;
+        }
+    }
+
+    // Each pointer position is a sent picture's, at that picture's time on the movie's clock. Returns how
+    // many there were.
+    std::size_t expectThePointerAtItsPicturesTimes() const {
+        std::size_t matched = 0;
+        for (const InputEvent& event : recording.inputEvents) {
+            EXPECT_EQ(event.kind, InputEvent::Kind::move);
+            const auto found = std::find_if(sent.begin(), sent.end(), [&](const SyntheticScreen::Sent& s) {
+                return std::abs(static_cast<double>(s.pts - firstPts()) / 1e9 - event.time) < 0.0005;
+            });
+            if (found == sent.end()) {
+                ADD_FAILURE() << "no picture at the pointer's time " << event.time;
+                continue;
+            }
+            EXPECT_EQ(event.location, found->cursor) << event.time;
+            matched += 1;
+        }
+        return matched;
+    }
+
+    // The last picture's square is red for red-first pixels and white otherwise, the field dark blue
+    // either way: pixels read the right way round.
+    void expectTheColours(bool redFirst, double scale = 1) const {
         const DecodedFrame& last = frames.back();
         ASSERT_GE(last.number, 0);
-        // The square is red for red-first pixels and white otherwise; the field is dark blue either way.
         const Point corner = SyntheticScreen::squareOf(last.number);
-        const std::uint8_t* inside =
-            last.image.row(static_cast<int>(corner.y * 2 + 32)) + 4 * static_cast<int>(corner.x * 2 + 32);
+        const std::uint8_t* inside = last.image.row(static_cast<int>((corner.y + 16) * scale)) +
+                                     4 * static_cast<int>((corner.x + 16) * scale);
         EXPECT_GT(inside[2], 200);
-        if (format == SPA_VIDEO_FORMAT_RGBx) {
+        if (redFirst) {
             EXPECT_LT(inside[0], 60);
         } else {
             EXPECT_GT(inside[0], 200);
@@ -182,14 +155,55 @@ TEST(ScreenCastRecorder, RedFirstPixelsAndAnotherMovieSizeAreConverted) {
         const std::uint8_t* field = last.image.row(last.image.height - 4) + 4 * 4;
         EXPECT_GT(field[0], 60);
         EXPECT_LT(field[2], 40);
+    }
+};
+
+} // namespace
+
+TEST(ScreenCastRecorder, RecordsPicturesOnTheProducersTimesAndThePointerOnTheMoviesClock) {
+    const PipeWireDaemon daemon;
+    MARLOWICK_REQUIRE(pipeWire(daemon));
+    SyntheticScreen screen(daemon.connect(), {});
+    const Take take(daemon, screen, 90);
+    EXPECT_EQ(take.movieSize, (Size{320, 240})); // an empty size takes the stream's
+    EXPECT_TRUE(take.hasCursorMetadata);
+    EXPECT_FALSE(take.interruption);
+
+    ASSERT_GE(take.frames.size(), 80u);
+    EXPECT_EQ(static_cast<std::int64_t>(take.frames.size()), take.statistics.framesWritten);
+    EXPECT_EQ(take.frames.front().time, 0.0);
+    take.expectOnTheProducersStamps();
+    // Pictures the producer had to skip are counted as dropped.
+    const std::int64_t skipped = take.sent.back().number + 1 - static_cast<std::int64_t>(take.sent.size());
+    EXPECT_GE(take.statistics.framesDropped, skipped > 0 ? 1 : 0);
+
+    // The pointer: every picture's position, at its picture's time on the movie's clock, in pixels.
+    ASSERT_FALSE(take.recording.inputEvents.empty());
+    EXPECT_EQ(take.recording.inputEvents.front().time, 0.0);
+    EXPECT_GE(take.expectThePointerAtItsPicturesTimes(), take.frames.size());
+    EXPECT_EQ(take.recording.size, (Size{320, 240}));
+    EXPECT_NEAR(take.recording.duration, take.frames.back().time + 1.0 / 60, 0.02);
+}
+
+TEST(ScreenCastRecorder, RedFirstPixelsAndAnotherMovieSizeAreConverted) {
+    const PipeWireDaemon daemon;
+    MARLOWICK_REQUIRE(pipeWire(daemon));
+    for (const spa_video_format format : {SPA_VIDEO_FORMAT_RGBx, SPA_VIDEO_FORMAT_BGRA}) {
+        SCOPED_TRACE(format == SPA_VIDEO_FORMAT_RGBx ? "RGBx" : "BGRA");
+        SyntheticScreen::Options options;
+        options.format = format;
+        SyntheticScreen screen(daemon.connect(), options);
+        const Take take(daemon, screen, 30, {640, 480}, 2);
+        EXPECT_EQ(take.movieSize, (Size{640, 480}));
+        ASSERT_GE(take.frames.size(), 20u);
+        take.expectTheColours(format == SPA_VIDEO_FORMAT_RGBx, 2);
         // The pointer's positions are in the movie's pixels, twice the stream's.
-        ASSERT_FALSE(recording.inputEvents.empty());
-        const InputEvent& move = recording.inputEvents.back();
-        const std::vector<SyntheticScreen::Sent> sent = screen.sent();
-        const auto number = std::find_if(sent.begin(), sent.end(), [&](const SyntheticScreen::Sent& s) {
-            return s.cursor.x * 2 == move.location.x && s.cursor.y * 2 == move.location.y;
-        });
-        EXPECT_NE(number, sent.end()) << move.location.x << "," << move.location.y;
+        ASSERT_FALSE(take.recording.inputEvents.empty());
+        const Point last = take.recording.inputEvents.back().location;
+        EXPECT_TRUE(
+            std::any_of(take.sent.begin(), take.sent.end(),
+                        [&](const auto& s) { return s.cursor.x * 2 == last.x && s.cursor.y * 2 == last.y; }))
+            << last.x << "," << last.y;
     }
 }
 
@@ -201,20 +215,15 @@ TEST(ScreenCastRecorder, ThePointerComesWhateverRoomTheProducerMakesForItsPictur
     MARLOWICK_REQUIRE(pipeWire(daemon));
     for (const int side : {64, 384, 1024}) {
         SCOPED_TRACE(side);
-        const TempDir dir;
         SyntheticScreen::Options options;
         options.cursorSide = side;
         SyntheticScreen screen(daemon.connect(), options);
-        ScreenCastRecorder recorder({daemon.connect(), {}}, screen.nodeId(), configurationIn(dir),
-                                    linkedBy(screen));
-        EXPECT_TRUE(recorder.hasCursorMetadata());
-        ASSERT_TRUE(screen.waitForPictures(screen.sent().size() + 10));
-        const Recording recording = recorder.stop();
-        ASSERT_FALSE(recording.inputEvents.empty());
-        const std::vector<SyntheticScreen::Sent> sent = screen.sent();
-        const Point last = recording.inputEvents.back().location;
-        EXPECT_TRUE(std::any_of(sent.begin(), sent.end(),
-                                [&](const SyntheticScreen::Sent& s) { return s.cursor == last; }))
+        const Take take(daemon, screen, 10);
+        EXPECT_TRUE(take.hasCursorMetadata);
+        ASSERT_FALSE(take.recording.inputEvents.empty());
+        const Point last = take.recording.inputEvents.back().location;
+        EXPECT_TRUE(
+            std::any_of(take.sent.begin(), take.sent.end(), [&](const auto& s) { return s.cursor == last; }))
             << last.x << "," << last.y;
     }
 }
@@ -248,38 +257,43 @@ TEST(ScreenCastRecorder, AProducerThatStopsEndsTheTakeWithWhatWasRecorded) {
 
 TEST(ScreenCastRecorder, StreamsThatCantBeHadAreCaptureUnavailable) {
     const TempDir dir;
+    const auto unavailable = [&](PipeWireStream::Remote remote, std::uint32_t node,
+                                 const ScreenCastRecorder::Options& options) {
+        const auto e = thrown<CaptureError>(
+            [&] { const ScreenCastRecorder recorder(remote, node, configurationIn(dir), options); });
+        EXPECT_TRUE(e && e->kind() == CaptureError::Kind::captureUnavailable);
+        return e ? std::string(e->what()) : "";
+    };
     // No daemon at all.
-    try {
-        ScreenCastRecorder recorder({-1, (dir / "no-such-socket").string()}, 42, configurationIn(dir), {});
-        ADD_FAILURE() << "a recorder started without PipeWire";
-    } catch (const CaptureError& error) {
-        EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
-        EXPECT_NE(std::string(error.what()).find("PipeWire"), std::string::npos) << error.what();
-    }
+    EXPECT_NE(unavailable({-1, (dir / "no-such-socket").string()}, 42, {}).find("PipeWire"),
+              std::string::npos);
 
     const PipeWireDaemon daemon;
     MARLOWICK_REQUIRE(pipeWire(daemon));
     // A node that never sends anything.
     ScreenCastRecorder::Options options;
     options.formatTimeout = 1;
-    try {
-        ScreenCastRecorder recorder({daemon.connect(), {}}, 9999, configurationIn(dir), options);
-        ADD_FAILURE() << "a recorder started on a node that isn't there";
-    } catch (const CaptureError& error) {
-        EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
-    }
+    unavailable({daemon.connect(), {}}, 9999, options);
+
+    // DMA-BUFs of a layout that can't be read (Intel's Y-tiled, and nothing else): no buffer is even made.
+    SyntheticScreen::Options tiled;
+    tiled.dmaBuf = true;
+    tiled.modifiers = {(1ull << 56) | 2};
+    SyntheticScreen unreadable(daemon.connect(), tiled);
+    options = linkedBy(unreadable);
+    options.formatTimeout = 5;
+    EXPECT_NE(unavailable({daemon.connect(), {}}, unreadable.nodeId(), options).find("no picture format"),
+              std::string::npos);
+    EXPECT_EQ(unreadable.dmaBuffers(), 0);
 
     // A producer without cursor metadata: pictures, and no pointer.
     SyntheticScreen::Options plain;
     plain.cursorMetadata = false;
     SyntheticScreen screen(daemon.connect(), plain);
-    ScreenCastRecorder recorder({daemon.connect(), {}}, screen.nodeId(), configurationIn(dir),
-                                linkedBy(screen));
-    EXPECT_FALSE(recorder.hasCursorMetadata());
-    ASSERT_TRUE(screen.waitForPictures(screen.sent().size() + 20));
-    const Recording recording = recorder.stop();
-    EXPECT_GT(recorder.statistics().framesWritten, 10);
-    EXPECT_TRUE(recording.inputEvents.empty());
+    const Take take(daemon, screen, 20);
+    EXPECT_FALSE(take.hasCursorMetadata);
+    EXPECT_GT(take.statistics.framesWritten, 10);
+    EXPECT_TRUE(take.recording.inputEvents.empty());
 }
 
 TEST(ScreenCastRecorder, LinearDmaBufsAreRecordedAsSharedMemoryIs) {
@@ -291,7 +305,6 @@ TEST(ScreenCastRecorder, LinearDmaBufsAreRecordedAsSharedMemoryIs) {
     constexpr std::uint64_t tiled = (1ull << 56) | 1; // DRM's X-tiled layout of Intel's GPUs
     for (const bool choice : {false, true}) {
         SCOPED_TRACE(choice ? "a choice of layouts, RGBx" : "linear, BGRx");
-        const TempDir dir;
         SyntheticScreen::Options options;
         options.dmaBuf = true;
         if (choice) {
@@ -299,59 +312,16 @@ TEST(ScreenCastRecorder, LinearDmaBufsAreRecordedAsSharedMemoryIs) {
             options.format = SPA_VIDEO_FORMAT_RGBx;
         }
         SyntheticScreen screen(daemon.connect(), options);
-        ScreenCastRecorder recorder({daemon.connect(), {}}, screen.nodeId(), configurationIn(dir),
-                                    linkedBy(screen));
+        const Take take(daemon, screen, 60);
         EXPECT_GT(screen.dmaBuffers(), 0);
-        EXPECT_TRUE(recorder.hasCursorMetadata());
-        ASSERT_TRUE(screen.waitForPictures(screen.sent().size() + 60));
-        const Recording recording = recorder.stop();
-        EXPECT_FALSE(recorder.interruption());
-        const std::vector<SyntheticScreen::Sent> sent = screen.sent();
-        std::map<int, SyntheticScreen::Sent> numbered = byNumber(sent);
-
-        // The pictures in order on the producer's stamps, their pixels the right way round.
-        const std::vector<DecodedFrame> frames = decode(dir / "take.mov", 1.0);
-        ASSERT_GE(frames.size(), 40u);
-        ASSERT_TRUE(numbered.contains(frames.front().number));
-        const std::uint64_t firstPts = numbered[frames.front().number].pts;
-        expectOnTheProducersStamps(frames, numbered, firstPts);
-        const DecodedFrame& last = frames.back();
-        const Point corner = SyntheticScreen::squareOf(last.number);
-        const std::uint8_t* inside =
-            last.image.row(static_cast<int>(corner.y + 16)) + 4 * static_cast<int>(corner.x + 16);
-        EXPECT_GT(inside[2], 200);
-        if (choice) {
-            EXPECT_LT(inside[0], 60); // red
-        } else {
-            EXPECT_GT(inside[0], 200); // white
-        }
-        const std::uint8_t* field = last.image.row(last.image.height - 4) + 4 * 4;
-        EXPECT_GT(field[0], 60);
-        EXPECT_LT(field[2], 40);
-
-        // The pointer from the same buffers' metadata, at its pictures' times.
-        ASSERT_FALSE(recording.inputEvents.empty());
-        expectThePointerAtItsPicturesTimes(recording.inputEvents, sent, firstPts);
+        EXPECT_TRUE(take.hasCursorMetadata);
+        EXPECT_FALSE(take.interruption);
+        // The pictures in order on the producer's stamps, their pixels the right way round, and the pointer
+        // from the same buffers' metadata.
+        ASSERT_GE(take.frames.size(), 40u);
+        take.expectOnTheProducersStamps();
+        take.expectTheColours(choice);
+        ASSERT_FALSE(take.recording.inputEvents.empty());
+        take.expectThePointerAtItsPicturesTimes();
     }
-}
-
-TEST(ScreenCastRecorder, DmaBufsOfALayoutThatCantBeReadAreCaptureUnavailable) {
-    const PipeWireDaemon daemon;
-    MARLOWICK_REQUIRE(pipeWire(daemon));
-    const TempDir dir;
-    SyntheticScreen::Options options;
-    options.dmaBuf = true;
-    options.modifiers = {(1ull << 56) | 2}; // Intel's Y-tiled layout, and nothing else
-    SyntheticScreen screen(daemon.connect(), options);
-    ScreenCastRecorder::Options recorderOptions = linkedBy(screen);
-    recorderOptions.formatTimeout = 5;
-    try {
-        ScreenCastRecorder recorder({daemon.connect(), {}}, screen.nodeId(), configurationIn(dir),
-                                    recorderOptions);
-        ADD_FAILURE() << "a recorder started on pictures it can't read";
-    } catch (const CaptureError& error) {
-        EXPECT_EQ(error.kind(), CaptureError::Kind::captureUnavailable);
-        EXPECT_NE(std::string(error.what()).find("no picture format"), std::string::npos) << error.what();
-    }
-    EXPECT_EQ(screen.dmaBuffers(), 0);
 }

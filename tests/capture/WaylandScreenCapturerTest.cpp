@@ -10,6 +10,7 @@
 #include "support/PortalBus.h"
 #include "support/SyntheticScreen.h"
 #include "support/TempDir.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -20,6 +21,31 @@
 
 using namespace marlowick;
 using namespace marlowick::test;
+
+namespace {
+
+// A capturer of `screen` through the portal on `bus`, without sound, and without an input device this user
+// may read: positions only, whatever the machine's own devices are.
+WaylandScreenCapturer::Options sharing(const PortalBus& bus, SyntheticScreen& screen, const TempDir& dir) {
+    WaylandScreenCapturer::Options options;
+    options.portal = {bus.address(), 10};
+    options.soundServer = "unix:/nonexistent";
+    options.allowHardware = false;
+    options.minimumFreeBytes = 0;
+    options.connected = [&screen](std::uint32_t consumer) { screen.link(consumer); };
+    writeText(dir / "event0", "not a device");
+    options.inputDevices = dir.path();
+    return options;
+}
+
+CaptureConfiguration configurationIn(const TempDir& dir) {
+    CaptureConfiguration configuration;
+    configuration.outputURL = dir / "take.mov";
+    configuration.frameRate = 60;
+    return configuration;
+}
+
+} // namespace
 
 TEST(WaylandScreenCapturer, RecordsTheSharedScreenAndKeepsEachRestoreToken) {
     const PipeWireDaemon daemon;
@@ -32,24 +58,14 @@ TEST(WaylandScreenCapturer, RecordsTheSharedScreenAndKeepsEachRestoreToken) {
     const TempDir dir;
 
     std::vector<std::string> stored;
-    WaylandScreenCapturer::Options options;
-    options.portal = {bus.address(), 10};
-    options.soundServer = "unix:/nonexistent";
-    options.allowHardware = false;
-    options.minimumFreeBytes = 0;
+    WaylandScreenCapturer::Options options = sharing(bus, screen, dir);
     options.restoreToken = "token-0";
     options.restoreTokenChanged = [&](const std::string& token) { stored.push_back(token); };
-    options.connected = [&](std::uint32_t consumer) { screen.link(consumer); };
-    // No input device this user may read: positions only, whatever the machine's own devices are.
-    writeText(dir / "event0", "not a device");
-    options.inputDevices = dir.path();
     WaylandScreenCapturer capturer(options);
     EXPECT_EQ(capturer.telemetryAvailability(), TelemetryAvailability::positionOnly);
     EXPECT_THROW(capturer.stop(), CaptureError);
 
-    CaptureConfiguration configuration;
-    configuration.outputURL = dir / "take.mov";
-    configuration.frameRate = 60;
+    const CaptureConfiguration configuration = configurationIn(dir);
     for (int take = 1; take <= 2; ++take) {
         SCOPED_TRACE(take);
         capturer.start(configuration);
@@ -88,15 +104,7 @@ TEST(WaylandScreenCapturer, TelemetryIsAnsweredFromWhatIsKeptWhileTakesStartAndS
     MARLOWICK_REQUIRE(fakePortal(bus.startPortal(
         {"--pipewire", daemon.socket().string(), "--node", std::to_string(node), "--log-properties"})));
     const TempDir dir;
-    WaylandScreenCapturer::Options options;
-    options.portal = {bus.address(), 10};
-    options.soundServer = "unix:/nonexistent";
-    options.allowHardware = false;
-    options.minimumFreeBytes = 0;
-    options.connected = [&](std::uint32_t consumer) { screen.link(consumer); };
-    writeText(dir / "event0", "not a device");
-    options.inputDevices = dir.path();
-    WaylandScreenCapturer capturer(options);
+    WaylandScreenCapturer capturer(sharing(bus, screen, dir));
 
     std::atomic<bool> asking = true;
     std::atomic<int> answers = 0;
@@ -108,9 +116,7 @@ TEST(WaylandScreenCapturer, TelemetryIsAnsweredFromWhatIsKeptWhileTakesStartAndS
             std::this_thread::sleep_for(std::chrono::microseconds(500));
         }
     });
-    CaptureConfiguration configuration;
-    configuration.outputURL = dir / "take.mov";
-    configuration.frameRate = 60;
+    const CaptureConfiguration configuration = configurationIn(dir);
     constexpr int takes = 3;
     for (int take = 1; take <= takes; ++take) {
         SCOPED_TRACE(take);
@@ -139,14 +145,9 @@ TEST(WaylandScreenCapturer, ACancelledDialogStartsNothingAndNoPortalMeansNoTelem
     options.portal = {bus.address(), 10};
     WaylandScreenCapturer capturer(options);
     EXPECT_EQ(capturer.telemetryAvailability(), TelemetryAvailability::none); // no pointer metadata
-    CaptureConfiguration configuration;
-    configuration.outputURL = dir / "take.mov";
-    try {
-        capturer.start(configuration);
-        ADD_FAILURE() << "a cancelled dialog started a capture";
-    } catch (const CaptureError& error) {
-        EXPECT_EQ(error.kind(), CaptureError::Kind::permissionDenied);
-    }
+    const auto refused = thrown<CaptureError>([&] { capturer.start(configurationIn(dir)); });
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->kind(), CaptureError::Kind::permissionDenied);
     EXPECT_THROW(capturer.stop(), CaptureError); // nothing runs
     bus.stopPortal();
     EXPECT_EQ(WaylandScreenCapturer(options).telemetryAvailability(), TelemetryAvailability::none);

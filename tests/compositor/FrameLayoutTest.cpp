@@ -26,6 +26,12 @@ Canvas plain(double inset = 0, ContentMode mode = ContentMode::fit) {
     return c;
 }
 
+// The layout at rest of a recording of `source` on a canvas of `size`.
+FrameUniforms layout(const Canvas& canvas, Size size = {1920, 1080}, Size source = {1920, 1080},
+                     const std::optional<CursorFrame>& cursor = std::nullopt) {
+    return frameUniforms(project(source, canvas), 0, size, cursor);
+}
+
 void expectNear(Float2 actual, double x, double y, double tolerance = 1e-3) {
     EXPECT_NEAR(actual.x, x, tolerance);
     EXPECT_NEAR(actual.y, y, tolerance);
@@ -34,15 +40,14 @@ void expectNear(Float2 actual, double x, double y, double tolerance = 1e-3) {
 } // namespace
 
 TEST(FrameLayout, FitPlacesTheWholeRecordingInTheSlot) {
-    const FrameUniforms full = frameUniforms(project({1920, 1080}, plain()), 0, {1920, 1080}, std::nullopt);
+    const FrameUniforms full = layout(plain());
     expectNear(full.surfaceOrigin, 0, 0);
     expectNear(full.surfaceSize, 1920, 1080);
     expectNear(full.sourceCrop, 1, 1);
     expectNear(full.canvasSize, 1920, 1080);
 
     // A 4:3 recording in a 16:9 canvas with 10% inset: as high as the slot, centred.
-    const FrameUniforms boxed =
-        frameUniforms(project({1440, 1080}, plain(0.1)), 0, {1920, 1080}, std::nullopt);
+    const FrameUniforms boxed = layout(plain(0.1), {1920, 1080}, {1440, 1080});
     expectNear(boxed.surfaceSize, 864 * 4.0 / 3, 864);
     expectNear(boxed.surfaceOrigin, (1920 - 1152) / 2.0, 108);
     // Without a device the body is the surface, the screen the slot, and the shadow follows the corners.
@@ -54,19 +59,16 @@ TEST(FrameLayout, FitPlacesTheWholeRecordingInTheSlot) {
     expectNear(boxed.screenSize, 1536, 864);
 
     // Insets of a half and more leave no room, and nothing breaks.
-    EXPECT_NO_THROW(frameUniforms(project({1920, 1080}, plain(0.5)), 0, {1920, 1080}, std::nullopt));
-    const FrameUniforms negative =
-        frameUniforms(project({1920, 1080}, plain(0.6)), 0, {1920, 1080}, std::nullopt);
+    EXPECT_NO_THROW(layout(plain(0.5)));
+    const FrameUniforms negative = layout(plain(0.6));
     EXPECT_LT(negative.surfaceSize.x, 0);
 }
 
 TEST(FrameLayout, FillCropsTheSourceToTheSlotsShape) {
-    const FrameUniforms square =
-        frameUniforms(project({1920, 1080}, plain(0, ContentMode::fill)), 0, {1080, 1080}, std::nullopt);
+    const FrameUniforms square = layout(plain(0, ContentMode::fill), {1080, 1080});
     expectNear(square.sourceCrop, 0.5625, 1, 1e-6);
     expectNear(square.surfaceSize, 1080, 1080);
-    const FrameUniforms wide =
-        frameUniforms(project({1080, 1080}, plain(0, ContentMode::fill)), 0, {1920, 1080}, std::nullopt);
+    const FrameUniforms wide = layout(plain(0, ContentMode::fill), {1920, 1080}, {1080, 1080});
     expectNear(wide.sourceCrop, 1, 0.5625, 1e-6);
 }
 
@@ -94,7 +96,7 @@ TEST(FrameLayout, InFillTheWindowTravelsFromTheAnchorToTheBeat) {
 TEST(FrameLayout, ATiltShrinksTheSlotAndInvertsItsPerspective) {
     Canvas c = plain();
     c.tilt = {30, 0};
-    const FrameUniforms u = frameUniforms(project({1920, 1080}, c), 0, {1920, 1080}, std::nullopt);
+    const FrameUniforms u = layout(c);
     expectNear(u.surfaceSize, 1920 / 1.275, 1080 / 1.275);
     EXPECT_EQ(u.tiltEnabled, 1);
     expectNear(u.tiltCenter, 960, 540);
@@ -110,7 +112,7 @@ TEST(FrameLayout, ATiltShrinksTheSlotAndInvertsItsPerspective) {
             EXPECT_NEAR(sum, r == col ? 1 : 0, 1e-5) << r << "," << col;
         }
     }
-    EXPECT_EQ(frameUniforms(project({1920, 1080}, plain()), 0, {1920, 1080}, std::nullopt).tiltEnabled, 0);
+    EXPECT_EQ(layout(plain()).tiltEnabled, 0);
 }
 
 TEST(FrameLayout, DevicesFitTheSlotAndTheirScreensKeepTheirShape) {
@@ -118,7 +120,7 @@ TEST(FrameLayout, DevicesFitTheSlotAndTheirScreensKeepTheirShape) {
         for (const Size canvas : {Size{1920, 1080}, Size{1080, 1920}, Size{1080, 1080}}) {
             Canvas c = plain(0.05);
             c.deviceFrame = device;
-            const FrameUniforms u = frameUniforms(project({1920, 1080}, c), 0, canvas, std::nullopt);
+            const FrameUniforms u = layout(c, canvas);
             const double slotW = canvas.width * 0.9;
             const double slotH = canvas.height * 0.9;
             const double base = hasBase(device.kind) ? 0.1 * u.bodySize.y : 0;
@@ -144,42 +146,25 @@ TEST(FrameLayout, DevicesFitTheSlotAndTheirScreensKeepTheirShape) {
             expectNear(u.tiltCenter, u.bodyOrigin.x + u.bodySize.x / 2, u.bodyOrigin.y + u.bodySize.y / 2);
         }
     }
-    Canvas c = plain();
-    c.deviceFrame = DeviceFrame::studioDisplay();
-    EXPECT_EQ(frameUniforms(project({1920, 1080}, c), 0, {1920, 1080}, std::nullopt).deviceMode, 4);
-    c.deviceFrame = DeviceFrame::iPhonePro();
-    EXPECT_EQ(frameUniforms(project({1920, 1080}, c), 0, {1920, 1080}, std::nullopt).deviceMode, 1);
 }
 
-TEST(FrameLayout, CursorAndShadowFields) {
-    Canvas c = plain();
-    c.shadow = {40, 0.3, {5, 12}};
-    const FrameUniforms none = frameUniforms(project({1920, 1080}, c), 0, {1920, 1080}, std::nullopt);
+TEST(FrameLayout, TheCursorIsSizedByTheCanvasAndItsScale) {
+    const FrameUniforms none = layout(plain());
     EXPECT_EQ(none.cursorOpacity, 0);
     EXPECT_EQ(none.rippleProgress, -1);
     EXPECT_NEAR(none.cursorSize, 1080 * 0.035, 1e-4);
-    EXPECT_EQ(none.shadowColor, (Float4{0, 0, 0, 0.3f}));
-    expectNear(none.shadowOffset, 5, 12);
-    EXPECT_EQ(none.shadowRadius, 40);
-
-    const CursorFrame frame{{0.4, 0.6}, 0.8, 2, 0.25, {0.1, 0.2}};
-    const FrameUniforms with = frameUniforms(project({1920, 1080}, c), 0, {1920, 1080}, frame);
-    expectNear(with.cursorPosition, 0.4, 0.6, 1e-6);
-    EXPECT_FLOAT_EQ(with.cursorOpacity, 0.8f);
-    EXPECT_FLOAT_EQ(with.rippleProgress, 0.25f);
-    expectNear(with.ripplePosition, 0.1, 0.2, 1e-6);
-    EXPECT_NEAR(with.cursorSize, 1080 * 0.035 * 2, 1e-3);
+    const FrameUniforms scaled =
+        layout(plain(), {1920, 1080}, {1920, 1080}, CursorFrame{{0.4, 0.6}, 0.8, 2, 0.25, {}});
+    EXPECT_FLOAT_EQ(scaled.cursorOpacity, 0.8f);
+    EXPECT_NEAR(scaled.cursorSize, 1080 * 0.035 * 2, 1e-3);
 }
 
 TEST(FrameLayout, BackgroundsAndColours) {
     auto background = [](Background b) {
         Canvas c = plain();
         c.background = std::move(b);
-        return frameUniforms(project({1920, 1080}, c), 0, {640, 360}, std::nullopt);
+        return layout(c, {640, 360});
     };
-    const FrameUniforms transparent = background(Background::transparent());
-    EXPECT_EQ(transparent.backgroundMode, 2);
-    EXPECT_EQ(transparent.backgroundTop, (Float4{0, 0, 0, 0}));
     const FrameUniforms gradient = background(Background::linearGradient("#FF0000", "#0000FF", 90));
     EXPECT_EQ(gradient.backgroundMode, 1);
     EXPECT_NEAR(gradient.gradientAngle, M_PI / 2, 1e-6);

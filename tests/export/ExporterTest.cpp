@@ -5,6 +5,7 @@
 #include "media/AvInput.h"
 #include "media/VideoDecoder.h"
 #include "support/TempDir.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -67,20 +68,24 @@ const Stream* firstOf(const std::vector<Stream>& streams, bool video) {
     return nullptr;
 }
 
-// A two-second 160×90 take at `rate` frames a second with `tracks` tones beside it.
-fs::path makeTake(const fs::path& path, int rate, int tracks) {
-    std::string command = "ffmpeg -v error -y -f lavfi -i testsrc2=size=160x90:rate=" + std::to_string(rate);
-    std::string maps = " -map 0";
-    for (int i = 0; i < tracks; ++i) {
-        command += " -f lavfi -i sine=frequency=" + std::to_string(440 + 220 * i) + ":sample_rate=48000";
-        maps += " -map " + std::to_string(i + 1);
-    }
-    command +=
-        " -t 2" + maps + " -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac '" + path.string() + "'";
-    if (std::system(command.c_str()) != 0) {
-        throw std::runtime_error("ffmpeg could not make the test take");
+// Runs FFmpeg with `arguments` to make a test's movie at `path`.
+fs::path ffmpeg(const std::string& arguments, const fs::path& path) {
+    if (std::system(("ffmpeg -v error -y " + arguments + " '" + path.string() + "'").c_str()) != 0) {
+        throw std::runtime_error("ffmpeg could not make " + path.string());
     }
     return path;
+}
+
+// A two-second 160×90 take at `rate` frames a second with `tracks` tones beside it.
+fs::path makeTake(const fs::path& path, int rate, int tracks) {
+    std::string inputs = "-f lavfi -i testsrc2=size=160x90:rate=" + std::to_string(rate);
+    std::string maps = " -map 0";
+    for (int i = 0; i < tracks; ++i) {
+        inputs += " -f lavfi -i sine=frequency=" + std::to_string(440 + 220 * i) + ":sample_rate=48000";
+        maps += " -map " + std::to_string(i + 1);
+    }
+    return ffmpeg(inputs + " -t 2" + maps + " -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac",
+                  path);
 }
 
 Project projectOf(const fs::path& movie, int rate) {
@@ -135,6 +140,22 @@ public:
 private:
     rlimit m_before{};
     void (*m_signalBefore)(int) = SIG_DFL;
+};
+
+// A temporary directory that TMPDIR names while it lasts, so that what an export leaves there can be
+// looked for.
+class Scratch : public TempDir {
+public:
+    Scratch() {
+        if (const char* value = std::getenv("TMPDIR")) {
+            m_previous = value;
+        }
+        setenv("TMPDIR", path().c_str(), 1);
+    }
+    ~Scratch() { m_previous ? setenv("TMPDIR", m_previous->c_str(), 1) : unsetenv("TMPDIR"); }
+
+private:
+    std::optional<std::string> m_previous;
 };
 
 struct Exported {
@@ -204,14 +225,11 @@ TEST_F(ExporterTest, WorkingOnlyWhereFramesChangeGivesTheMovieOfWholeFrames) {
     // A still picture with a small pattern travelling over it, as a screen take changes: a zoom that ramps
     // in, holds and ramps out, the cursor moving and clicking, and a cut the camera jumps across. The size is
     // no multiple of the converters' tiles nor of the 16 pixels FFmpeg's converter writes at a time.
-    const fs::path take = dir / "still.mov";
-    const std::string command =
-        "ffmpeg -v error -y -f lavfi -i smptebars=size=330x186:rate=30 -f lavfi -i "
-        "testsrc2=size=24x16:rate=30 "
-        "-filter_complex \"[0][1]overlay=x='20+mod(n*9,260)':y='30+mod(n*4,120)'\" -t 2 -c:v libx264 "
-        "-preset ultrafast -pix_fmt yuv420p '" +
-        take.string() + "'";
-    ASSERT_EQ(std::system(command.c_str()), 0);
+    const fs::path take =
+        ffmpeg("-f lavfi -i smptebars=size=330x186:rate=30 -f lavfi -i testsrc2=size=24x16:rate=30 "
+               "-filter_complex \"[0][1]overlay=x='20+mod(n*9,260)':y='30+mod(n*4,120)'\" -t 2 "
+               "-c:v libx264 -preset ultrafast -pix_fmt yuv420p",
+               dir / "still.mov");
     Project project = projectOf(take, 30);
     project.source.size = {330, 186};
     project.camera.beats = {
@@ -344,13 +362,11 @@ TEST_F(ExporterTest, RefusalsLeaveTheTargetAndTheRecordingAsTheyWere) {
          ExportError::Kind::targetIsRecording, (silent.parent_path() / "." / silent.filename()).string()},
     };
     for (const auto& refusal : refusals) {
-        try {
-            Exporter{}.exportMovie(projectOf(silent, 30), {}, refusal.preset, refusal.target);
-            ADD_FAILURE() << "exported to " << refusal.target;
-        } catch (const ExportError& e) {
-            EXPECT_EQ(e.kind(), refusal.kind) << refusal.target;
-            EXPECT_EQ(e.what(), refusal.text);
-        }
+        const auto e = thrown<ExportError>(
+            [&] { Exporter{}.exportMovie(projectOf(silent, 30), {}, refusal.preset, refusal.target); });
+        ASSERT_TRUE(e) << "exported to " << refusal.target;
+        EXPECT_EQ(e->kind(), refusal.kind) << refusal.target;
+        EXPECT_EQ(e->what(), refusal.text);
     }
     EXPECT_EQ(readText(target), "an earlier movie");
     EXPECT_EQ(readText(folder / "inside.txt"), "kept");
@@ -358,19 +374,14 @@ TEST_F(ExporterTest, RefusalsLeaveTheTargetAndTheRecordingAsTheyWere) {
 }
 
 TEST_F(ExporterTest, CancellingLeavesTheEarlierMovieAndNoMix) {
-    // The temporary mix goes where TMPDIR says, so that it can be looked for.
-    const TempDir scratch;
-    const char* previous = std::getenv("TMPDIR");
-    const std::string saved = previous ? previous : "";
-    setenv("TMPDIR", scratch.path().c_str(), 1);
-
+    const Scratch scratch; // where the temporary mix goes
     Project project = projectOf(twoTracks, 30);
     project.manualCuts.emplace_back(Uuid::random(), 0.2, 0.4);
     const fs::path target = dir / "cancelled.mp4";
     writeText(target, "an earlier movie");
     std::stop_source stop;
     long long seen = 0;
-    try {
+    const auto cancelled = thrown<ExportError>([&] {
         Exporter{}.exportMovie(
             project, sweep(), small(), target,
             [&](const Exporter::Progress& p) {
@@ -380,11 +391,9 @@ TEST_F(ExporterTest, CancellingLeavesTheEarlierMovieAndNoMix) {
                 }
             },
             stop.get_token());
-        FAIL() << "finished";
-    } catch (const ExportError& e) {
-        EXPECT_EQ(e.kind(), ExportError::Kind::cancelled);
-    }
-    previous ? setenv("TMPDIR", saved.c_str(), 1) : unsetenv("TMPDIR");
+    });
+    ASSERT_TRUE(cancelled);
+    EXPECT_EQ(cancelled->kind(), ExportError::Kind::cancelled);
     EXPECT_EQ(seen, 10);
     EXPECT_EQ(readText(target), "an earlier movie");
     EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()),
@@ -394,40 +403,33 @@ TEST_F(ExporterTest, CancellingLeavesTheEarlierMovieAndNoMix) {
 
 TEST_F(ExporterTest, AMovieThatCantBeWrittenToTheEndLeavesNeitherItNorTheMix) {
     // Noise: every frame costs the encoder tens of kilobytes, so the muxer writes long before the end.
-    const fs::path take = dir / "noise.mov";
-    ASSERT_EQ(
-        std::system(("ffmpeg -v error -y -f lavfi -i color=gray:size=320x180:rate=30,noise=alls=100:allf=t "
-                     "-f lavfi -i sine=sample_rate=48000 -f lavfi -i sine=frequency=660:sample_rate=48000 "
-                     "-t 2 -map 0 -map 1 -map 2 -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac '" +
-                     take.string() + "'")
-                        .c_str()),
-        0);
+    const fs::path take =
+        ffmpeg("-f lavfi -i color=gray:size=320x180:rate=30,noise=alls=100:allf=t -f lavfi -i "
+               "sine=sample_rate=48000 -f lavfi -i sine=frequency=660:sample_rate=48000 -t 2 "
+               "-map 0 -map 1 -map 2 -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac",
+               dir / "noise.mov");
     Project project = projectOf(take, 30);
     project.source.size = {320, 180};
     const ExportPreset preset{
         "test", "Test", {320, 180}, 30, ExportPreset::Container::mp4, ExportPreset::Codec::h264};
 
-    const TempDir scratch;
-    const char* previous = std::getenv("TMPDIR");
-    const std::string saved = previous ? previous : "";
-    setenv("TMPDIR", scratch.path().c_str(), 1);
+    const Scratch scratch; // where the temporary mix goes
     const fs::path target = dir / "short.mp4";
     long long frames = 0;
+    std::optional<ExportError> failure;
     {
         // Room for the mix of two seconds, made before the frames, and not for the movie, so the muxer's
         // writes fail part way through the frames.
         const FileSizeLimit limit(64 * 1024);
-        try {
+        failure = thrown<ExportError>([&] {
             Exporter{}.exportMovie(project, sweep(), preset, target,
                                    [&](const Exporter::Progress& p) { frames = p.completedFrames; });
-            ADD_FAILURE() << "exported";
-        } catch (const ExportError& e) {
-            EXPECT_EQ(e.kind(), ExportError::Kind::writerFailed) << e.what();
-            // The failure names the file the person asked for, not the hidden one being written.
-            EXPECT_NE(std::string(e.what()).find(target.string()), std::string::npos) << e.what();
-        }
+        });
     }
-    previous ? setenv("TMPDIR", saved.c_str(), 1) : unsetenv("TMPDIR");
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->kind(), ExportError::Kind::writerFailed) << failure->what();
+    // The failure names the file the person asked for, not the hidden one being written.
+    EXPECT_NE(std::string(failure->what()).find(target.string()), std::string::npos) << failure->what();
 
     // It failed among the frames, neither before them nor at the end.
     EXPECT_GT(frames, 0);
@@ -439,17 +441,11 @@ TEST_F(ExporterTest, AMovieThatCantBeWrittenToTheEndLeavesNeitherItNorTheMix) {
 }
 
 TEST_F(ExporterTest, ARecordingWithoutVideoIsNamedAsSuch) {
-    const fs::path sound = dir / "sound.m4a";
-    ASSERT_EQ(
-        std::system(
-            ("ffmpeg -v error -f lavfi -i sine=sample_rate=48000 -t 0.5 '" + sound.string() + "'").c_str()),
-        0);
-    try {
-        Exporter{}.exportMovie(projectOf(sound, 30), {}, small(), dir / "x.mp4");
-        FAIL() << "exported";
-    } catch (const ExportError& e) {
-        EXPECT_EQ(e.kind(), ExportError::Kind::noVideoTrack);
-    }
+    const fs::path sound = ffmpeg("-f lavfi -i sine=sample_rate=48000 -t 0.5", dir / "sound.m4a");
+    const auto e = thrown<ExportError>(
+        [&] { Exporter{}.exportMovie(projectOf(sound, 30), {}, small(), dir / "x.mp4"); });
+    ASSERT_TRUE(e);
+    EXPECT_EQ(e->kind(), ExportError::Kind::noVideoTrack);
 }
 
 TEST_F(ExporterTest, AtAConstantRateEveryFrameIsAtItsNumberOverTheRateOverThePictureShownThen) {

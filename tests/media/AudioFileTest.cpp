@@ -3,48 +3,25 @@
 #include "media/AudioFile.h"
 #include "media/MediaError.h"
 #include "support/TempDir.h"
-
-#include <cmath>
-#include <numbers>
+#include "support/Tones.h"
 
 #include <gtest/gtest.h>
 
 using namespace marlowick;
 using namespace marlowick::test;
 
-namespace {
-
-std::vector<float> tone(double frequency, double amplitude, double seconds) {
-    std::vector<float> out(static_cast<std::size_t>(seconds * 48000));
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        out[i] = static_cast<float>(
-            amplitude * std::sin(2 * std::numbers::pi * frequency * static_cast<double>(i) / 48000));
-    }
-    return out;
-}
-
-double rms(std::span<const float> s) {
-    double sum = 0;
-    for (const float x : s) {
-        sum += static_cast<double>(x) * x;
-    }
-    return s.empty() ? 0 : std::sqrt(sum / static_cast<double>(s.size()));
-}
-
-} // namespace
-
 TEST(AudioFile, WhatWeWriteReadsBackInTimeAndLevel) {
     TempDir dir;
     const auto path = dir / "voice.m4a";
-    AudioFile::writeAac(path, tone(440, 0.5, 2));
+    const std::vector<float> original = tone(440, 0.5, 2);
+    AudioFile::writeAac(path, original);
     EXPECT_EQ(AudioFile::trackCount(path), 1u);
     EXPECT_NEAR(AudioFile::duration(path), 2, 0.03);
     const std::vector<float> back = AudioFile::decodeTrack(path, 0);
     EXPECT_NEAR(static_cast<double>(back.size()), 96000, 1024);
-    EXPECT_NEAR(rms(std::span(back).subspan(4800, 86400)), 0.5 / std::sqrt(2.0), 0.01);
+    EXPECT_NEAR(level(back, 0.1, 1.9), 0.5 / std::sqrt(2.0), 0.01);
     // In time: the decoded tone lines up with the original, encoder delay and all.
     double correlation = 0;
-    const std::vector<float> original = tone(440, 0.5, 2);
     for (std::size_t i = 4800; i < 91200; ++i) {
         correlation += static_cast<double>(back[i]) * original[i];
     }

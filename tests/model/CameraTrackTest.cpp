@@ -30,19 +30,6 @@ TEST(ZoomBeat, ConstructorKeepsBeatsInTimeAndAtLeastTheMinimumLong) {
     EXPECT_EQ(beat(2, 10).end, 10);
 }
 
-TEST(ZoomBeat, RampsAreLimitedToHalfTheBeat) {
-    ZoomBeat b = beat(0, 1);
-    b.rampIn = 0.8;
-    b.rampOut = 0.8;
-    EXPECT_EQ(b.effectiveRamps().in, 0.5);
-    EXPECT_EQ(b.effectiveRamps().out, 0.5);
-    b.rampIn = 0.2;
-    EXPECT_EQ(b.effectiveRamps().in, 0.2);
-    EXPECT_TRUE(b.contains(0));
-    EXPECT_TRUE(b.contains(1));
-    EXPECT_FALSE(b.contains(1.0001));
-}
-
 TEST(CameraTrack, EditsKeepPositionsAndMarkBeatsAsEdited) {
     CameraTrack track{{beat(5, 6), beat(1, 2), beat(5, 7)}, CameraTrack::Style::dynamic};
     const auto ordered = track.ordered();

@@ -19,11 +19,6 @@ TEST(DeviceFrame, MismatchIsSymmetricAroundAQuarter) {
     EXPECT_FALSE(flat.mismatches(1.6));
 }
 
-TEST(DeviceFrame, AspectDescription) {
-    EXPECT_EQ(DeviceFrame::iPadPro().screenAspectDescription(), "0.75:1");
-    EXPECT_EQ(DeviceFrame::studioDisplay().screenAspectDescription(), "1.78:1");
-}
-
 TEST(DeviceFrameCoding, EveryKeyIsRequired) {
     const Json json = toJson(DeviceFrame::studioDisplay());
     EXPECT_EQ(fromJson<DeviceFrame>(json), DeviceFrame::studioDisplay());

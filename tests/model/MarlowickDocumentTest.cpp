@@ -5,6 +5,7 @@
 #include "model/ModelCoding.h"
 #include "model/TelemetryFile.h"
 #include "support/Samples.h"
+#include "support/Thrown.h"
 
 #include <sys/stat.h>
 
@@ -141,12 +142,9 @@ TEST_F(Package, ReadRefusesWhatIsNotAPackageOrTooNew) {
     editEnvelope([&](Json& j) { j["project"]["fromLater"] = Json::parse(nested(maximumJsonDepth - 2)); });
     EXPECT_NO_THROW(MarlowickDocument::read(target));
     writeText(target / "Document.json", nested(1'000'000));
-    try {
-        MarlowickDocument::read(target);
-        ADD_FAILURE() << "a million levels read";
-    } catch (const CodingError& e) {
-        EXPECT_STREQ(e.what(), "Document.json nests deeper than 64 levels");
-    }
+    const auto deep = thrown<CodingError>([&] { MarlowickDocument::read(target); });
+    ASSERT_TRUE(deep) << "a million levels read";
+    EXPECT_STREQ(deep->what(), "Document.json nests deeper than 64 levels");
 }
 
 TEST_F(Package, ReadRefusesAMovieThatIsMissingOrOutsideThePackage) {
@@ -202,23 +200,18 @@ TEST_F(Package, MissingTelemetryOpensEmptyAndDamagedOrUnreadableTelemetryIsRefus
     };
     for (const std::string& text : damaged) {
         writeText(events, text);
-        try {
-            MarlowickDocument::read(target);
-            ADD_FAILURE() << "read " << text;
-        } catch (const DocumentError& e) {
-            EXPECT_EQ(e.kind(), DocumentError::Kind::telemetryDamaged) << text;
-            EXPECT_STREQ(e.what(), "Telemetry/events.json");
-        }
+        std::string payload;
+        EXPECT_EQ(documentErrorOf([&] { MarlowickDocument::read(target); }, &payload),
+                  DocumentError::Kind::telemetryDamaged)
+            << text;
+        EXPECT_EQ(payload, "Telemetry/events.json");
     }
     // A file that can't be read at all is no damaged one: the system's reason is what the person reads.
     fs::remove(events);
     fs::create_directory(events);
-    try {
-        MarlowickDocument::read(target);
-        ADD_FAILURE() << "read a folder as events";
-    } catch (const fs::filesystem_error& e) {
-        EXPECT_EQ(e.path1(), events);
-    }
+    const auto unreadable = thrown<fs::filesystem_error>([&] { MarlowickDocument::read(target); });
+    ASSERT_TRUE(unreadable) << "read a folder as events";
+    EXPECT_EQ(unreadable->path1(), events);
     fs::remove(events);
     EXPECT_TRUE(MarlowickDocument::read(target).telemetry().empty());
 

@@ -42,12 +42,10 @@ TEST(TimeMap, KeptRanges) {
 }
 
 TEST(TimeMap, TimesInsideACutCollapseOntoIt) {
-    EXPECT_EQ(twoToFour.outputTimeForSource(2), 2);
-    EXPECT_EQ(twoToFour.outputTimeForSource(3), 2);
-    EXPECT_EQ(twoToFour.outputTimeForSource(4), 2);
-    EXPECT_EQ(twoToFour.outputTimeForSource(7), 5);
-    EXPECT_EQ(twoToFour.outputTimeForSource(-3), 0);
-    EXPECT_EQ(twoToFour.outputTimeForSource(50), 8);
+    for (const auto& [source, output] :
+         std::vector<std::pair<double, double>>{{2, 2}, {3, 2}, {4, 2}, {7, 5}, {-3, 0}, {50, 8}}) {
+        EXPECT_EQ(twoToFour.outputTimeForSource(source), output) << source;
+    }
     EXPECT_TRUE(twoToFour.isRemoved(2));
     EXPECT_TRUE(twoToFour.isRemoved(3.999));
     EXPECT_FALSE(twoToFour.isRemoved(4));

@@ -1,14 +1,10 @@
 #pragma once
 
-#include "capture/CaptureError.h"
-#include "capture/X11Connection.h"
 #include "support/TempDir.h"
+#include "support/XServer.h"
 
-#include <csignal>
 #include <cstdio>
-#include <filesystem>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace marlowick::test {
@@ -62,57 +58,25 @@ Section "Screen"
 EndSection
 )";
 
-    TwoMonitorDisplay() {
-        writeText(m_dir / "xorg.conf", configuration);
-        for (int n = 140; n < 190; ++n) {
-            if (std::filesystem::exists("/tmp/.X11-unix/X" + std::to_string(n)) ||
-                std::filesystem::exists("/tmp/.X" + std::to_string(n) + "-lock")) {
-                continue;
-            }
-            m_name = ":" + std::to_string(n);
-            m_server = fork();
-            if (m_server == 0) {
-                std::freopen("/dev/null", "w", stdout);
-                std::freopen((m_dir / "stderr.log").c_str(), "w", stderr);
-                execlp("Xorg", "Xorg", m_name.c_str(), "-config", (m_dir / "xorg.conf").c_str(), "-noreset",
-                       "-nolisten", "tcp", "-logfile", (m_dir / "Xorg.log").c_str(),
-                       static_cast<char*>(nullptr));
-                _exit(127);
-            }
-            // Up to about five seconds for the server to answer.
-            for (int i = 0; i < 30; ++i) {
-                try {
-                    const X11Connection probe(m_name);
-                    return;
-                } catch (const CaptureError&) {
-                }
-                if (waitpid(m_server, nullptr, WNOHANG) == m_server) {
-                    m_server = -1; // it ended: no Xorg or no dummy driver, or it can't run here
-                    break;
-                }
-            }
-            break;
-        }
-        m_name.clear();
-    }
-    ~TwoMonitorDisplay() {
-        if (m_server > 0) {
-            kill(m_server, SIGTERM);
-            waitpid(m_server, nullptr, 0);
-        }
-    }
+    TwoMonitorDisplay()
+        : m_server(140, 190, [this](const std::string& name) {
+            writeText(m_dir / "xorg.conf", configuration);
+            std::freopen("/dev/null", "w", stdout);
+            std::freopen((m_dir / "stderr.log").c_str(), "w", stderr);
+            execlp("Xorg", "Xorg", name.c_str(), "-config", (m_dir / "xorg.conf").c_str(), "-noreset",
+                   "-nolisten", "tcp", "-logfile", (m_dir / "Xorg.log").c_str(), static_cast<char*>(nullptr));
+        }) {}
     TwoMonitorDisplay(const TwoMonitorDisplay&) = delete;
     TwoMonitorDisplay& operator=(const TwoMonitorDisplay&) = delete;
 
     // Empty when the server didn't start.
-    const std::string& name() const { return m_name; }
+    const std::string& name() const { return m_server.name(); }
     // What the server said about itself, for a failure's message.
     std::string log() const { return readText(m_dir / "stderr.log"); }
 
 private:
     TempDir m_dir;
-    std::string m_name;
-    pid_t m_server = -1;
+    XServer m_server; // after the folder it writes in
 };
 
 } // namespace marlowick::test

@@ -1,15 +1,10 @@
 #pragma once
 
-#include "capture/CaptureError.h"
-#include "capture/X11Connection.h"
+#include "support/XServer.h"
 
-#include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <string>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace marlowick::test {
@@ -21,49 +16,19 @@ namespace marlowick::test {
 // ("client N connected from local host").
 class VirtualDisplay {
 public:
-    explicit VirtualDisplay(bool record = true, const std::filesystem::path& audit = {}) {
-        for (int n = 90; n < 140; ++n) {
-            if (std::filesystem::exists("/tmp/.X11-unix/X" + std::to_string(n)) ||
-                std::filesystem::exists("/tmp/.X" + std::to_string(n) + "-lock")) {
-                continue;
-            }
-            m_name = ":" + std::to_string(n);
-            m_server = fork();
-            if (m_server == 0) {
-                std::freopen(audit.empty() ? "/dev/null" : audit.c_str(), "w", stderr);
-                execlp("Xvfb", "Xvfb", m_name.c_str(), "-screen", "0", "1280x720x24", "-nolisten", "tcp",
-                       "-noreset", record ? "+extension" : "-extension", "RECORD", "-audit",
-                       audit.empty() ? "0" : "4", static_cast<char*>(nullptr));
-                _exit(127);
-            }
-            // Up to about five seconds for the server to answer; each failed connection has already been
-            // tried again a few times, briefly apart.
-            for (int i = 0; i < 30; ++i) {
-                try {
-                    const X11Connection probe(m_name);
-                    return;
-                } catch (const CaptureError&) {
-                }
-                if (waitpid(m_server, nullptr, WNOHANG) == m_server) {
-                    m_server = -1; // it ended: no Xvfb, or it can't run here
-                    break;
-                }
-            }
-            break;
-        }
-        m_name.clear();
-    }
-    ~VirtualDisplay() {
-        if (m_server > 0) {
-            kill(m_server, SIGTERM);
-            waitpid(m_server, nullptr, 0);
-        }
-    }
-    const std::string& name() const { return m_name; }
+    explicit VirtualDisplay(bool record = true, const std::filesystem::path& audit = {})
+        : m_server(90, 140, [&](const std::string& name) {
+            std::freopen(audit.empty() ? "/dev/null" : audit.c_str(), "w", stderr);
+            execlp("Xvfb", "Xvfb", name.c_str(), "-screen", "0", "1280x720x24", "-nolisten", "tcp",
+                   "-noreset", record ? "+extension" : "-extension", "RECORD", "-audit",
+                   audit.empty() ? "0" : "4", static_cast<char*>(nullptr));
+        }) {}
+
+    // Empty when the server didn't start.
+    const std::string& name() const { return m_server.name(); }
 
 private:
-    std::string m_name;
-    pid_t m_server = -1;
+    XServer m_server;
 };
 
 } // namespace marlowick::test
