@@ -2,6 +2,7 @@
 
 #include "captions/CaptionTranscriber.h"
 #include "messages/Describe.h"
+#include "session/SessionTakes.h"
 
 #include <system_error>
 
@@ -17,11 +18,18 @@ EditorSession::EditorSession(std::unique_ptr<FilePanels> panels, PlaybackEngine:
     , m_capturer(makeCapturer())
     , m_captionLocale(CaptionTranscriber::defaultLocale())
     , m_captionLocales(CaptionTranscriber::onDeviceLocales())
-    , m_exportRelay(std::make_shared<ThreadRelay<EditorSession>>(this)) {
+    , m_exportRelay(std::make_shared<ThreadRelay<EditorSession>>(this))
+    , m_takes(std::make_unique<SessionTakes>(TakeStore(TakeStore::defaultFolder()))) {
     m_captureThread.setMaxThreadCount(1);
+    connect(this, &EditorSession::documentChanged, this, &EditorSession::takesDocumentChanged);
+    connect(&m_takes->recoveryTimer, &QTimer::timeout, this, &EditorSession::writeRecoveryCopy);
 }
 
 EditorSession::~EditorSession() {
+    // The last edits reach the recovery copy: its write is one of the jobs waited for below.
+    if (m_takes->recoveryTimer.isActive()) {
+        writeRecoveryCopy();
+    }
     m_exportRelay->detach();
     m_previewStop.request_stop();
     m_exportStop.request_stop();
@@ -100,6 +108,7 @@ void EditorSession::open() {
         setLastError(aboutPackage(*chosen, marlowick::describe(error, PackageAccess::opening)));
         return;
     }
+    projectTakesClosing();
     setDocument(std::move(read));
     setPackageUrl(Url::fileUrl(*chosen));
     refreshDerivedState();
@@ -123,6 +132,7 @@ void EditorSession::save() {
         return;
     }
     setPackageUrl(Url::fileUrl(*chosen));
+    takeSaved(*chosen);
 }
 
 void EditorSession::setPhase(SessionPhase value) {
