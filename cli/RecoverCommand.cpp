@@ -64,7 +64,12 @@ int listTakes(const TakeStore& store) {
         return 0;
     }
     for (const std::filesystem::path& movie : takes) {
-        const TakeSummary summary = TakeStore::summarise(movie);
+        TakeSummary summary;
+        try {
+            summary = TakeStore::summarise(movie);
+        } catch (const std::exception&) {
+            continue; // saved or discarded by a window meanwhile
+        }
         std::cout << movie.string() << '\t' << summary.startText() << '\t' << summary.durationText() << '\t'
                   << (summary.hasEdits ? "edits" : "no edits") << '\n';
     }
@@ -108,7 +113,9 @@ int runRecover(const std::vector<std::string>& args) {
 
     const bool withoutEdits = parsed->has("--without-edits");
     std::optional<MarlowickDocument> document;
+    TakeSummary summary;
     try {
+        summary = TakeStore::summarise(*movie);
         document = withoutEdits ? TakeStore::documentOfMovie(*movie) : TakeStore::documentOf(*movie);
     } catch (const TakeError& e) {
         report(movie->string() + ": " + describe(e) +
@@ -124,7 +131,6 @@ int runRecover(const std::vector<std::string>& args) {
         reportFailure(package, e, PackageAccess::saving);
         return exitFailure;
     }
-    const TakeSummary summary = TakeStore::summarise(*movie);
     const bool edited = summary.hasEdits && !withoutEdits;
     std::cout << "Wrote " << package.string() << " from " << summary.description()
               << (edited ? ", with its edits" : ", the movie alone") << '\n';

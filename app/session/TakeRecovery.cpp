@@ -180,7 +180,12 @@ void EditorSession::recoverAbandonedTakes() {
         if (!take) {
             continue; // another window offers it
         }
-        const std::string description = TakeStore::summarise(movie).description();
+        std::string description;
+        try {
+            description = TakeStore::summarise(movie).description();
+        } catch (const std::exception&) {
+            continue; // gone meanwhile
+        }
         if (m_panels->askToRecover(description)) {
             if (openRecoveredTake(std::move(*take), description)) {
                 return;

@@ -2,6 +2,7 @@
 
 #include "media/MediaInfo.h"
 #include "model/ModelCoding.h"
+#include "model/TelemetryFile.h"
 #include "model/Uuid.h"
 #include "trajectory/NewRecording.h"
 
@@ -22,13 +23,23 @@ namespace {
 
 constexpr std::string_view takePrefix = "take-";
 constexpr std::string_view movieExtension = ".mov";
-constexpr std::string_view recoveryExtension = ".recovery.json";
+constexpr std::string_view recoveryExtension = ".recovery";
+// Inside a recovery copy: the project as a package's Document.json holds it, and the telemetry as its
+// events file does, each read and written by the package's own coders.
+constexpr std::string_view copyDocument = "Document.json";
+constexpr std::string_view copyEvents = "events.json";
 constexpr std::string_view lockExtension = ".lock";
 // A movie that states no frame rate is taken at the rate the capture records.
 constexpr double assumedFrameRate = 60;
 
 [[noreturn]] void fail(std::string_view what, const fs::path& path, int error = errno) {
     throw fs::filesystem_error(std::string(what), path, std::error_code(error, std::generic_category()));
+}
+
+// The hidden names a recovery copy of `copy` is made under, and that an interrupted write leaves:
+// ".take-UUID.recovery-" and a UUID of its own.
+fs::path scratchPrefix(const fs::path& copy) {
+    return "." + copy.filename().string() + "-";
 }
 
 fs::path lockOf(const fs::path& movie) {
@@ -149,24 +160,31 @@ fs::path TakeStore::recoveryCopyOf(const fs::path& movie) {
 }
 
 void TakeStore::writeRecoveryCopy(const fs::path& movie, const MarlowickDocument& document) {
-    // The project as a package stores it, with the telemetry in its source, where the package keeps it in a
-    // file of its own: one file, replaced in one step.
+    const fs::path target = recoveryCopyOf(movie);
+    const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
+    // The new copy is made whole beside the last one, and the two are exchanged in one step; the last one
+    // then goes with the scratch name.
+    const fileops::RemovedOnExit scratch(folder / scratchPrefix(target).concat(Uuid::random().toString()));
+    if (::mkdir(scratch.path().c_str(), 0700) != 0) {
+        fail("create", scratch.path());
+    }
     Project stored = document.project;
-    stored.source.inputEvents = document.telemetry();
     stored.source.mediaURL = Url::fileUrl(fs::path("/") / movie.filename());
     const Json envelope = {{"formatVersion", MarlowickDocument::currentFormatVersion},
                            {"movie", movie.filename().string()},
                            {"project", toJson(stored)}};
-    const std::string bytes = envelope.dump() + "\n";
-
-    const fs::path target = recoveryCopyOf(movie);
-    const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
-    const fileops::RemovedOnExit scratch(
-        folder / ("." + target.filename().string() + "-" + Uuid::random().toString()));
-    fileops::FileWriter writer(scratch.path(), fileops::privatePermissions);
-    writer.append(bytes);
-    writer.finish();
-    fs::rename(scratch.path(), target);
+    {
+        fileops::FileWriter writer(scratch.path() / copyDocument, fileops::privatePermissions);
+        writer.append(envelope.dump(2) + "\n");
+        writer.finish();
+    }
+    writeTelemetryFile(scratch.path() / copyEvents, document.telemetry(), fileops::privatePermissions);
+    fileops::syncDirectory(scratch.path());
+    if (fs::exists(fs::symlink_status(target))) {
+        fileops::exchange(scratch.path(), target);
+    } else {
+        fileops::renameNoReplace(scratch.path(), target);
+    }
     fileops::syncDirectory(folder);
 }
 
@@ -183,7 +201,7 @@ TakeSummary TakeStore::summarise(const fs::path& movie) {
         summary.duration.reset(); // killed before its first fragment: nothing reads back
     }
     std::error_code ignored;
-    summary.hasEdits = fs::exists(recoveryCopyOf(movie), ignored);
+    summary.hasEdits = fs::exists(recoveryCopyOf(movie) / copyDocument, ignored);
     return summary;
 }
 
@@ -196,7 +214,7 @@ MarlowickDocument TakeStore::documentOf(const fs::path& movie) {
     std::int64_t formatVersion = 0;
     Project project;
     try {
-        const Json json = parseJson(fileops::readFile(copy), copy.filename().string());
+        const Json json = parseJson(fileops::readFile(copy / copyDocument), copyDocument);
         const JsonReader envelope(json);
         formatVersion = envelope.decode<std::int64_t>("formatVersion");
         project = envelope.decode<Project>("project");
@@ -206,11 +224,15 @@ MarlowickDocument TakeStore::documentOf(const fs::path& movie) {
     if (formatVersion > MarlowickDocument::currentFormatVersion) {
         throw DocumentError(DocumentError::Kind::unsupportedFormatVersion, std::to_string(formatVersion));
     }
-    std::vector<InputEvent> telemetry = std::move(project.source.inputEvents);
-    project.source.inputEvents.clear();
+    std::optional<std::vector<InputEvent>> telemetry = readTelemetryFile(copy / copyEvents);
+    if (!telemetry) {
+        throw TakeError(TakeError::Kind::recoveryCopyDamaged,
+                        std::string(copyEvents) + " doesn't hold the take's events");
+    }
     // The stored place is never read back: the movie is the one beside the copy.
     project.source.mediaURL = Url::fileUrl(fs::absolute(movie));
-    return MarlowickDocument(std::move(project), std::move(telemetry));
+    project.source.inputEvents.clear();
+    return MarlowickDocument(std::move(project), std::move(*telemetry));
 }
 
 MarlowickDocument TakeStore::documentOfMovie(const fs::path& movie) {
@@ -248,7 +270,15 @@ void TakeStore::Hold::discard() {
         return;
     }
     std::error_code ignored;
-    fs::remove(recoveryCopyOf(m_movie), ignored);
+    const fs::path copy = recoveryCopyOf(m_movie);
+    fs::remove_all(copy, ignored);
+    // What an interrupted write of the copy left.
+    const std::string scratch = scratchPrefix(copy).string();
+    for (const fs::directory_entry& entry : fs::directory_iterator(copy.parent_path(), ignored)) {
+        if (entry.path().filename().string().starts_with(scratch)) {
+            fs::remove_all(entry.path(), ignored);
+        }
+    }
     fs::remove(m_movie, ignored);
     release();
 }

@@ -768,7 +768,7 @@ TEST_F(Cli, RecoverListsTheTakesLeftUnsavedAndMakesAPackageOfOneDeletingNothing)
     EXPECT_EQ(MarlowickDocument::read(alone).project.source.size, (Size{320, 240}));
 
     // A damaged copy is named, and the movie can still be had without it.
-    writeText(TakeStore::recoveryCopyOf(edited), "{\"formatVersion\": 3, \"project\": []}");
+    writeText(TakeStore::recoveryCopyOf(edited) / "Document.json", "{\"formatVersion\": 3, \"project\": []}");
     expectRefused({"recover", edited.string(), "-o", (dir / "Damaged.marlowick").string()}, 1,
                   "recovery copy is damaged");
     r = run({"recover", edited.string(), "-o", (dir / "Damaged.marlowick").string(), "--without-edits"});

@@ -197,6 +197,11 @@ TEST_F(TakeRecoveryTest, ATakeIsRecordedIntoTheTakesFolderItsCopyFollowsTheEdits
     // Held while the project is open: nobody else offers it.
     EXPECT_TRUE(TakeStore(takesFolder()).abandonedTakes().empty());
 
+    // The preview mix, the person's voice, is theirs alone too.
+    ASSERT_TRUE(waitFor([&] { return m_session->audioPreviewUrl().has_value(); }));
+    EXPECT_EQ(fs::status(m_session->audioPreviewUrl()->path()).permissions() & fs::perms::all,
+              fs::perms::owner_read | fs::perms::owner_write);
+
     // The fresh take's telemetry goes to its copy soon after it opens.
     ASSERT_TRUE(waitFor([&] { return recoveredProject(movie).has_value(); }, 10000));
     EXPECT_EQ(TakeStore::documentOf(movie).telemetry(), m_session->document()->telemetry());

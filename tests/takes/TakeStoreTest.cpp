@@ -129,9 +129,10 @@ TEST_F(TakeStoreTest, TheFolderTheTakeAndEveryFileBesideItAreTheOwnersAlone) {
     MarlowickDocument document =
         documentForNewRecording(walkingTake(take.movie(), 2, {10, 10}, {2, 1}), "Untitled");
     TakeStore::writeRecoveryCopy(take.movie(), document);
-    EXPECT_EQ(modeOf(TakeStore::recoveryCopyOf(take.movie())), "600");
-    for (const auto& entry : fs::directory_iterator(m_store.folder())) {
-        EXPECT_EQ(modeOf(entry.path()), "600") << entry.path();
+    TakeStore::writeRecoveryCopy(take.movie(), document); // and again, over the first
+    EXPECT_EQ(modeOf(TakeStore::recoveryCopyOf(take.movie())), "700");
+    for (const auto& entry : fs::recursive_directory_iterator(m_store.folder())) {
+        EXPECT_EQ(modeOf(entry.path()), entry.is_directory() ? "700" : "600") << entry.path();
     }
 
     // A folder made by hand with the usual permissions is closed before the next take goes in.
@@ -177,7 +178,9 @@ TEST_F(TakeStoreTest, TheRecoveryCopyHoldsTheEditsAndTheTelemetryAndIsReplacedWh
     EXPECT_TRUE(TakeStore::summarise(take.movie()).hasEdits);
 
     // A copy that doesn't read as a project says so, and the movie alone still makes one.
-    writeText(TakeStore::recoveryCopyOf(take.movie()), "{\"formatVersion\": 3, \"project\": {\"name\": 5}}");
+    const fs::path copy = TakeStore::recoveryCopyOf(take.movie()) / "Document.json";
+    const std::string good = readText(copy);
+    writeText(copy, "{\"formatVersion\": 3, \"project\": {\"name\": 5}}");
     try {
         TakeStore::documentOf(take.movie());
         ADD_FAILURE() << "a damaged copy was read";
@@ -186,9 +189,13 @@ TEST_F(TakeStoreTest, TheRecoveryCopyHoldsTheEditsAndTheTelemetryAndIsReplacedWh
         EXPECT_TRUE(describe(error).starts_with("the take's recovery copy is damaged")) << describe(error);
     }
     EXPECT_EQ(TakeStore::documentOfMovie(take.movie()).project.name, TakeStore::recoveredName);
+    // So do events that aren't events.
+    writeText(copy, good);
+    EXPECT_NO_THROW(TakeStore::documentOf(take.movie()));
+    writeText(TakeStore::recoveryCopyOf(take.movie()) / "events.json", "{}");
+    EXPECT_THROW(TakeStore::documentOf(take.movie()), TakeError);
     // One from a newer version is refused as a newer package is.
-    writeText(TakeStore::recoveryCopyOf(take.movie()),
-              "{\"formatVersion\": 99, \"project\": " + toJson(document.project).dump() + "}");
+    writeText(copy, "{\"formatVersion\": 99, \"project\": " + toJson(document.project).dump() + "}");
     EXPECT_THROW(TakeStore::documentOf(take.movie()), DocumentError);
 }
 

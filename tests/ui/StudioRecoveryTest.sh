@@ -55,7 +55,7 @@ within() {
 }
 # The number of hand cuts in the recovery copy of the take $1, or nothing while there is no copy.
 cutsInCopy() {
-    local copy=${1%.mov}.recovery.json
+    local copy=${1%.mov}.recovery/Document.json
     [[ -f $copy ]] && python3 -c 'import json, sys; print(len(json.load(open(sys.argv[1]))["project"]["manualCuts"]))' "$copy"
 }
 copyHasCuts() { [[ $(cutsInCopy "$1") == "$2" ]]; }
@@ -95,7 +95,10 @@ xdotool key ctrl+period
 # The take opens in the editor, and its first recovery copy follows (with no cut yet).
 within 60 copyHasCuts "$take" 0 || fail "no recovery copy after the take: $(cat "$scratch/studio.log")"
 [[ $(stat -c %a "$take") == 600 ]] || fail "the finished take is $(stat -c %a "$take"), not 600"
-[[ $(stat -c %a "${take%.mov}.recovery.json") == 600 ]] || fail "the recovery copy is not 600"
+[[ $(stat -c %a "${take%.mov}.recovery") == 700 ]] || fail "the recovery copy's folder is not 700"
+for file in "${take%.mov}.recovery"/*; do
+    [[ $(stat -c %a "$file") == 600 ]] || fail "$file is not 600"
+done
 focusWindow
 # Each cut reloads the player: the next one waits until the copy has this one, the edits having paused.
 cutOneSecond
@@ -142,10 +145,22 @@ xdotool windowfocus --sync "$question"
 sleep 0.3
 xdotool key Return
 within 30 bash -c "[[ -z \$('$marlowick' recover 2>/dev/null) ]]" || fail "the take was not recovered"
-# The recovered project holds both cuts: one more made in it joins them in its copy.
+# The recovered project holds both cuts: one more made in it joins them in its copy. The player loads the
+# recovered take meanwhile and may miss the first keys, so the cut is tried again until one lands.
+copyKeepsRecoveredCuts() {
+    python3 - "${take%.mov}.recovery/Document.json" "$scratch/Recovered.marlowick/Document.json" <<'CHECK'
+import json, sys
+copy, recovered = ({cut["id"] for cut in json.load(open(path))["project"]["manualCuts"]} for path in sys.argv[1:])
+sys.exit(0 if len(recovered) == 2 and recovered < copy else 1)
+CHECK
+}
 focusWindow
-cutOneSecond
-within 20 copyHasCuts "$take" 3 || fail "after one more cut the copy holds $(cutsInCopy "$take") cuts, not 3"
+sleep 2
+for _ in 1 2 3; do
+    cutOneSecond
+    within 10 copyKeepsRecoveredCuts && break
+done
+copyKeepsRecoveredCuts || fail "the recovered project's copy holds $(cutsInCopy "$take") cuts, not both cuts and one more"
 echo "recovered with both edits"
 
 # Killed during a take: the take reads back up to its last seconds, and the project before it is kept too.
