@@ -60,7 +60,8 @@ struct SessionTakes;
 // or one a retake replaced in it. While the open project plays such a take, each change of the document
 // writes the take's recovery copy beside it 2 s after the last one, on a thread of its own. A successful
 // save brings the take into the package and removes the project's takes and their copies from the folder;
-// closing or replacing the project keeps them there for the next start.
+// closing or replacing the project keeps them there for the next start, as does a failed stop keep what
+// was recorded. A takes folder that can't be made fails a start with lastError.
 class EditorSession : public QObject {
     Q_OBJECT
 public:
@@ -188,15 +189,14 @@ public:
 
     // Recording. Both return at once; the capturer starts and stops off the session's thread, one call
     // after the other in the order asked. startRecording clears lastError, sizes the capture from the main
-    // screen (in device pixels, at 60 frames a second, into a new take in the takes folder; a folder that
-    // can't be made sets lastError) and enters the recording phase once the capture runs. A failed start sets
-    // lastError and the idle phase, and leaves the open project and a pending retake as they were; a start
-    // refused because a capture runs leaves the recording phase. stopRecording keeps the recording phase
-    // while the movie is finished, then opens the take as a new project named "Untitled" with the director's
-    // zooms, or applies it as the pending retake; packageUrl stays. A failed stop sets lastError and the idle
-    // phase and drops the pending retake. The movie of a new project stays in the takes folder until a save
-    // brings it into a package; a failed stop leaves what was recorded there for the next start.
-    // startRecording returns false, doing nothing, unless canRecord.
+    // screen (in device pixels, at 60 frames a second, into a new take in the takes folder, see above)
+    // and enters the recording phase once the capture runs. A failed start sets lastError and the idle
+    // phase, and leaves the open project and a pending retake as they were; a start refused because a
+    // capture runs leaves the recording phase. stopRecording keeps the recording phase while the movie is
+    // finished, then opens the take as a new project named "Untitled" with the director's zooms, or
+    // applies it as the pending retake; packageUrl stays. A failed stop sets lastError and the idle phase
+    // and drops the pending retake. The movie of a new project stays in the takes folder until a
+    // save brings it into a package. startRecording returns false, doing nothing, unless canRecord.
     bool startRecording();
     void stopRecording();
     // How much telemetry a capture from the session's capturer holds; asks the capturer each time.

@@ -208,7 +208,7 @@ TakeSummary TakeStore::summarise(const fs::path& movie) {
 MarlowickDocument TakeStore::documentOf(const fs::path& movie) {
     const fs::path copy = recoveryCopyOf(movie);
     std::error_code missing;
-    if (!fs::exists(copy, missing)) {
+    if (!fs::exists(copy / copyDocument, missing)) {
         return documentOfMovie(movie);
     }
     std::int64_t formatVersion = 0;
@@ -224,7 +224,10 @@ MarlowickDocument TakeStore::documentOf(const fs::path& movie) {
     if (formatVersion > MarlowickDocument::currentFormatVersion) {
         throw DocumentError(DocumentError::Kind::unsupportedFormatVersion, std::to_string(formatVersion));
     }
-    std::optional<std::vector<InputEvent>> telemetry = readTelemetryFile(copy / copyEvents);
+    std::optional<std::vector<InputEvent>> telemetry;
+    if (fs::exists(copy / copyEvents, missing)) {
+        telemetry = readTelemetryFile(copy / copyEvents);
+    }
     if (!telemetry) {
         throw TakeError(TakeError::Kind::recoveryCopyDamaged,
                         std::string(copyEvents) + " doesn't hold the take's events");
