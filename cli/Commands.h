@@ -21,6 +21,7 @@ int runStyle(const std::vector<std::string>& args);
 int runSet(const std::vector<std::string>& args);
 int runImport(const std::vector<std::string>& args);
 int runCaptions(const std::vector<std::string>& args);
+int runRecover(const std::vector<std::string>& args);
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;

@@ -40,6 +40,9 @@ Commands:
          [--monitor NAME]
                           Record a monitor (the primary one unless named), its sound, the microphone
                           and the telemetry into a new package.
+  recover [TAKE -o PACKAGE]
+                          List the takes the window left unsaved (after a crash), or make a package
+                          of one.
 
 Run 'marlowick help COMMAND' (or 'marlowick COMMAND --help') for more about a command, with examples.
 'marlowick --version' prints the version.
@@ -135,6 +138,9 @@ int dispatch(std::string_view command, const std::vector<std::string>& args) {
     }
     if (command == "sample") {
         return runSample(args);
+    }
+    if (command == "recover") {
+        return runRecover(args);
     }
     report("unknown command '" + std::string(command) + "'; see 'marlowick --help'");
     return exitUsage;

@@ -6,6 +6,7 @@
 #include "audio/AudioRenderer.h"
 #include "media/MediaInfo.h"
 #include "messages/Describe.h"
+#include "model/FileOps.h"
 
 #include <QCoroFuture>
 #include <QCoroTimer>
@@ -177,8 +178,16 @@ QCoro::Task<> EditorSession::runPreviewJob(MarlowickDocument document, TimeMap t
 
 QCoro::Task<std::optional<Url>> EditorSession::renderAudioPreview(MarlowickDocument document, TimeMap trim,
                                                                   std::stop_token stop) {
+    // The mix is the person's voice: created private, and rendered into the file as it is.
     const fs::path file =
         fs::temp_directory_path() / ("marlowick-preview-" + Uuid::random().toString() + ".m4a");
+    try {
+        fileops::createPrivateFile(file);
+    } catch (const fs::filesystem_error& error) {
+        setLastError("Could not render the audio preview: " +
+                     marlowick::describe(error, PackageAccess::saving));
+        co_return std::nullopt;
+    }
     std::vector<double> clickTimes;
     for (const InputEvent& event : document.telemetry()) {
         if (event.kind == InputEvent::Kind::down) {
@@ -190,12 +199,12 @@ QCoro::Task<std::optional<Url>> EditorSession::renderAudioPreview(MarlowickDocum
         QtConcurrent::run(renderMix, document.project.source.mediaURL.path(), document.project.audio,
                           std::move(clickTimes), unlessIdentity(trim), file, stop);
     const RenderOutcome outcome = co_await rendering;
-    if (!self || stop.stop_requested()) {
-        if (outcome.file) {
-            std::error_code ignored;
-            fs::remove(*outcome.file, ignored);
+    if (!self || stop.stop_requested() || !outcome.file) {
+        std::error_code ignored;
+        fs::remove(file, ignored);
+        if (!self || stop.stop_requested()) {
+            co_return std::nullopt;
         }
-        co_return std::nullopt;
     }
     if (outcome.error) {
         setLastError("Could not render the audio preview: " + *outcome.error);
@@ -218,7 +227,8 @@ void EditorSession::loadWaveform() {
                         unlessIdentity(m_document->project.effectiveTrim()), request));
 }
 
-QCoro::Task<> EditorSession::runWaveformJob(fs::path movie, std::optional<TimeMap> trim, std::uint64_t request) {
+QCoro::Task<> EditorSession::runWaveformJob(fs::path movie, std::optional<TimeMap> trim,
+                                            std::uint64_t request) {
     const Alive self(this);
     QFuture<std::vector<float>> reading = QtConcurrent::run(readWaveform, std::move(movie), std::move(trim));
     std::vector<float> peaks = co_await reading;

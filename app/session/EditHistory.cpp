@@ -57,6 +57,42 @@ std::optional<std::string> EditHistory::redoName() const {
     return m_steps[m_done].name;
 }
 
+void EditHistory::replaceMedia(const Url& from, const Url& to) {
+    for (Step& step : m_steps) {
+        for (DocumentState* state : {&step.before, &step.after}) {
+            if (state->project.source.mediaURL == from) {
+                state->project.source.mediaURL = to;
+            }
+        }
+    }
+}
+
+void EditHistory::forgetSteps(const Url& gone) {
+    const auto names = [&](const Step& step) {
+        return step.before.project.source.mediaURL == gone || step.after.project.source.mediaURL == gone;
+    };
+    // Undo stops after the last step done that names it; redo stops before the first undone one that does.
+    std::size_t forgotten = 0;
+    for (std::size_t i = 0; i < m_done; ++i) {
+        if (names(m_steps[i])) {
+            forgotten = i + 1;
+        }
+    }
+    for (std::size_t i = m_done; i < m_steps.size(); ++i) {
+        if (names(m_steps[i])) {
+            m_steps.resize(i);
+            break;
+        }
+    }
+    m_steps.erase(m_steps.begin(), m_steps.begin() + static_cast<std::ptrdiff_t>(forgotten));
+    m_done -= forgotten;
+    if (m_saved) {
+        m_saved = *m_saved >= forgotten && *m_saved - forgotten <= m_steps.size()
+                      ? std::optional(*m_saved - forgotten)
+                      : std::nullopt;
+    }
+}
+
 void EditHistory::markSaved() {
     m_saved = m_done;
 }

@@ -2,6 +2,7 @@
 
 #include "model/InputEvent.h"
 #include "model/Project.h"
+#include "model/Url.h"
 
 #include <chrono>
 #include <cstddef>
@@ -48,6 +49,13 @@ public:
 
     std::optional<std::string> undoName() const;
     std::optional<std::string> redoName() const;
+
+    // Every state that plays the movie at `from` plays the one at `to` instead: a take saved into its
+    // package is the same movie there.
+    void replaceMedia(const Url& from, const Url& to);
+    // Forgets every step up to the last whose states play the movie at `gone`, since the movie was removed:
+    // no undo reaches a state without its take.
+    void forgetSteps(const Url& gone);
 
     // The present state is the one on disk.
     void markSaved();

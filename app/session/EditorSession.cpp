@@ -2,6 +2,7 @@
 
 #include "captions/CaptionTranscriber.h"
 #include "messages/Describe.h"
+#include "session/SessionTakes.h"
 
 #include <algorithm>
 #include <system_error>
@@ -18,11 +19,18 @@ EditorSession::EditorSession(std::unique_ptr<FilePanels> panels, PlaybackEngine:
     , m_capturer(makeCapturer())
     , m_captionLocale(CaptionTranscriber::defaultLocale())
     , m_captionLocales(CaptionTranscriber::onDeviceLocales())
-    , m_exportRelay(std::make_shared<ThreadRelay<EditorSession>>(this)) {
+    , m_exportRelay(std::make_shared<ThreadRelay<EditorSession>>(this))
+    , m_takes(std::make_unique<SessionTakes>(TakeStore(TakeStore::defaultFolder()))) {
     m_captureThread.setMaxThreadCount(1);
+    connect(this, &EditorSession::documentChanged, this, &EditorSession::takesDocumentChanged);
+    connect(&m_takes->recoveryTimer, &QTimer::timeout, this, &EditorSession::writeRecoveryCopy);
 }
 
 EditorSession::~EditorSession() {
+    // The last edits reach the recovery copy: its write is one of the jobs waited for below.
+    if (m_takes->recoveryTimer.isActive()) {
+        writeRecoveryCopy();
+    }
     m_exportRelay->detach();
     m_previewStop.request_stop();
     m_exportStop.request_stop();
@@ -101,6 +109,7 @@ void EditorSession::open() {
         setLastError(aboutPackage(*chosen, marlowick::describe(error, PackageAccess::opening)));
         return;
     }
+    projectTakesClosing();
     setDocument(std::move(read), true);
     setPackageUrl(Url::fileUrl(*chosen));
     updateModified();
@@ -125,6 +134,7 @@ void EditorSession::save() {
         return;
     }
     setPackageUrl(Url::fileUrl(*chosen));
+    takeSaved(*chosen);
     m_history.markSaved();
     updateModified();
 }
@@ -135,6 +145,8 @@ bool EditorSession::settleUnsavedChanges() {
     }
     switch (m_panels->askToSave(m_document->project.name)) {
     case FilePanels::SaveAnswer::discard:
+        // The edits go; a take never saved stays in the takes folder, where the next start offers it and
+        // deletes it only when asked twice.
         return true;
     case FilePanels::SaveAnswer::cancel:
         return false;

@@ -14,6 +14,7 @@
 #include "session/ScreenInfo.h"
 #include "session/SessionPhase.h"
 #include "session/ThreadRelay.h"
+#include "takes/TakeStore.h"
 #include "trajectory/CursorSampler.h"
 #include "trajectory/RetakeSwap.h"
 
@@ -32,6 +33,8 @@
 #include <vector>
 
 namespace marlowick {
+
+struct SessionTakes;
 
 // The application's one central object: the open project, the phase the application is in, the
 // person's capture choices and everything derived from the project (cursor, waveform, preview mix, track
@@ -52,6 +55,14 @@ namespace marlowick {
 // began to end changes nothing.
 // Ownership: the session owns its file panels, its screen information, its playback engine (a child
 // QObject, never replaced) and its capturer (made once by the factory it is given, never replaced).
+//
+// Takes: every capture is recorded into the takes folder (TakeStore::defaultFolder(), read when the session
+// is made), held there by the session while it captures and, after, while the take is the open project's
+// or one a retake replaced in it. While the open project plays such a take, each change of the document
+// writes the take's recovery copy beside it 2 s after the last one, on a thread of its own. A successful
+// save brings the take into the package and removes the project's takes and their copies from the folder;
+// closing or replacing the project keeps them there for the next start, as does a failed stop keep what
+// was recorded. A takes folder that can't be made fails a start with lastError.
 class EditorSession : public QObject {
     Q_OBJECT
 public:
@@ -172,16 +183,30 @@ public:
     // The words a person reads for `error`, the same as the command-line tool's.
     static std::string describe(const std::exception& error);
 
+    // Offers each take that a session ended without saving or discarding (a crash, a kill), the most recent
+    // first: asks askToRecover naming its date and length, and when declined askToDeleteTake, which deletes
+    // it for good or keeps it for the next start. The first take recovered opens as an unsaved project with
+    // the edits of its recovery copy (the movie alone, named "Recovered take", where there is none), and the
+    // rest wait for the next start unasked. A take another window holds is not offered. A take that can't
+    // be opened sets lastError and stays. Nothing while a project is open or unless canOpen.
+    void recoverAbandonedTakes();
+    // Deletes the open project's takes that were never saved into a package, with their recovery copies,
+    // as "Don't Save" asks; nothing for a project whose take is in its package. The project stays open,
+    // its movie read from the file the player still holds, and is to be closed or replaced right after.
+    void discardTake();
+    // Where the session records its takes.
+    const std::filesystem::path& takesFolder() const;
+
     // Recording. Both return at once; the capturer starts and stops off the session's thread, one call
     // after the other in the order asked. startRecording clears lastError, asks for recordedMonitor at its
-    // own size (at 60 frames a second, into "take-UUID.mov" in the temporary directory; on Wayland the
+    // own size (at 60 frames a second, into a new take in the takes folder, see above; on Wayland the
     // shared stream's size) and enters the recording phase once the capture runs; a monitor no longer
     // there fails the start, its message naming those there are. A failed start sets lastError and the idle
     // phase, and leaves the open project and a pending retake as they were; a start refused because a
     // capture runs leaves the recording phase. stopRecording keeps the recording phase while the movie is
     // finished, then opens the take as a new project named "Untitled" with the director's zooms, or
     // applies it as the pending retake; packageUrl stays. A failed stop sets lastError and the idle phase
-    // and drops the pending retake. The movie of a new project stays in the temporary directory until a
+    // and drops the pending retake. The movie of a new project stays in the takes folder until a
     // save brings it into a package. startRecording returns false, doing nothing, unless canRecord.
     bool startRecording();
     void stopRecording();
@@ -371,7 +396,8 @@ private:
     void probeAudioTracks();
     QCoro::Task<> runTrackProbe(std::filesystem::path movie, std::uint64_t request);
 
-    CaptureConfiguration captureConfiguration(bool systemAudio, bool microphone) const;
+    CaptureConfiguration captureConfiguration(bool systemAudio, bool microphone,
+                                              std::filesystem::path movie) const;
     QCoro::Task<> runCaptureStart(CaptureConfiguration configuration);
     QCoro::Task<> runCaptureStop();
 
@@ -384,6 +410,25 @@ private:
     QCoro::Task<> runTranscription(Project project, Locale locale, std::uint64_t documentNumber);
     QCoro::Task<> runExport(MarlowickDocument document, ExportPreset preset, std::filesystem::path target,
                             std::uint64_t exportNumber, std::stop_token stop);
+
+    // Takes and their recovery (TakeRecovery.cpp). A new take held for the next capture, or none with
+    // lastError set.
+    std::optional<std::filesystem::path> holdNewTake();
+    // The capture of `movie` didn't start: nothing was recorded, and the take goes.
+    void takeNotStarted(const std::filesystem::path& movie);
+    // The capture stopped: its take joins the open project's when `recording` plays it, and is left in the
+    // folder otherwise (none: the stop failed).
+    void takeStopped(const std::optional<Recording>& recording);
+    // The open project is about to be replaced: its latest recovery copy goes out and its takes stay.
+    void projectTakesClosing();
+    void takesDocumentChanged();
+    void takeSaved(const std::filesystem::path& package);
+    // Starts the write of the open project's recovery copy now, when it plays a take of the folder.
+    void writeRecoveryCopy();
+    // Waits for the recovery copy under way; the pending one is dropped.
+    void stopRecoveryCopies();
+    bool openRecoveredTake(TakeStore::Hold take, const std::string& description);
+    QCoro::Task<> runRecoveryCopy(MarlowickDocument document, std::filesystem::path movie);
 
     std::unique_ptr<FilePanels> m_panels;
     std::unique_ptr<ScreenInfo> m_screen; // null: no monitors to choose from
@@ -451,6 +496,8 @@ private:
     bool m_isModified = false;
     // Shared with the progress callbacks of the exports; cut off from the session when it ends.
     std::shared_ptr<ThreadRelay<EditorSession>> m_exportRelay;
+    // The takes the session holds; never null.
+    std::unique_ptr<SessionTakes> m_takes;
 };
 
 } // namespace marlowick

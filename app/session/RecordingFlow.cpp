@@ -32,7 +32,11 @@ bool EditorSession::startRecording() {
         return false;
     }
     setLastError(std::nullopt);
-    keep(runCaptureStart(captureConfiguration(m_capturesSystemAudio, m_capturesMicrophone)));
+    const std::optional<fs::path> take = holdNewTake();
+    if (!take) {
+        return true;
+    }
+    keep(runCaptureStart(captureConfiguration(m_capturesSystemAudio, m_capturesMicrophone, *take)));
     return true;
 }
 
@@ -40,12 +44,17 @@ bool EditorSession::startRetake() {
     if (!m_document || !canRecord()) {
         return false;
     }
-    m_isRetaking = true;
     setLastError(std::nullopt);
+    const std::optional<fs::path> take = holdNewTake();
+    if (!take) {
+        return true;
+    }
+    m_isRetaking = true;
     // The new take records what the one it replaces recorded, whatever the record screen's ticks say now:
     // a retake that lost the voice would lose the narration under the edit.
     const Recording& replaced = m_document->project.source;
-    keep(runCaptureStart(captureConfiguration(replaced.capturedSystemAudio, replaced.capturedMicrophone)));
+    keep(runCaptureStart(
+        captureConfiguration(replaced.capturedSystemAudio, replaced.capturedMicrophone, *take)));
     return true;
 }
 
@@ -68,10 +77,11 @@ void EditorSession::setRecordedMonitor(std::string value) {
     }
 }
 
-CaptureConfiguration EditorSession::captureConfiguration(bool systemAudio, bool microphone) const {
+CaptureConfiguration EditorSession::captureConfiguration(bool systemAudio, bool microphone,
+                                                         fs::path movie) const {
     // The size is left to the capture: the monitor's own, or the shared stream's, every pixel as it is.
     CaptureConfiguration configuration;
-    configuration.outputURL = fs::temp_directory_path() / ("take-" + Uuid::random().toString() + ".mov");
+    configuration.outputURL = std::move(movie);
     configuration.monitor = m_recordedMonitor;
     configuration.frameRate = captureFrameRate;
     configuration.capturesAudio = systemAudio;
@@ -105,6 +115,7 @@ QCoro::Task<> EditorSession::runCaptureStart(CaptureConfiguration configuration)
     if (!outcome.value) {
         // A pending retake stays pending: the next finished capture still goes under the open project. A
         // start refused because a capture runs leaves the phase at recording, since that capture goes on.
+        takeNotStarted(configuration.outputURL);
         setLastError(outcome.error);
         if (!outcome.stillRecording) {
             setPhase(SessionPhase::idle());
@@ -133,7 +144,8 @@ QCoro::Task<> EditorSession::runCaptureStop() {
     }
     captureCallsChanged(-1);
     if (!outcome.value) {
-        // The take is lost to the session; its partial movie stays on disk.
+        // The take is lost to the session; its partial movie stays in the folder for the next start.
+        takeStopped(std::nullopt);
         m_isRetaking = false;
         setLastError(outcome.error);
         setPhase(SessionPhase::idle());
@@ -142,9 +154,12 @@ QCoro::Task<> EditorSession::runCaptureStop() {
     if (m_isRetaking) {
         m_isRetaking = false;
         applyRetake(*outcome.value, "Retake");
+        takeStopped(outcome.value);
         co_return;
     }
+    projectTakesClosing();
     setDocument(documentForNewRecording(*outcome.value, newProjectName));
+    takeStopped(outcome.value);
     refreshDerivedState();
     setPhase(SessionPhase::editing());
 }

@@ -10,6 +10,7 @@
 #include "export/Exporter.h"
 #include "media/MediaInfo.h"
 #include "messages/Describe.h"
+#include "model/FileOps.h"
 #include "trajectory/ZoomDirector.h"
 
 #include <QCoroFuture>
@@ -295,8 +296,16 @@ QCoro::Task<> EditorSession::runTranscription(Project project, Locale locale, st
         setIsTranscribing(false);
         co_return;
     }
+    // The voice alone, for the recogniser: created private, and extracted into the file as it is.
     const fs::path voiceFile =
         fs::temp_directory_path() / ("marlowick-voice-" + Uuid::random().toString() + ".m4a");
+    try {
+        fileops::createPrivateFile(voiceFile);
+    } catch (const fs::filesystem_error& error) {
+        setLastError("Could not transcribe: " + marlowick::describe(error, PackageAccess::saving));
+        setIsTranscribing(false);
+        co_return;
+    }
     const Alive self(this);
     QFuture<JobOutcome<std::vector<CaptionTrack::Word>>> transcribing = QtConcurrent::run(
         transcribeVoice, project.source.mediaURL.path(), voiceFile, locale, m_lifetime.get_token());

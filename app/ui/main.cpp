@@ -151,6 +151,9 @@ int main(int argc, char** argv) {
     if (!packages.isEmpty()) {
         panelsInUse->answerNextOpen(packages.first().toStdString());
         session.open();
+    } else if (!parser.isSet(screenshot)) {
+        // Takes a window left unsaved (a crash, a kill) are offered once the window shows.
+        QTimer::singleShot(0, &session, [&session] { session.recoverAbandonedTakes(); });
     }
     if (parser.isSet(screenshot)) {
         screenshotAfterPlaying(session, window, parser.value(screenshot), seconds);

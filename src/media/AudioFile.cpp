@@ -5,6 +5,7 @@
 #include "media/MediaInfo.h"
 #include "media/StreamDecoder.h"
 #include "media/StreamEncoder.h"
+#include "model/FileOps.h"
 
 #include <algorithm>
 
@@ -105,8 +106,23 @@ std::vector<float> decodeTrack(const fs::path& path, std::size_t track) {
 void writeAac(const fs::path& path, std::span<const float> samples,
               const std::function<void(double)>& progress) {
     av::quietLog();
-    std::error_code ignored;
-    fs::remove(path, ignored);
+    // A file already there is replaced by a new one, never written through (it may be linked elsewhere),
+    // and the new one keeps its permissions: a private file stays private.
+    std::error_code missing;
+    const fs::file_status existing = fs::status(path, missing);
+    if (!missing && fs::is_regular_file(existing)) {
+        std::error_code ignored;
+        fs::remove(path, ignored);
+        try {
+            fileops::createNewFile(path, existing.permissions() & fs::perms::all);
+        } catch (const fs::filesystem_error& error) {
+            throw MediaError(MediaErrorKind::writingFailed,
+                             path.string() + ": can't create: " + error.code().message());
+        }
+    } else {
+        std::error_code ignored;
+        fs::remove(path, ignored);
+    }
 
     AVFormatContext* raw = nullptr;
     int result = avformat_alloc_output_context2(&raw, nullptr, "ipod", path.c_str()); // the .m4a muxer

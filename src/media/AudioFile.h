@@ -29,7 +29,8 @@ void decodeTrack(const std::filesystem::path& path, std::size_t track,
                  const std::function<void(std::span<const float>)>& consume, int rate = sampleRate);
 
 // Writes the samples as AAC, 48 kHz, one channel, 192000 bits a second, in an MPEG-4 audio file
-// (".m4a"), replacing any file there. A failure half way leaves the partial file for the caller.
+// (".m4a"), replacing any file there with a new one of the same permissions. A failure half way leaves
+// the partial file for the caller.
 // `progress`, when given, hears the fraction of the samples encoded so far, now and then.
 void writeAac(const std::filesystem::path& path, std::span<const float> samples,
               const std::function<void(double)>& progress = {});

@@ -5,6 +5,7 @@
 #include "media/MediaError.h"
 #include "media/PixelConverter.h"
 #include "media/StreamEncoder.h"
+#include "model/FileOps.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -160,6 +161,18 @@ RecordingWriter::RecordingWriter(const fs::path& path, const Settings& settings)
         s.audio.push_back(std::move(track));
     }
 
+    // A take is a picture of someone's screen: a new movie is created readable by its owner alone before
+    // the muxer opens it (FFmpeg would create it readable by all), and it keeps that mode through
+    // `finalise`. A file already there keeps its own mode, as the muxer truncates it.
+    std::error_code ignored;
+    if (!fs::exists(fs::symlink_status(path, ignored))) {
+        try {
+            fileops::createPrivateFile(path);
+        } catch (const fs::filesystem_error& error) {
+            throw MediaError(MediaErrorKind::writingFailed,
+                             path.string() + ": can't create: " + error.code().message());
+        }
+    }
     if ((result = avio_open(&raw->pb, path.c_str(), AVIO_FLAG_WRITE)) < 0) {
         failWith(MediaErrorKind::writingFailed, path, "can't create", result);
     }
@@ -334,6 +347,14 @@ void RecordingWriter::finalise(const fs::path& path) {
             }
         }
     } guard{scratch};
+    // The rewritten movie takes the place of the take: it is created with the take's permissions, so that
+    // a private take never becomes readable by others on the way.
+    try {
+        fileops::createNewFile(scratch, fs::status(path).permissions() & fs::perms::all);
+    } catch (const fs::filesystem_error& error) {
+        throw MediaError(MediaErrorKind::writingFailed,
+                         scratch.string() + ": can't create: " + error.code().message());
+    }
 
     AVFormatContext* raw = nullptr;
     int result = avformat_alloc_output_context2(&raw, nullptr, "mov", scratch.c_str());

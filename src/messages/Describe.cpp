@@ -9,6 +9,7 @@
 #include "media/MediaError.h"
 #include "model/Coding.h"
 #include "model/MarlowickDocument.h"
+#include "takes/TakeError.h"
 
 #include <filesystem>
 
@@ -138,6 +139,18 @@ std::string describeRender(const RenderError& e) {
     return e.what();
 }
 
+std::string describeTake(const TakeError& e) {
+    switch (e.kind()) {
+    case TakeErrorKind::noPicture:
+        return std::string(e.what()) + ": the take holds no picture; it ended before its first second "
+                                       "was written";
+    case TakeErrorKind::recoveryCopyDamaged:
+        return std::string("the take's recovery copy is damaged (") + e.what() +
+               "), so its edits can't be read; the take itself can be recovered without them";
+    }
+    return e.what();
+}
+
 } // namespace
 
 std::string describe(const std::exception& error, PackageAccess access) {
@@ -168,6 +181,9 @@ std::string describe(const std::exception& error, PackageAccess access) {
     }
     if (const auto* e = dynamic_cast<const RenderError*>(&error)) {
         return describeRender(*e);
+    }
+    if (const auto* e = dynamic_cast<const TakeError*>(&error)) {
+        return describeTake(*e);
     }
     if (dynamic_cast<const CompositorError*>(&error) != nullptr) {
         return std::string("can't draw the frames: ") + error.what();

@@ -112,9 +112,17 @@ MappedFile::~MappedFile() {
     }
 }
 
-FileWriter::FileWriter(const fs::path& path)
+UniqueFd createNewFile(const fs::path& path, fs::perms permissions) {
+    return openOrThrow(path, O_WRONLY | O_CREAT | O_EXCL, "create", static_cast<mode_t>(permissions));
+}
+
+UniqueFd createPrivateFile(const fs::path& path) {
+    return createNewFile(path, privatePermissions);
+}
+
+FileWriter::FileWriter(const fs::path& path, fs::perms permissions)
     : m_path(path)
-    , m_fd(openOrThrow(path, O_WRONLY | O_CREAT | O_EXCL, "create", 0644)) {
+    , m_fd(createNewFile(path, permissions)) {
     m_buffer.reserve(1 << 20);
 }
 
@@ -263,7 +271,13 @@ fs::path writtenThrough(const fs::path& path) {
 
 StagedOutput::StagedOutput(const fs::path& target)
     : m_target(writtenThrough(target))
-    , m_staging(m_target.parent_path() / stagingName(m_target, Uuid::random().toString())) {}
+    , m_staging(m_target.parent_path() / stagingName(m_target, Uuid::random().toString())) {
+    std::error_code missing;
+    const fs::file_status existing = fs::status(m_target, missing);
+    if (!missing && fs::is_regular_file(existing)) {
+        createNewFile(m_staging.path(), existing.permissions() & fs::perms::all);
+    }
+}
 
 void StagedOutput::commit() {
     // The bytes reach the disk before the name does, so a power cut never leaves an empty target where

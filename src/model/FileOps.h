@@ -40,6 +40,18 @@ private:
 // Reads a whole file.
 std::string readFile(const fs::path& path);
 
+// The permissions of a file that holds a picture of someone's screen, their voice, or their work on them
+// outside a package they chose to save: readable and writable by its owner alone.
+inline constexpr fs::perms privatePermissions = fs::perms::owner_read | fs::perms::owner_write;
+
+// Creates a new empty file (it must not exist yet) with `permissions`, less what the process's umask takes
+// away, and returns it open for writing. The file never exists with wider permissions, not even for an
+// instant, so nobody else can open it before its mode is right. Throws filesystem_error.
+UniqueFd createNewFile(const fs::path& path, fs::perms permissions);
+
+// createNewFile with privatePermissions: the one way a private file is made.
+UniqueFd createPrivateFile(const fs::path& path);
+
 // A whole file mapped read-only into memory, for reading large files without copying them.
 class MappedFile {
 public:
@@ -57,10 +69,15 @@ private:
 };
 
 // Writes a new file through a buffer, for output too large to build in memory first. The file must not
-// exist yet. Nothing is durable until `finish`, which flushes the bytes to the disk.
+// exist yet; it is created as createNewFile creates it. Nothing is durable until `finish`, which flushes
+// the bytes to the disk.
 class FileWriter {
 public:
-    explicit FileWriter(const fs::path& path);
+    explicit FileWriter(const fs::path& path, fs::perms permissions = defaultPermissions);
+
+    static constexpr fs::perms defaultPermissions =
+        fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read;
+
     ~FileWriter();
     FileWriter(const FileWriter&) = delete;
     FileWriter& operator=(const FileWriter&) = delete;
@@ -143,7 +160,10 @@ fs::path writtenThrough(const fs::path& path);
 // Output that takes the place of its target only once it is whole. The work writes `staging()`, a hidden
 // name beside the target with the target's extension, and `commit` renames it over the target; until then
 // whatever the target held is untouched, and the staging file is removed however the scope ends. A target
-// that is a symbolic link stays one: the output takes the place of the file it leads to.
+// that is a symbolic link stays one: the output takes the place of the file it leads to. Where the target
+// exists, the staging file is created empty with the target's permissions before the work opens it (the
+// work must truncate what it opens, not create it anew), so that the output keeps them: a private file
+// stays private when it is written again.
 class StagedOutput {
 public:
     explicit StagedOutput(const fs::path& target);

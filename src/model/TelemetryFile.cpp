@@ -29,8 +29,9 @@ char* appendText(char* out, std::string_view text) {
 
 } // namespace
 
-void writeTelemetryFile(const std::filesystem::path& path, const std::vector<InputEvent>& events) {
-    fileops::FileWriter writer(path);
+void writeTelemetryFile(const std::filesystem::path& path, const std::vector<InputEvent>& events,
+                        std::filesystem::perms permissions) {
+    fileops::FileWriter writer(path, permissions);
     writer.append("[");
     char line[160]; // three shortest doubles (at most 24 characters each) and the fixed text
     for (std::size_t i = 0; i < events.size(); ++i) {

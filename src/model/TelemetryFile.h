@@ -5,6 +5,7 @@
 // its own beside the general record coders: the writer streams through a small buffer, the reader walks
 // the file mapped in memory, and neither builds a document tree.
 
+#include "model/FileOps.h"
 #include "model/InputEvent.h"
 
 #include <filesystem>
@@ -15,8 +16,10 @@ namespace marlowick {
 
 // Creates the file (it must not exist) and writes the events durably, each as
 // {"time":…,"kind":"…","location":{"x":…,"y":…}} with numbers in their shortest form that reads back to
-// the same double. Throws CodingError for a number that isn't finite, filesystem_error when writing fails.
-void writeTelemetryFile(const std::filesystem::path& path, const std::vector<InputEvent>& events);
+// the same double, with `permissions` as FileWriter creates files. Throws CodingError for a number that
+// isn't finite, filesystem_error when writing fails.
+void writeTelemetryFile(const std::filesystem::path& path, const std::vector<InputEvent>& events,
+                        std::filesystem::perms permissions = fileops::FileWriter::defaultPermissions);
 
 // The events of the file; none if it isn't a JSON array of events. Keys may come in any order and unknown
 // keys are ignored; a missing or null key, or an unknown kind, spoils the whole file. Throws

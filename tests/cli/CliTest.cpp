@@ -5,6 +5,7 @@
 #include "model/MarlowickDocument.h"
 #include "model/ModelCoding.h"
 #include "support/Samples.h"
+#include "takes/TakeStore.h"
 
 #include <csignal>
 #include <sys/wait.h>
@@ -84,8 +85,10 @@ protected:
 } // namespace
 
 TEST_F(Cli, HelpAndUsage) {
-    for (const std::vector<std::string>& args :
-         {std::vector<std::string>{"--help"}, {"info", "--help"}, {"resave", "--help"}}) {
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"--help"},
+                                                 {"info", "--help"},
+                                                 {"resave", "--help"},
+                                                 {"recover", "--help"}}) {
         const Result r = run(args);
         EXPECT_EQ(r.status, 0);
         EXPECT_NE(r.out.find("Usage: marlowick"), std::string::npos);
@@ -739,4 +742,97 @@ TEST_F(Cli, CaptionsTranscribeTheVoiceOnThisMachine) {
     EXPECT_NE(r.err.find("On-device recognition is not installed for French (France)"), std::string::npos)
         << r.err;
     EXPECT_EQ(MarlowickDocument::read(package).project.captions->cues, captioned.project.captions->cues);
+}
+
+TEST_F(Cli, RecoverListsTheTakesLeftUnsavedAndMakesAPackageOfOneDeletingNothing) {
+    // The takes folder is the run's own.
+    const char* previous = std::getenv("XDG_DATA_HOME");
+    const std::optional<std::string> restore = previous ? std::optional<std::string>(previous) : std::nullopt;
+    setenv("XDG_DATA_HOME", (dir / "data").c_str(), 1);
+    struct Restore {
+        std::optional<std::string> value;
+        ~Restore() {
+            value ? (void)setenv("XDG_DATA_HOME", value->c_str(), 1) : (void)unsetenv("XDG_DATA_HOME");
+        }
+    } restored{restore};
+
+    Result r = run({"recover"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find("No takes to recover in " + (dir / "data/marlowick/takes").string()),
+              std::string::npos)
+        << r.err;
+
+    // Two takes a window left: one edited, recorded last; one stopped by the end of its window, before.
+    // And one a running window (this process) holds.
+    const fs::path shot = dir / "shot.mov";
+    ffmpeg("-f lavfi -i testsrc2=size=320x240:rate=30 -t 3 -c:v libx264 -preset ultrafast -pix_fmt yuv420p",
+           shot);
+    const TakeStore store(TakeStore::defaultFolder());
+    const auto leave = [&](std::chrono::hours ago) {
+        TakeStore::Hold take = store.newTake();
+        fs::copy_file(shot, take.movie());
+        fs::last_write_time(take.movie(), fs::file_time_type::clock::now() - ago);
+        return take.movie(); // the hold ends: left behind
+    };
+    const fs::path edited = leave(std::chrono::hours(1));
+    const fs::path bare = leave(std::chrono::hours(2));
+    Project project = sampleProject(edited, "Untitled");
+    project.manualCuts = {Span(Uuid::random(), 1, 1.5)};
+    TakeStore::writeRecoveryCopy(edited, MarlowickDocument(project, sampleEvents(240)));
+    const TakeStore::Hold held = store.newTake();
+    fs::copy_file(shot, held.movie());
+
+    r = run({"recover"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::istringstream lines(r.out);
+    std::vector<std::vector<std::string>> rows;
+    for (std::string line; std::getline(lines, line);) {
+        std::vector<std::string> fields;
+        std::istringstream split(line);
+        for (std::string field; std::getline(split, field, '\t');) {
+            fields.push_back(field);
+        }
+        rows.push_back(fields);
+    }
+    ASSERT_EQ(rows.size(), 2u) << r.out;
+    EXPECT_EQ(rows[0], (std::vector<std::string>{edited.string(), TakeStore::summarise(edited).startText(),
+                                                 "0:03", "edits"}));
+    EXPECT_EQ(rows[1][0], bare.string());
+    EXPECT_EQ(rows[1][2], "0:03");
+    EXPECT_EQ(rows[1][3], "no edits");
+
+    // A package of the edited one, named by its file name alone: the edits and the telemetry come along.
+    const fs::path tour = dir / "Tour.marlowick";
+    r = run({"recover", edited.filename().string(), "-o", tour.string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("Wrote " + tour.string() + " from the take of "), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(", 0:03 long, with its edits"), std::string::npos) << r.out;
+    const MarlowickDocument recovered = MarlowickDocument::read(tour);
+    EXPECT_EQ(recovered.project.name, "Untitled");
+    EXPECT_EQ(recovered.project.manualCuts, project.manualCuts);
+    EXPECT_EQ(recovered.telemetry().size(), 240u);
+    // The one without a copy: the movie alone.
+    const fs::path alone = dir / "Alone.marlowick";
+    r = run({"recover", bare.string(), "-o", alone.string()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find(", the movie alone"), std::string::npos) << r.out;
+    EXPECT_EQ(MarlowickDocument::read(alone).project.name, "Recovered take");
+    EXPECT_EQ(MarlowickDocument::read(alone).project.source.size, (Size{320, 240}));
+
+    // A damaged copy is named, and the movie can still be had without it.
+    writeText(TakeStore::recoveryCopyOf(edited) / "Document.json", "{\"formatVersion\": 3, \"project\": []}");
+    expectRefused({"recover", edited.string(), "-o", (dir / "Damaged.marlowick").string()}, 1,
+                  "recovery copy is damaged");
+    r = run({"recover", edited.string(), "-o", (dir / "Damaged.marlowick").string(), "--without-edits"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    expectRefused({"recover", "take-none.mov", "-o", (dir / "None.marlowick").string()}, 1, "no such take");
+    expectRefused({"recover", bare.string(), "-o", alone.string()}, 1, "already exists");
+    expectRefused({"recover", bare.string()}, 2, "needs -o PACKAGE");
+
+    // Nothing was deleted.
+    for (const fs::path& take : {edited, bare, held.movie()}) {
+        EXPECT_TRUE(fs::exists(take)) << take;
+    }
+    EXPECT_TRUE(fs::exists(TakeStore::recoveryCopyOf(edited)));
 }

@@ -601,7 +601,7 @@ TEST_F(EditorSessionTest, ARecordingOnAPrivateDisplayOpensWithZoomsAndARetakeKee
     ASSERT_TRUE(waitFor([&] { return m_session->audioTrackCount() && !m_opened->items.empty(); }));
     EXPECT_EQ(m_session->audioTrackCount(), 1);
     const fs::path firstMovie = first.project.source.mediaURL.path();
-    EXPECT_EQ(firstMovie.parent_path(), fs::temp_directory_path());
+    EXPECT_EQ(firstMovie.parent_path(), m_session->takesFolder());
 
     // A person's beat, then a shorter take of one burst: the beat stays, squeezed, and the report says so.
     m_session->addBeat(0.5);
@@ -650,7 +650,7 @@ TEST_F(EditorSessionTest, ACaptureIsOfTheChosenMonitorAtItsOwnSizeAndAFailureKee
     EXPECT_FALSE(asked.capturesAudio);
     EXPECT_TRUE(asked.capturesMicrophone);
     EXPECT_TRUE(asked.capturesCursor);
-    EXPECT_EQ(asked.outputURL.parent_path(), fs::temp_directory_path());
+    EXPECT_EQ(asked.outputURL.parent_path(), m_session->takesFolder());
     EXPECT_TRUE(asked.outputURL.filename().string().starts_with("take-"));
     EXPECT_EQ(asked.outputURL.extension(), ".mov");
     EXPECT_TRUE(m_session->capturedWithAudio());

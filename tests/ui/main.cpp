@@ -1,5 +1,7 @@
 // The window's tests run on a QApplication on the xcb platform (GLX on Mesa), with the window's GL format.
 
+#include "support/TempDir.h"
+
 #include <QApplication>
 #include <QIcon>
 #include <QSettings>
@@ -7,6 +9,7 @@
 #include <QSurfaceFormat>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <dlfcn.h>
 #include <link.h>
 
@@ -52,6 +55,9 @@ int main(int argc, char** argv) {
     QStandardPaths::setTestModeEnabled(true);
     QApplication::setOrganizationName("MarlowickTests");
     QSettings().clear();
+    // The takes the window records go to a folder of the run's own, never to the person's.
+    const marlowick::test::TempDir data;
+    setenv("XDG_DATA_HOME", data.path().c_str(), 1);
     ::testing::InitGoogleTest(&argc, argv);
     const int result = RUN_ALL_TESTS();
     keepGlDriverLoaded();
