@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -71,7 +72,11 @@ TEST(AvSync, FlashesAreHandedOutAsTheirBeepsAreHeard) {
 
     const auto flashes = watch.flashes();
     // A command carried out late on a busy machine may let one more flash through.
-    EXPECT_GE(flashes.size(), 8U);
+    std::string passed;
+    for (const auto& flash : flashes) {
+        passed += " " + std::to_string(static_cast<int>(flash.time));
+    }
+    EXPECT_GE(flashes.size(), 8U) << "the clock passed the flashes at" << passed;
     const auto leads = flashLeads(flashes, heard.onsets(), 0.5);
     int seen = 0;
     for (std::size_t i = 0; i < flashes.size(); ++i) {

@@ -149,8 +149,9 @@ public:
     struct Flash {
         double time = 0; // on the item's timeline
         // When the clock passed it, on the monotonic clock: no sooner and no later than these. As the clock
-        // runs no faster than the monotonic one, they are as far apart as the clock fell behind between the
-        // two looks around the pass: a millisecond or so, unless the sound was held up meanwhile.
+        // runs no faster than the monotonic one but for the steps it takes forward, they are as far apart as
+        // the clock fell behind, or stepped ahead, between the two looks around the pass: well under a
+        // millisecond while it plays along, more where the sound was held up meanwhile.
         double earliest = 0;
         double latest = 0;
         bool seen = false;  // whether the watcher looked while the flash's picture was due
@@ -165,14 +166,15 @@ public:
             const Note& a = m_notes[i - 1];
             const Note& b = m_notes[i];
             const double second = std::ceil(a.clock);
-            if (!(a.clock < second && second <= b.clock) || second >= m_duration ||
-                b.clock - a.clock > b.monotonic - a.monotonic + jumpSlack) {
+            // How far the clock ran ahead of the monotonic clock between the two looks.
+            const double ahead = std::max(0.0, (b.clock - a.clock) - (b.monotonic - a.monotonic));
+            if (!(a.clock < second && second <= b.clock) || second >= m_duration || ahead > stepSlack) {
                 continue;
             }
             Flash flash;
             flash.time = second;
-            flash.earliest = a.monotonic + (second - a.clock);
-            flash.latest = std::max(flash.earliest, b.monotonic - (b.clock - second));
+            flash.earliest = a.monotonic + std::max(0.0, second - a.clock - ahead);
+            flash.latest = std::max(flash.earliest, b.monotonic - std::max(0.0, b.clock - second - ahead));
             // The first look while its picture was due, with that picture decoded.
             for (std::size_t j = i;
                  j < m_notes.size() && m_notes[j].clock >= second && m_notes[j].clock < second + frameSpan;
@@ -189,9 +191,9 @@ public:
     }
 
 private:
-    // How far the clock may run ahead of the monotonic clock between two looks without counting as a seek:
+    // How far the clock may step ahead of the monotonic clock between two looks without counting as a seek:
     // the sound card's timing may correct it forward a little.
-    static constexpr double jumpSlack = 0.01;
+    static constexpr double stepSlack = 0.1;
     static constexpr double frameSpan = 1.0 / 30;
 
     struct Note {
