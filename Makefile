@@ -54,6 +54,7 @@ bench: build
 	$(BUILD)/bench/marlowick-export-bench
 	$(BUILD)/bench/marlowick-captions-bench 10
 	MARLOWICK_BENCH_SECONDS=60 $(BUILD)/bench/marlowick-seek-bench
+	$(BUILD)/bench/marlowick-avsync-bench
 	bench/capture/capture-bench $(BUILD)/cli/marlowick
 	if [ -x $(BUILD)/bench/marlowick-session-bench ]; then $(BUILD)/bench/marlowick-session-bench; fi
 	if [ -x $(BUILD)/bench/marlowick-studio-bench ]; then QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 1920x1080x24" $(BUILD)/bench/marlowick-studio-bench; fi
