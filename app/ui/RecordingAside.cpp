@@ -161,7 +161,8 @@ void RecordingAside::end() {
     if (m_tray) {
         QMenu* menu = m_tray->contextMenu();
         m_tray.reset();
-        delete menu;
+        // Later: the menu's own Stop Recording may be what brought us here.
+        menu->deleteLater();
     }
     if (m_steppedAside) {
         m_steppedAside = false;

@@ -241,6 +241,11 @@ double PulseSoundOutput::positionLocked() const {
     if (timing->playing != 0) {
         heard += static_cast<double>(timing->transport_usec + pa_timeval_age(&timing->timestamp)) / 1e6;
     }
+    // Nothing is heard that wasn't written: a writer held up past the buffer lets the stream run dry, and
+    // the server's last report, aged, would carry the clock on ahead of the sound.
+    if (!timing->write_index_corrupt) {
+        heard = std::min(heard, static_cast<double>(timing->write_index) / bytesPerSecond);
+    }
     // Each timing the server sends corrects the estimate a little: the clock never goes back for it.
     m_latest = std::max(m_latest, m_base + std::max(0.0, heard - m_anchor));
     return m_latest;
