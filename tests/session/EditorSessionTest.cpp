@@ -8,6 +8,7 @@
 #include "capture/X11ScreenCapturer.h"
 #include "support/FakeUser.h"
 #include "support/Prerequisites.h"
+#include "support/QueuedPanels.h"
 #include "support/SoundServer.h"
 #include "support/TempDir.h"
 #include "support/VirtualDisplay.h"
@@ -59,52 +60,10 @@ private:
     NoFrames m_output;
 };
 
-// Answers each panel with the next path queued for it, or nothing once the queue is empty, and notes the
-// names proposed.
-class FakePanels : public FilePanels {
+// The session's tests let unsaved changes go unless an answer is queued.
+class FakePanels : public QueuedPanels {
 public:
-    std::deque<fs::path> packagesToOpen;
-    std::deque<fs::path> packagesToSave;
-    std::deque<fs::path> filesToChoose;
-    std::deque<fs::path> filesToSave;
-    std::vector<std::string> proposedNames;
-    int shown = 0;
-
-    std::optional<fs::path> openPackage() override { return next(packagesToOpen); }
-    std::optional<fs::path> savePackage(const std::string& name) override {
-        proposedNames.push_back(name);
-        return next(packagesToSave);
-    }
-    std::optional<fs::path> chooseFile(FileKind) override { return next(filesToChoose); }
-    // Unsaved changes are let go unless an answer is queued.
-    std::deque<SaveAnswer> saveAnswers;
-    int savesAsked = 0;
-    SaveAnswer askToSave(const std::string&) override {
-        ++savesAsked;
-        if (saveAnswers.empty()) {
-            return SaveAnswer::discard;
-        }
-        const SaveAnswer answer = saveAnswers.front();
-        saveAnswers.pop_front();
-        return answer;
-    }
-    bool askToRecover(const std::string&) override { return false; }
-    bool askToDeleteTake(const std::string&) override { return false; }
-    std::optional<fs::path> saveFile(const std::string& name, const FileType&) override {
-        proposedNames.push_back(name);
-        return next(filesToSave);
-    }
-
-private:
-    std::optional<fs::path> next(std::deque<fs::path>& queue) {
-        ++shown;
-        if (queue.empty()) {
-            return std::nullopt;
-        }
-        fs::path path = queue.front();
-        queue.pop_front();
-        return path;
-    }
+    FakePanels() { unqueuedSave = SaveAnswer::discard; }
 };
 
 // The monitors of an X display as the window would list them.
@@ -952,7 +911,9 @@ DerivedView derivedView(const EditorSession& session, const OpenedItems& opened)
 TEST_F(EditorSessionTest, EditsUndoAndRedoToTheSameProjectsAndDeriveWhatAFreshOpenWould) {
     openSample();
     std::mt19937 random(20261125);
-    const auto pick = [&](double low, double high) { return std::uniform_real_distribution<double>(low, high)(random); };
+    const auto pick = [&](double low, double high) {
+        return std::uniform_real_distribution<double>(low, high)(random);
+    };
     const auto any = [&](std::size_t count) { return static_cast<std::size_t>(random() % count); };
 
     // The derived state of the session as it is now equals that of a fresh session opening the same state
@@ -970,7 +931,8 @@ TEST_F(EditorSessionTest, EditsUndoAndRedoToTheSameProjectsAndDeriveWhatAFreshOp
         fresh.open();
         const bool same = waitFor([&] {
             return !fresh.isRenderingAudioPreview() && !m_session->isRenderingAudioPreview() &&
-                   !fresh.waveform().empty() && derivedView(fresh, *opened) == derivedView(*m_session, *m_opened);
+                   !fresh.waveform().empty() &&
+                   derivedView(fresh, *opened) == derivedView(*m_session, *m_opened);
         });
         EXPECT_TRUE(same);
     };
@@ -1003,8 +965,9 @@ TEST_F(EditorSessionTest, EditsUndoAndRedoToTheSameProjectsAndDeriveWhatAFreshOp
             }
             break;
         case 5:
-            m_session->setMusic(any(2) == 0 ? std::optional(MusicBed::forFile(Url::fileUrl(*s_dir / "music.m4a")))
-                                            : std::nullopt);
+            m_session->setMusic(any(2) == 0
+                                    ? std::optional(MusicBed::forFile(Url::fileUrl(*s_dir / "music.m4a")))
+                                    : std::nullopt);
             break;
         case 6:
             m_session->editProject("Look", [&](Project& project) {
@@ -1060,7 +1023,8 @@ TEST_F(EditorSessionTest, UnsavedChangesAreSavedOrLetGoAsThePersonAnswers) {
 
     // The steps of one gesture are one step.
     for (const double depth : {0.16, 0.17, 0.18}) {
-        m_session->editProject("Inset", [&](Project& project) { project.canvas.inset = depth; }, "inset-slider");
+        m_session->editProject(
+            "Inset", [&](Project& project) { project.canvas.inset = depth; }, "inset-slider");
     }
     m_session->undo();
     EXPECT_EQ(inset(), 0.15);

@@ -3,6 +3,7 @@
 // at the next start.
 
 #include "session/EditorSession.h"
+#include "support/QueuedPanels.h"
 #include "support/TempDir.h"
 #include "support/WalkingTake.h"
 #include "takes/TakeStore.h"
@@ -39,50 +40,6 @@ public:
 
 private:
     NoFrames m_output;
-};
-
-// Answers each panel and question with the next answer queued for it, and notes the takes it was asked
-// about.
-class QueuedPanels : public FilePanels {
-public:
-    std::deque<fs::path> packagesToOpen;
-    std::deque<fs::path> packagesToSave;
-    std::deque<bool> recoverAnswers;
-    std::deque<bool> deleteAnswers;
-    std::vector<std::string> askedToRecover;
-    std::vector<std::string> askedToDelete;
-
-    std::optional<fs::path> openPackage() override { return next(packagesToOpen); }
-    std::optional<fs::path> savePackage(const std::string&) override { return next(packagesToSave); }
-    std::optional<fs::path> chooseFile(FileKind) override { return std::nullopt; }
-    std::optional<fs::path> saveFile(const std::string&, const FileType&) override { return std::nullopt; }
-    SaveAnswer askToSave(const std::string&) override { return SaveAnswer::cancel; }
-    bool askToRecover(const std::string& description) override {
-        askedToRecover.push_back(description);
-        return answer(recoverAnswers);
-    }
-    bool askToDeleteTake(const std::string& description) override {
-        askedToDelete.push_back(description);
-        return answer(deleteAnswers);
-    }
-
-private:
-    static bool answer(std::deque<bool>& queue) {
-        if (queue.empty()) {
-            return false;
-        }
-        const bool given = queue.front();
-        queue.pop_front();
-        return given;
-    }
-    static std::optional<fs::path> next(std::deque<fs::path>& queue) {
-        if (queue.empty()) {
-            return std::nullopt;
-        }
-        fs::path path = queue.front();
-        queue.pop_front();
-        return path;
-    }
 };
 
 // Records by copying a movie to where the session asks, with a pointer walk as its telemetry.
