@@ -6,6 +6,7 @@
 #include "audio/AudioRenderer.h"
 #include "export/Exporter.h"
 #include "export/SubtitleFile.h"
+#include "model/ClockText.h"
 
 #include <atomic>
 #include <chrono>
@@ -35,8 +36,7 @@ With captions in the project, a subtitle file goes beside the movie (FILE with t
 .vtt with --subtitles vtt; none with --subtitles none), its cues on the finished video's clock: a cue
 that a cut removes whole is left out, and one that a cut overlaps stops or starts at the cut.
 With --fps N the movie has a frame exactly every 1/N s instead (N from 1 to 240), each drawn at its own
-time over the recording's picture shown at that instant: steady for players and editors, and a 60 fps
-take exported at 30 costs about half the encoding.
+time over the recording's picture shown at that instant, which players and editors take more kindly.
 Progress is shown on standard error. Ctrl-C stops the export and removes the unfinished file.
 
 Examples:
@@ -44,17 +44,6 @@ Examples:
   marlowick export demo.marlowick --preset free-720p --fps 30 -o demo-30.mp4
   marlowick presets demo.marlowick          (the presets that suit the project)
 )";
-
-std::string clock(double seconds) {
-    const auto s = static_cast<long long>(std::max(0.0, seconds) + 0.5);
-    char text[32];
-    if (s >= 3600) {
-        std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", s / 3600, s / 60 % 60, s % 60);
-    } else {
-        std::snprintf(text, sizeof text, "%lld:%02lld", s / 60, s % 60);
-    }
-    return text;
-}
 
 // The progress line: a bar, frames done of the estimate, frames a second and the time left. On a
 // terminal it rewrites itself a few times a second; elsewhere it is a line every tenth of the way.
@@ -111,7 +100,7 @@ public:
         bar.resize(width, '.');
         char line[160];
         std::snprintf(line, sizeof line, "[%s] %lld/%lld frames  %.1f fps  %s left", bar.c_str(),
-                      p.completedFrames, p.totalFrames, fps, fps > 0 ? clock(left).c_str() : "--:--");
+                      p.completedFrames, p.totalFrames, fps, fps > 0 ? clockText(left).c_str() : "--:--");
         std::cerr << (m_terminal ? "\r" : "") << line << (m_terminal ? "   " : "\n") << std::flush;
         m_drawn = m_terminal;
     }
@@ -172,7 +161,8 @@ int runExport(const std::vector<std::string>& args) {
         char* end = nullptr;
         const long rate = std::strtol(fps->c_str(), &end, 10);
         if (fps->empty() || *end != '\0' || rate < 1 || rate > 240) {
-            throw UsageError("--fps takes a whole number of frames a second from 1 to 240, got '" + *fps + "'");
+            throw UsageError("--fps takes a whole number of frames a second from 1 to 240, got '" + *fps +
+                             "'");
         }
         atRate.frameRate = static_cast<double>(rate);
         atRate.constantRate = true;

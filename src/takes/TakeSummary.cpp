@@ -1,5 +1,7 @@
 #include "takes/TakeSummary.h"
 
+#include "model/ClockText.h"
+
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -25,14 +27,7 @@ std::string TakeSummary::durationText() const {
     if (!duration) {
         return "?";
     }
-    const long total = std::lround(std::max(0.0, *duration));
-    char text[32];
-    if (total >= 3600) {
-        std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", total / 3600, total / 60 % 60, total % 60);
-    } else {
-        std::snprintf(text, sizeof text, "%ld:%02ld", total / 60, total % 60);
-    }
-    return text;
+    return clockText(*duration);
 }
 
 std::string TakeSummary::description() const {
